@@ -1,0 +1,204 @@
+// The image-sensor controller of one camera channel: the class the host drives.
+#pragma once
+
+#include <atomic>
+#include <string>
+#include <vector>
+
+#include "config/SysConfig.h"
+#include "diag/SensorDefs.h"
+#include "host/GThread.h"
+#include "host/KPMutex.h"
+#include "host/MachineInfo.h"
+#include "host/ModuleConfigure.h"
+#include "host/SensorZoomFocusParam.h"
+#include "host/VideoStreamModule.h"
+#include "keyval/KeyVal.h"
+
+class ISensorController;
+
+// A key's handler: (command, ISP option, pointer to the 32-bit value) -> 0 on success.
+typedef int (ISensorController::*SensorHandler)(u32 p_nKey, u32 p_nDir, void* p_pVal);
+
+// One row of the key-command table.
+struct keycmd {
+    u32 key;
+    u32 cmd;
+    SensorHandler handler;  // null for keys the controller keeps for itself
+    char szKeyName[32];     // "KEY_BRIGHTNESS"
+    char szHandlerName[64]; // "&ISensorController::doIaCmd", or "NULL"
+};
+
+// The process-wide switch that withdraws beaway (true: offered).
+SENSOR_API void setshowBeawayFalg(bool p_bShow);
+SENSOR_API bool getshowBeawayFalg();
+
+class SENSOR_API ISensorController {
+public:
+    // State bits of m_nFlags.
+    enum {
+        initing_flag = 0x01,
+        uniniting_flag = 0x02,
+        inited_flag = 0x04,
+        resetting_flag = 0x08,
+        restoring_flag = 0x10,
+        switching_flag = 0x20,
+    };
+    enum { KEY_CMD_CAPACITY = 150, KEY_CMD_ROWS = 138, SENSOR_VERSION = 8 };
+
+    ISensorController();
+    ~ISensorController();
+    ISensorController(const ISensorController&) = delete;
+    ISensorController& operator=(const ISensorController&) = delete;
+
+    // Life cycle ----------------------------------------------------------
+    // Start-up: configuration, factory values, scheme files, key table, the
+    // first scheme and the worker. Always true; failures are reported.
+    bool init(const ModuleConfigure& p_objModuleConfigure);
+    void uinit();
+    void setChannelID(int id);
+    void setVideoStreamModule(const VideoStreamModule* module);
+    u32 getSensorType();
+    bool getSensorStatus();
+    bool getCameraVerInf(std::string& out);
+    void printDebugMsg();
+
+    // Single keys and the per-scheme cache -------------------------------
+    int doIaCmd(u32 cmd, u32 opt, void* pVal);
+    // 0 when every entry was applied, else the negated key of the first failure.
+    int setParameters(KeyVal* p_pKeyval, u32 count, bool bCache);
+    int setParameter(int key, int value, bool bCache = true);
+    bool getParameter(int p_nKey, int& p_nVal);
+    int setKeyValToCache(u32 scheme, u32 key, u32 value, bool bForce);
+    int getKeyValFromCache(u32 scheme, u32 key, u32& value);
+    bool isKeyValSame(const KeyVal& kv);
+    int findFromKeyCmdMap(const keycmd* map, u32 key, keycmd& out);
+    int notifyToVideo(int key, int value);
+    bool getCmdExecStatus(int cmd, int& value);
+    int paramCheck();
+    // Allocates and fills m_pKeyCmdMap from the key-command table.
+    void buildKeyCmdMap();
+
+    // Parameter text ------------------------------------------------------
+    bool parseSensorParameter(const std::string& text, std::vector<std::string>& fields);
+    int setParameters(const std::string& text, bool bCache);
+    bool getParameters(const std::string& ids, std::string& out);
+    bool getAllParameters(std::string& out);
+
+    // Schemes, modes, the worker and saving -------------------------------
+    int switch_to(int nScheme, bool force = false);
+    int LPR_switch_to(int nScheme);
+    int judgeCurScheme(int& nScheme, int& nSchedule);
+    bool setParamScheme(int p_nScheme);
+    bool getParamScheme(int& scheme);
+    bool setParamMode(int p_nMode);
+    bool getParamMode(int& mode);
+    int sensorThread();
+    int flush();
+
+    // Restore and reset ---------------------------------------------------
+    int restore(int p_nKey);
+    bool restoreAeMode();
+    bool resetToLastParameters();
+    bool resetParameters();
+    int SensorCheck(std::string& text);
+
+    // Handlers ------------------------------------------------------------
+    int doIaCmd_User(u32 p_nKey, u32 p_nDir, void* p_pVal);
+    int doHwdr(u32 p_nKey, u32 p_nDir, void* p_pVal);
+    int doImageAdjust(u32 p_nKey, u32 p_nDir, void* p_pVal);
+    int doDIS(u32 p_nKey, u32 p_nDir, void* p_pVal);
+    int doIaCmd_PanoTuning(u32 p_nKey, u32 p_nDir, void* p_pVal);
+    int doDNThr(u32 p_nKey, u32 p_nDir, void* p_pVal);
+    int doDNTime(u32 p_nKey, u32 p_nDir, void* p_pVal);
+    int doMirror(u32 p_nKey, u32 p_nDir, void* p_pVal);
+    int doBeaway(u32 p_nKey, u32 p_nDir, void* p_pVal);
+
+    // Day/night, mirror and beaway -----------------------------------------
+    bool getDNMode(int& p_nMode);
+    bool setDNMode(int p_nMode);
+    bool getDNState(int& p_nState);
+    bool setMirrorMode(int p_nMode);
+    bool getMirrorValue(int& p_nVal);
+    bool getBeaway(int& p_nVal);
+    void setShowBeawayFalg(bool p_bShow);
+    bool getShowBeawayFalg(bool& p_bShow);
+
+    // Lens, iris, shutter and lights ---------------------------------------
+    bool focusFar();
+    bool focusNear();
+    bool zoomIn();
+    bool zoomOut();
+    bool irisUp();
+    bool irisDown();
+    bool setZoomValue(int p_nPos);
+    bool getZoomValue(int& p_nPos, int& p_nRatio);
+    bool setPTZRunState(int p_nState);
+    bool setFocusValue(int p_nVal);
+    bool getFocusValue(int& p_nVal);
+    bool setFocusMode(int p_nMode);
+    bool getFocusMode(int& p_nMode);
+    bool getAFStatistic(unsigned int& p_nVal);
+    bool getWDR(int& p_nVal);
+    bool setIrisValue(int p_nVal);
+    bool getIrisValue(int& p_nVal);
+    bool setIRSwitch(int p_nVal);
+    bool getIRSwitch(int& p_nVal);
+    bool setWhiteSwitch(int p_nVal);
+    bool getWhiteSwitch(int& p_nVal);
+    bool setWhiteMode(int p_nVal);
+    bool getWhiteMode(int& p_nVal);
+    void setShowWDRFalg(bool p_bShow);
+    bool getShowWDRFalg(bool& p_bShow);
+    bool getShutterValue(int& p_nIndex);
+    bool setShutterValue(int p_nIndex);
+    bool shutterUp();
+    bool shutterDown();
+    int getSensorZoomFocusParam(SensorZoomFocusParam& p_objParam);
+    int setSensorZoomFocusParam(SensorZoomFocusParam& p_objParam);
+    bool getSensorParamRange(int p_nCmd, int& p_nDefault, std::string& p_strRange);
+
+    // Texts for the host's UI ----------------------------------------------
+    std::string getUIStyleFile();
+    std::string getUILanguageFile(int p_nLanguageId);
+    std::string getUICommonFile(int p_nLanguageId);
+
+private:
+    friend class ISensorControllerTestAccess;
+
+    // Members in their fixed order. Fields that the worker and the host's
+    // threads share are atomics of the plain type's size.
+    SysConfig m_stSysConf;
+    int m_nCameraID;
+    // Serialises the host's entry points. The worker never waits for it: it
+    // only tries it, and leaves a switch to its next round while a host call
+    // holds it, so that a host call that waits for the worker (a reset
+    // stopping it) can never deadlock with it.
+    KPMutex m_objMutex;
+    GThread* m_pSensorThread;
+    std::atomic<int> m_nLastScheme;
+    std::atomic<int> m_nCurScheme;
+    std::atomic<u32> m_nParamMode;
+    KeyVal** m_ppUserKeyVal;
+    KeyVal* m_pstKeyValTmp;
+    KeyVal* m_pFctKeyVal;
+    u32 m_nKeyValSum;
+    KeyVal* m_pstKeyValTmp2;
+    keycmd* m_pKeyCmdMap;
+    u32 m_nVersion;
+    const VideoStreamModule* m_pVideoStreamModule;
+    MachineInfo m_objMachineInfo;
+    std::atomic<u8> m_nFlags;
+    u32 m_nKeyCmdNum;
+    std::atomic<u32> m_nLastSchedule;
+    std::atomic<bool> m_bLprMode;
+    std::atomic<bool> m_bShowWDRFalg;
+    std::atomic<bool> m_bTimeScheme;
+    std::atomic<bool> m_bDNScheme;
+    SensorZoomFocusParam m_objZoomFocusParam;
+
+    // Beyond the fixed members: the worker's round callable, shared with the
+    // thread object through a counted pointer.
+    struct ThreadRun;
+    void* m_pThreadRun;
+};

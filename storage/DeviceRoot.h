@@ -1,0 +1,23 @@
+// Where the fixed device paths really are.
+//
+// Every path the controller uses is written as it is on the camera
+// ("/mnt/mtd/...", "/hd1/...", "/tmp/merge_style.xml"), and so it appears in
+// messages. Only at the boundary to the host (opening a file, parsing the
+// machine information, running a shell command, saving a document) is the
+// path resolved, here, under the device root: the environment variable
+// SENSOR_ROOT, or the real root when it is unset or empty.
+#pragma once
+
+#include <string>
+
+#include "diag/SensorDefs.h"
+
+// The device path under the current device root.
+SENSOR_API std::string sensorDevicePath(const std::string& devicePath);
+
+// The device root itself, "" for the real root.
+SENSOR_API std::string sensorDeviceRoot();
+
+// The shell command that removes every stored scheme and version file
+// ("rm -rf /mnt/mtd/code/config*/sensor*" under the device root).
+SENSOR_API std::string sensorRemoveSchemeFilesCommand();
