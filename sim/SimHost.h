@@ -1,0 +1,62 @@
+// Controls of the simulated camera host beyond the ISP: time, the video
+// pipeline, the shell, the mutex record and the device tree.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/VideoStreamModule.h"
+
+namespace sim {
+
+// TarvelTime waits last their time multiplied by this factor (1: real time,
+// 0: no wait at all).
+void setTimeScale(double factor);
+double timeScale();
+
+// The device clock: a set simulated time, or the real clock after clear.
+void setDeviceTime(int hour, int minute);
+void clearDeviceTime();
+
+// Every command handed to sy_system, in order.
+std::vector<std::string> systemCommands();
+void clearSystemCommands();
+
+// What KPMutex saw: "Lock file:line" / "Unlock file:line" / "TryLock file:line",
+// recorded only while enabled.
+void recordMutexEvents(bool enable);
+std::vector<std::string> mutexEvents();
+void clearMutexEvents();
+
+// Copies the sample device tree (a mirror of the device's paths) into root.
+bool populateDeviceRoot(const std::string& root, const std::string& dataDir);
+
+// The simulated video pipeline: records every notification, answers a
+// settable result, lists settable streams.
+class SimVideoStreamModule : public VideoStreamModule {
+public:
+    struct Notice {
+        int channel;
+        int key;
+        int value;
+    };
+
+    SimVideoStreamModule();
+    ~SimVideoStreamModule() override;
+
+    int notifySensorParam(int channel, int key, int value) const override;
+    bool getAVStreamParams(std::vector<AVStreamParam>& streams) const override;
+
+    void setResult(int result);              // for every key
+    void setResultForKey(int key, int result);
+    void setStreams(const std::vector<AVStreamParam>& streams);
+    std::vector<Notice> notices() const;
+    std::vector<Notice> takeNotices();
+    void clearNotices();
+
+private:
+    struct Impl;
+    Impl* m_pImpl;
+};
+
+} // namespace sim

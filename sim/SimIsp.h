@@ -1,0 +1,77 @@
+// The simulated image signal processor behind ia_ioctrl_v2.
+//
+// A value store per channel and command; run-time ranges (the dynamic command
+// list of command 4112 and one range record per command); option 3 corrects a
+// value into its range; option 4 answers an execution status; multi-word
+// records for the day/night thresholds and times, the version text and the
+// sensor check; a trace of every call; injected results. Thread-safe.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/ia_ioctrl_v2.h"
+
+namespace sim {
+
+struct IspCall {
+    int channel;
+    int cmd;
+    int opt;
+    std::vector<uint32_t> words; // the record as passed in (set) or handed out (get)
+    int result;
+};
+
+class Isp {
+public:
+    static Isp& instance();
+
+    // Back to the default profile: empty stores, default ranges, no faults, empty trace.
+    void reset();
+
+    // Values (records are stored as their words; a plain value is one word).
+    void setValue(int channel, int cmd, uint32_t value);
+    bool getValue(int channel, int cmd, uint32_t& value) const;
+    void setRecord(int channel, int cmd, const std::vector<uint32_t>& words);
+    std::vector<uint32_t> getRecord(int channel, int cmd) const;
+    void setVersionText(int channel, const std::string& text);
+    // The day/night state that command 153 reports (non-zero: night).
+    void setDayNight(int channel, uint32_t state);
+    void setExecStatus(int cmd, uint32_t status);
+
+    // Run-time ranges, the same on every channel.
+    void setDynamicCommands(const std::vector<uint32_t>& cmds);
+    std::vector<uint32_t> dynamicCommands() const;
+    void setListRange(int cmd, uint32_t defaultValue, const std::vector<uint32_t>& items);
+    void setMinMaxRange(int cmd, uint32_t defaultValue, uint32_t minValue, uint32_t maxValue);
+    void clearRange(int cmd);
+    // Records handed out exactly as given, counts beyond capacity included.
+    void setRawCommandList(const ia_dynamic_params_cmds_st& list);
+    void setRawRange(int cmd, const ia_dynamic_params_attr_st& range);
+
+    // Injected results: for one command, or for every command (per-command wins).
+    void failCommand(int cmd, int result);
+    void clearFailure(int cmd);
+    void failAll(int result);
+    void clearFailures();
+
+    // The trace of every call since the last clear.
+    std::vector<IspCall> trace() const;
+    std::vector<IspCall> takeTrace();
+    void clearTrace();
+    // Calls of one command (any option) in the trace.
+    std::vector<IspCall> callsOf(int cmd) const;
+
+    // The number of 32-bit words a command's value occupies.
+    static size_t recordWords(int cmd, int opt);
+
+    int call(int channel, int cmd, int opt, void* data);
+
+private:
+    Isp();
+    struct Impl;
+    Impl* m_pImpl;
+};
+
+} // namespace sim
