@@ -1,0 +1,34 @@
+// What the controller's source files share beyond the public class.
+#pragma once
+
+#define SNS_SOURCE_UNIT "ISensorController.cpp"
+
+#include <atomic>
+
+#include "controller/ISensorController.h"
+#include "diag/SensorDiag.h"
+#include "host/KPMutex.h"
+
+// Takes the controller mutex for the rest of the scope. The line is the one
+// the host's lock diagnostics have always shown for this entry point.
+#define SNS_LOCK_GUARD(line) KPMutexManager objMutexGuard(m_objMutex, "ISensorController.cpp", line)
+
+namespace sensor_detail {
+
+// Busy bits: a reset, a restore or a scheme switch is under way.
+const u8 kBusyMask = ISensorController::resetting_flag | ISensorController::restoring_flag |
+                     ISensorController::switching_flag; // 56
+// User actions are dropped while any of these is set (start-up too).
+const u8 kUserDropMask = ISensorController::initing_flag | kBusyMask; // 57
+
+inline void setFlag(std::atomic<u8>& flags, u8 bits) {
+    flags.fetch_or(bits);
+}
+inline void clearFlag(std::atomic<u8>& flags, u8 bits) {
+    flags.fetch_and(static_cast<u8>(~bits));
+}
+inline bool testFlag(const std::atomic<u8>& flags, u8 bits) {
+    return (flags.load() & bits) != 0;
+}
+
+} // namespace sensor_detail
