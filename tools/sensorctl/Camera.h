@@ -1,0 +1,62 @@
+// One simulated camera: a device root populated from the sample tree, the
+// simulated host, and the real controller running in it.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "controller/ISensorController.h"
+#include "sim/SimHost.h"
+
+namespace sensorctl {
+
+struct CameraOptions {
+    std::string strRoot;     // empty: a new temporary root
+    bool bKeep = false;      // keep a temporary root at exit
+    int nChannel = 1;
+    int nDeviceType = -1;    // -1: as the sample machine information says
+    std::string strModel;    // empty: as the sample says
+    std::string strDetail;   // empty: as the sample module says
+    int nMaxScheme = -1;     // -1: as the detail says
+    int nDebug = -1;         // -1: leave the debug sign file alone
+    double dTimeScale = 1.0;
+    std::string strDataDir;  // the sample device tree
+};
+
+class Camera {
+public:
+    explicit Camera(const CameraOptions& options);
+    ~Camera(); // uinit, and removes a temporary root unless kept
+
+    // Prepares the root and starts the controller (construct, channel, video
+    // pipeline, init). false with a reason when the root cannot be prepared.
+    bool start(std::string& error);
+    void stop();
+
+    ISensorController& controller() { return *m_pController; }
+    sim::SimVideoStreamModule& video() { return m_objVideo; }
+    const std::string& root() const { return m_strRoot; }
+    int channel() const { return m_options.nChannel; }
+    // The ISP channel of this camera (the controller's channel counted from 0).
+    int ispChannel() const;
+    // The controller's channel (a device of type 13 always runs channel 2).
+    int controllerChannel() const { return ispChannel() + 1; }
+
+private:
+    bool prepareRoot(std::string& error);
+    bool writeMachineInfo(std::string& error);
+    bool writeModuleDetail(std::string& error);
+    ModuleConfigure readModuleConfigure() const;
+
+    CameraOptions m_options;
+    std::string m_strRoot;
+    bool m_bTemporary = false;
+    bool m_bStarted = false;
+    sim::SimVideoStreamModule m_objVideo;
+    std::unique_ptr<ISensorController> m_pController;
+};
+
+// Reads a whole file; false when it cannot be read.
+bool readWholeFile(const std::string& path, std::string& out);
+
+} // namespace sensorctl

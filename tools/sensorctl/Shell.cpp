@@ -1,0 +1,510 @@
+#include "Shell.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <iostream>
+#include <sstream>
+#include <thread>
+
+#include "controller/KeyCmdTable.h"
+#include "sim/SimIsp.h"
+#include "storage/DeviceRoot.h"
+#include "storage/SensorFile.h"
+
+namespace sensorctl {
+
+namespace {
+
+std::vector<std::string> splitBlanks(const std::string& line) {
+    std::istringstream in(line);
+    std::vector<std::string> words;
+    std::string word;
+    while (in >> word)
+        words.push_back(word);
+    return words;
+}
+
+bool parseInt(const std::string& text, long& value) {
+    if (text.empty())
+        return false;
+    errno = 0;
+    char* end = nullptr;
+    value = std::strtol(text.c_str(), &end, 10);
+    return errno == 0 && *end == '\0' && value >= INT_MIN && value <= INT_MAX;
+}
+
+std::string joinWords(const std::vector<uint32_t>& words) {
+    std::string s;
+    for (size_t i = 0; i < words.size(); ++i) {
+        if (i)
+            s += ",";
+        s += std::to_string(static_cast<int32_t>(words[i]));
+    }
+    return s;
+}
+
+} // namespace
+
+// A verb: its name, the arguments it takes, its help, and its work.
+struct Shell::Verb {
+    const char* szName;
+    const char* szUsage;
+    int nMinArgs;
+    int nMaxArgs; // -1: the rest of the line is one text
+    const char* szHelp;
+    std::function<bool(Shell&, std::string&)> fn;
+};
+
+struct ShellVerbs {
+    static bool number(Shell& s, size_t i, int& out) {
+        long v = 0;
+        if (!parseInt(s.m_args.at(i), v)) {
+            s.m_strError = "not a number: " + s.m_args[i];
+            return false;
+        }
+        out = static_cast<int>(v);
+        return true;
+    }
+    static ISensorController& c(Shell& s) { return s.m_camera.controller(); }
+
+    // get V when no argument, set V with one: the shape of most direct operations.
+    static bool getOrSet(Shell& s, std::string& res, const std::function<bool(int&)>& get,
+                         const std::function<bool(int)>& set) {
+        if (s.m_args.empty()) {
+            int v = 0;
+            res = get(v) ? std::to_string(v) : "false";
+            return true;
+        }
+        int v = 0;
+        if (!number(s, 0, v))
+            return false;
+        res = s.result(set(v));
+        return true;
+    }
+    static bool action(Shell& s, std::string& res, bool (ISensorController::*fn)()) {
+        res = s.result((c(s).*fn)());
+        return true;
+    }
+};
+
+const std::vector<Shell::Verb>& Shell::verbs() {
+    using V = ShellVerbs;
+    static const std::vector<Verb> table = {
+        {"set", "set TEXT", 1, -1, "apply a pair list, e.g. (34,60)(2337,1), caching it; = first failed key negated or 0",
+         [](Shell& s, std::string& r) { r = std::to_string(V::c(s).setParameters(s.m_strRest, true)); return true; }},
+        {"push", "push TEXT", 1, -1, "apply a pair list to the ISP without the cache",
+         [](Shell& s, std::string& r) { r = std::to_string(V::c(s).setParameters(s.m_strRest, false)); return true; }},
+        {"get", "get IDS", 1, -1, "read keys, e.g. (34,2337); = their pair list or false",
+         [](Shell& s, std::string& r) {
+             std::string out;
+             r = V::c(s).getParameters(s.m_strRest, out) ? out : "false";
+             return true;
+         }},
+        {"all", "all", 0, 0, "every parameter of the current scheme as a pair list",
+         [](Shell& s, std::string& r) { V::c(s).getAllParameters(r); return true; }},
+        {"scheme", "scheme [N]", 0, 1, "the current scheme, or switch to scheme N",
+         [](Shell& s, std::string& r) {
+             return V::getOrSet(s, r, [&](int& v) { return V::c(s).getParamScheme(v); },
+                                [&](int v) { return V::c(s).setParamScheme(v); });
+         }},
+        {"mode", "mode [N]", 0, 1, "the parameter mode (0 manual, 1 automatic), or set it",
+         [](Shell& s, std::string& r) {
+             return V::getOrSet(s, r, [&](int& v) { return V::c(s).getParamMode(v); },
+                                [&](int v) { return V::c(s).setParamMode(v); });
+         }},
+        {"flush", "flush", 0, 0, "save the current scheme to its file; = 0 or the check's code",
+         [](Shell& s, std::string& r) { r = std::to_string(V::c(s).flush()); return true; }},
+        {"restore", "restore KEY", 1, 1, "push one key's value stored in the current scheme",
+         [](Shell& s, std::string& r) {
+             int k = 0;
+             if (!V::number(s, 0, k))
+                 return false;
+             r = std::to_string(V::c(s).restore(k));
+             return true;
+         }},
+        {"last", "last", 0, 0, "go back to the values last saved for the current scheme",
+         [](Shell& s, std::string& r) { return V::action(s, r, &ISensorController::resetToLastParameters); }},
+        {"reset", "reset", 0, 0, "factory reset: factory values, files deleted, restart",
+         [](Shell& s, std::string& r) { return V::action(s, r, &ISensorController::resetParameters); }},
+        {"round", "round", 0, 0, "run one round of the worker on this thread",
+         [](Shell& s, std::string& r) { r = std::to_string(V::c(s).sensorThread()); return true; }},
+        {"wait", "wait S", 1, 1, "let the running worker go on for S (scaled) seconds",
+         [](Shell& s, std::string& r) {
+             char* end = nullptr;
+             const double d = std::strtod(s.m_args[0].c_str(), &end);
+             if (*end != '\0' || d < 0 || d > 3600) {
+                 s.m_strError = "not a number of seconds: " + s.m_args[0];
+                 return false;
+             }
+             std::this_thread::sleep_for(std::chrono::duration<double>(d * sim::timeScale()));
+             r = s.m_args[0];
+             return true;
+         }},
+        {"clock", "clock HH:MM", 1, 1, "set the simulated device time",
+         [](Shell& s, std::string& r) {
+             const std::string& t = s.m_args[0];
+             const size_t colon = t.find(':');
+             long h = -1, m = -1;
+             if (colon == std::string::npos || !parseInt(t.substr(0, colon), h) ||
+                 !parseInt(t.substr(colon + 1), m) || h < 0 || h > 23 || m < 0 || m > 59) {
+                 s.m_strError = "not a time HH:MM: " + t;
+                 return false;
+             }
+             sim::setDeviceTime(static_cast<int>(h), static_cast<int>(m));
+             r = t;
+             return true;
+         }},
+        {"dn", "dn day|night", 1, 1, "set the simulated ISP's day/night state",
+         [](Shell& s, std::string& r) {
+             const std::string& w = s.m_args[0];
+             if (w != "day" && w != "night") {
+                 s.m_strError = "expected day or night: " + w;
+                 return false;
+             }
+             sim::Isp::instance().setDayNight(s.m_camera.ispChannel(), w == "night" ? 1 : 0);
+             r = w;
+             return true;
+         }},
+        {"isp", "isp", 0, 0, "list the ISP calls since the last isp; = their count",
+         [](Shell& s, std::string& r) {
+             const std::vector<sim::IspCall> calls = sim::Isp::instance().takeTrace();
+             for (const sim::IspCall& c : calls)
+                 s.m_out << "isp ch=" << c.channel << " cmd=" << c.cmd << " opt=" << c.opt
+                         << " val=" << joinWords(c.words) << " ret=" << c.result << "\n";
+             r = std::to_string(calls.size());
+             return true;
+         }},
+        {"video", "video", 0, 0, "list the video notifications since the last video; = their count",
+         [](Shell& s, std::string& r) {
+             const auto notices = s.m_camera.video().takeNotices();
+             for (const auto& n : notices)
+                 s.m_out << "video ch=" << n.channel << " key=" << n.key << " val=" << n.value << "\n";
+             r = std::to_string(notices.size());
+             return true;
+         }},
+        {"fail", "fail CMD RET|off", 2, 2, "make the simulated ISP answer RET for CMD, or stop it",
+         [](Shell& s, std::string& r) {
+             int cmd = 0, ret = 0;
+             if (!V::number(s, 0, cmd))
+                 return false;
+             if (s.m_args[1] == "off") {
+                 sim::Isp::instance().clearFailure(cmd);
+             } else {
+                 if (!V::number(s, 1, ret))
+                     return false;
+                 sim::Isp::instance().failCommand(cmd, ret);
+             }
+             r = s.m_args[0] + " " + s.m_args[1];
+             return true;
+         }},
+        {"style", "style", 0, 0, "print the style document for the host's UI; = its bytes",
+         [](Shell& s, std::string& r) {
+             const std::string doc = V::c(s).getUIStyleFile();
+             s.m_out << doc;
+             if (!doc.empty() && doc.back() != '\n')
+                 s.m_out << "\n";
+             r = std::to_string(doc.size());
+             return true;
+         }},
+        {"range", "range CMD", 1, 1, "the ISP's list of values for 49, 50, 82 or 1537",
+         [](Shell& s, std::string& r) {
+             int cmd = 0, def = 0;
+             if (!V::number(s, 0, cmd))
+                 return false;
+             std::string list;
+             r = V::c(s).getSensorParamRange(cmd, def, list)
+                     ? "true " + std::to_string(def) + " " + list
+                     : "false";
+             return true;
+         }},
+        {"check", "check TEXT", 1, -1, "the ISP's sensor check with (a,b,c); b = 2 reads",
+         [](Shell& s, std::string& r) {
+             std::string text = s.m_strRest;
+             const int ret = V::c(s).SensorCheck(text);
+             r = std::to_string(ret) + " " + text;
+             return true;
+         }},
+        {"dump", "dump N", 1, 1, "decode this camera's scheme file N",
+         [](Shell& s, std::string& r) {
+             int n = 0;
+             if (!V::number(s, 0, n))
+                 return false;
+             char szName[128];
+             std::snprintf(szName, sizeof(szName),
+                           s.m_camera.controllerChannel() == 2 ? SENSOR_THERMAL_SCHEME_FILE
+                                                               : SENSOR_SCHEME_FILE,
+                           n);
+             std::string err;
+             if (!Shell::dumpSchemeFile(sensorDevicePath(szName), s.m_out, err)) {
+                 s.m_strError = err;
+                 return false;
+             }
+             r = szName;
+             return true;
+         }},
+        {"zoomin", "zoomin", 0, 0, "zoom one step in",
+         [](Shell& s, std::string& r) { return V::action(s, r, &ISensorController::zoomIn); }},
+        {"zoomout", "zoomout", 0, 0, "zoom one step out",
+         [](Shell& s, std::string& r) { return V::action(s, r, &ISensorController::zoomOut); }},
+        {"focusnear", "focusnear", 0, 0, "focus one step near",
+         [](Shell& s, std::string& r) { return V::action(s, r, &ISensorController::focusNear); }},
+        {"focusfar", "focusfar", 0, 0, "focus one step far",
+         [](Shell& s, std::string& r) { return V::action(s, r, &ISensorController::focusFar); }},
+        {"irisup", "irisup", 0, 0, "open the iris one step",
+         [](Shell& s, std::string& r) { return V::action(s, r, &ISensorController::irisUp); }},
+        {"irisdown", "irisdown", 0, 0, "close the iris one step",
+         [](Shell& s, std::string& r) { return V::action(s, r, &ISensorController::irisDown); }},
+        {"zoom", "zoom [POS]", 0, 1, "= the zoom position and ratio (thousandths), or move to POS",
+         [](Shell& s, std::string& r) {
+             if (s.m_args.empty()) {
+                 int pos = 0, ratio = 0;
+                 r = V::c(s).getZoomValue(pos, ratio)
+                         ? std::to_string(pos) + " " + std::to_string(ratio)
+                         : "false";
+                 return true;
+             }
+             int v = 0;
+             if (!V::number(s, 0, v))
+                 return false;
+             r = s.result(V::c(s).setZoomValue(v));
+             return true;
+         }},
+        {"focus", "focus [POS]", 0, 1, "the focus position, or set it",
+         [](Shell& s, std::string& r) {
+             return V::getOrSet(s, r, [&](int& v) { return V::c(s).getFocusValue(v); },
+                                [&](int v) { return V::c(s).setFocusValue(v); });
+         }},
+        {"focusmode", "focusmode [M]", 0, 1, "the focus mode, or set it",
+         [](Shell& s, std::string& r) {
+             return V::getOrSet(s, r, [&](int& v) { return V::c(s).getFocusMode(v); },
+                                [&](int v) { return V::c(s).setFocusMode(v); });
+         }},
+        {"iris", "iris [V]", 0, 1, "the iris position, or set it (clamped)",
+         [](Shell& s, std::string& r) {
+             return V::getOrSet(s, r, [&](int& v) { return V::c(s).getIrisValue(v); },
+                                [&](int v) { return V::c(s).setIrisValue(v); });
+         }},
+        {"ir", "ir [0|1]", 0, 1, "the infrared switch, or set it (the white light goes off)",
+         [](Shell& s, std::string& r) {
+             return V::getOrSet(s, r, [&](int& v) { return V::c(s).getIRSwitch(v); },
+                                [&](int v) { return V::c(s).setIRSwitch(v); });
+         }},
+        {"white", "white [0|1]", 0, 1, "the white-light switch, or set it (the infrared goes off)",
+         [](Shell& s, std::string& r) {
+             return V::getOrSet(s, r, [&](int& v) { return V::c(s).getWhiteSwitch(v); },
+                                [&](int v) { return V::c(s).setWhiteSwitch(v); });
+         }},
+        {"whitemode", "whitemode [M]", 0, 1, "the white-light mode, or set it",
+         [](Shell& s, std::string& r) {
+             return V::getOrSet(s, r, [&](int& v) { return V::c(s).getWhiteMode(v); },
+                                [&](int v) { return V::c(s).setWhiteMode(v); });
+         }},
+        {"shutter", "shutter [I]", 0, 1, "the shutter's position in the ISP's list, or move to I",
+         [](Shell& s, std::string& r) {
+             return V::getOrSet(s, r, [&](int& v) { return V::c(s).getShutterValue(v); },
+                                [&](int v) { return V::c(s).setShutterValue(v); });
+         }},
+        {"shutterup", "shutterup", 0, 0, "the next shutter of the list",
+         [](Shell& s, std::string& r) { return V::action(s, r, &ISensorController::shutterUp); }},
+        {"shutterdown", "shutterdown", 0, 0, "the previous shutter of the list",
+         [](Shell& s, std::string& r) { return V::action(s, r, &ISensorController::shutterDown); }},
+        {"wdr", "wdr", 0, 0, "the ISP's wide-dynamic-range mode",
+         [](Shell& s, std::string& r) {
+             int v = 0;
+             r = V::c(s).getWDR(v) ? std::to_string(v) : "false";
+             return true;
+         }},
+        {"af", "af", 0, 0, "the autofocus statistic",
+         [](Shell& s, std::string& r) {
+             unsigned int v = 0;
+             r = V::c(s).getAFStatistic(v) ? std::to_string(v) : "false";
+             return true;
+         }},
+        {"ptz", "ptz STATE", 1, 1, "tell the lens whether the pan-tilt unit moves",
+         [](Shell& s, std::string& r) {
+             int v = 0;
+             if (!V::number(s, 0, v))
+                 return false;
+             r = s.result(V::c(s).setPTZRunState(v));
+             return true;
+         }},
+        {"lock", "lock [0|1]", 0, 1, "the lens lock (lens commands swallowed while on)",
+         [](Shell& s, std::string& r) {
+             SensorZoomFocusParam p;
+             V::c(s).getSensorZoomFocusParam(p);
+             if (!s.m_args.empty()) {
+                 int v = 0;
+                 if (!V::number(s, 0, v))
+                     return false;
+                 p.setLockZoomFocusEnable(v != 0);
+                 V::c(s).setSensorZoomFocusParam(p);
+             }
+             r = p.getLockZoomFocusEnable() ? "1" : "0";
+             return true;
+         }},
+        {"mirror", "mirror [M]", 0, 1, "the mirror setting, or set and save it",
+         [](Shell& s, std::string& r) {
+             return V::getOrSet(s, r, [&](int& v) { return V::c(s).getMirrorValue(v); },
+                                [&](int v) { return V::c(s).setMirrorMode(v); });
+         }},
+        {"beaway", "beaway", 0, 0, "the beaway setting",
+         [](Shell& s, std::string& r) {
+             int v = 0;
+             r = V::c(s).getBeaway(v) ? std::to_string(v) : "false";
+             return true;
+         }},
+        {"dnmode", "dnmode [M]", 0, 1, "the day/night mode, or set it",
+         [](Shell& s, std::string& r) {
+             return V::getOrSet(s, r, [&](int& v) { return V::c(s).getDNMode(v); },
+                                [&](int v) { return V::c(s).setDNMode(v); });
+         }},
+        {"dnstate", "dnstate", 0, 0, "the ISP's day/night state (non-zero: night)",
+         [](Shell& s, std::string& r) {
+             int v = 0;
+             r = V::c(s).getDNState(v) ? std::to_string(v) : "false";
+             return true;
+         }},
+        {"showwdr", "showwdr [0|1]", 0, 1, "whether wide dynamic range is offered, or set it",
+         [](Shell& s, std::string& r) {
+             bool b = false;
+             if (!s.m_args.empty()) {
+                 int v = 0;
+                 if (!V::number(s, 0, v))
+                     return false;
+                 V::c(s).setShowWDRFalg(v != 0);
+             }
+             V::c(s).getShowWDRFalg(b);
+             r = b ? "1" : "0";
+             return true;
+         }},
+        {"showbeaway", "showbeaway [0|1]", 0, 1, "whether beaway is offered, or set it",
+         [](Shell& s, std::string& r) {
+             bool b = false;
+             if (!s.m_args.empty()) {
+                 int v = 0;
+                 if (!V::number(s, 0, v))
+                     return false;
+                 V::c(s).setShowBeawayFalg(v != 0);
+             }
+             V::c(s).getShowBeawayFalg(b);
+             r = b ? "1" : "0";
+             return true;
+         }},
+        {"version", "version", 0, 0, "the ISP's version text",
+         [](Shell& s, std::string& r) {
+             std::string v;
+             r = V::c(s).getCameraVerInf(v) ? v : "false";
+             return true;
+         }},
+        {"status", "status", 0, 0, "whether start-up completed",
+         [](Shell& s, std::string& r) { r = s.result(V::c(s).getSensorStatus()); return true; }},
+        {"help", "help", 0, 0, "this list",
+         [](Shell& s, std::string& r) {
+             s.m_out << Shell::helpText();
+             r = std::to_string(Shell::verbs().size());
+             return true;
+         }},
+        {"quit", "quit", 0, 0, "stop the camera and leave",
+         [](Shell& s, std::string& r) {
+             s.m_bQuit = true;
+             r = "bye";
+             return true;
+         }},
+    };
+    return table;
+}
+
+Shell::Shell(Camera& camera, std::ostream& out) : m_camera(camera), m_out(out) {}
+
+std::string Shell::helpText() {
+    std::string text;
+    for (const Verb& v : verbs()) {
+        std::string usage = v.szUsage;
+        usage.resize(std::max<size_t>(usage.size() + 2, 20), ' ');
+        text += "  " + usage + v.szHelp + "\n";
+    }
+    return text;
+}
+
+bool Shell::execute(const std::string& rawLine) {
+    std::string line = rawLine;
+    while (!line.empty() && (line.back() == '\r' || line.back() == '\n'))
+        line.pop_back();
+    const size_t nStart = line.find_first_not_of(" \t");
+    if (nStart == std::string::npos || line[nStart] == '#')
+        return true;
+    line = line.substr(nStart);
+
+    const size_t nBlank = line.find_first_of(" \t");
+    const std::string strVerb = line.substr(0, nBlank);
+    m_strRest = nBlank == std::string::npos ? "" : line.substr(nBlank + 1);
+    const size_t nRestStart = m_strRest.find_first_not_of(" \t");
+    m_strRest = nRestStart == std::string::npos ? "" : m_strRest.substr(nRestStart);
+    while (!m_strRest.empty() && (m_strRest.back() == ' ' || m_strRest.back() == '\t'))
+        m_strRest.pop_back();
+    m_args = splitBlanks(m_strRest);
+    m_strError.clear();
+
+    const Verb* pVerb = nullptr;
+    for (const Verb& v : verbs())
+        if (strVerb == v.szName)
+            pVerb = &v;
+
+    std::string strResult;
+    bool bOk = false;
+    if (pVerb == nullptr) {
+        m_strError = "unknown verb: " + strVerb + " (try help)";
+    } else if (static_cast<int>(m_args.size()) < pVerb->nMinArgs) {
+        m_strError = std::string("missing argument: ") + pVerb->szUsage;
+    } else if (pVerb->nMaxArgs >= 0 && static_cast<int>(m_args.size()) > pVerb->nMaxArgs) {
+        m_strError = std::string("too many arguments: ") + pVerb->szUsage;
+    } else {
+        bOk = pVerb->fn(*this, strResult);
+    }
+    std::cout.flush();
+    if (bOk)
+        m_out << "= " << strResult << "\n";
+    else
+        m_out << "= error: " << m_strError << "\n";
+    m_out.flush();
+    return !m_bQuit;
+}
+
+void Shell::run(std::istream& in) {
+    std::string line;
+    while (std::getline(in, line))
+        if (!execute(line))
+            return;
+}
+
+bool Shell::dumpSchemeFile(const std::string& path, std::ostream& out, std::string& error) {
+    std::string data;
+    if (!readWholeFile(path, data)) {
+        error = "cannot read " + path;
+        return false;
+    }
+    const size_t nRecords = data.size() / sizeof(KeyVal);
+    for (size_t i = 0; i < nRecords; ++i) {
+        KeyVal kv;
+        std::memcpy(&kv, data.data() + i * sizeof(KeyVal), sizeof(KeyVal));
+        const char* szName = sensorKeyName(kv.key);
+        char szLine[160];
+        std::snprintf(szLine, sizeof(szLine), "%3zu %-30s %5u %d\n", i,
+                      szName ? szName : "(unknown key)", kv.key, static_cast<int>(kv.value));
+        out << szLine;
+    }
+    if (data.size() % sizeof(KeyVal) != 0) {
+        error = path + ": " + std::to_string(data.size()) +
+                " bytes is not a whole number of 8-byte records (" +
+                std::to_string(data.size() % sizeof(KeyVal)) + " bytes left over)";
+        return false;
+    }
+    return true;
+}
+
+} // namespace sensorctl

@@ -1,0 +1,154 @@
+// sensorctl: the simulated camera. The real libsensor.so in the simulated
+// host, over a device root populated from the sample device tree.
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "Camera.h"
+#include "Shell.h"
+#include "Tool.h"
+
+namespace {
+
+const char* const kUsage =
+    "usage: sensorctl COMMAND [options]\n"
+    "\n"
+    "commands:\n"
+    "  shell [options]     run a simulated camera, reading commands from standard input\n"
+    "  demo [options]      a short guided tour on a fresh temporary root\n"
+    "  dump FILE           decode a scheme file, one line per record\n"
+    "  merge --detail TEXT STYLE DIVERSITY\n"
+    "                      print the style a module with that detail text gets\n"
+    "  help                this text and the shell's verbs\n"
+    "\n"
+    "camera options:\n"
+    "  --root DIR          device root (default: a new temporary one, removed at exit)\n"
+    "  --keep              keep a temporary root at exit\n"
+    "  --channel N         camera channel from 1 (default 1)\n"
+    "  --device-type N     machine device type of a new root\n"
+    "  --model NAME        hardware model of a new root\n"
+    "  --detail TEXT       module detail of a new root, e.g. (sensor=IMX327)(max_scheme=4)\n"
+    "  --max-scheme N      number of schemes of a new root\n"
+    "  --debug N           write N into the debug sign file\n"
+    "  --time-scale F      multiply the worker's waits by F (default 1)\n"
+    "  --data DIR          the sample device tree to populate from\n";
+
+bool parseCameraOptions(const std::vector<std::string>& args, sensorctl::CameraOptions& o,
+                        std::string& error) {
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& a = args[i];
+        auto value = [&](std::string& out) {
+            if (i + 1 >= args.size()) {
+                error = "missing value for " + a;
+                return false;
+            }
+            out = args[++i];
+            return true;
+        };
+        auto number = [&](int& out) {
+            std::string v;
+            if (!value(v))
+                return false;
+            char* end = nullptr;
+            const long n = std::strtol(v.c_str(), &end, 10);
+            if (v.empty() || *end != '\0') {
+                error = "not a number for " + a + ": " + v;
+                return false;
+            }
+            out = static_cast<int>(n);
+            return true;
+        };
+        bool ok = true;
+        if (a == "--root")
+            ok = value(o.strRoot);
+        else if (a == "--keep")
+            o.bKeep = true;
+        else if (a == "--channel")
+            ok = number(o.nChannel);
+        else if (a == "--device-type")
+            ok = number(o.nDeviceType);
+        else if (a == "--model")
+            ok = value(o.strModel);
+        else if (a == "--detail")
+            ok = value(o.strDetail);
+        else if (a == "--max-scheme")
+            ok = number(o.nMaxScheme);
+        else if (a == "--debug")
+            ok = number(o.nDebug);
+        else if (a == "--data")
+            ok = value(o.strDataDir);
+        else if (a == "--time-scale") {
+            std::string v;
+            ok = value(v);
+            char* end = nullptr;
+            if (ok)
+                o.dTimeScale = std::strtod(v.c_str(), &end);
+            if (ok && (v.empty() || *end != '\0' || o.dTimeScale < 0)) {
+                error = "not a time scale: " + v;
+                ok = false;
+            }
+        } else {
+            error = "unknown option: " + a;
+            ok = false;
+        }
+        if (!ok)
+            return false;
+    }
+    if (o.nChannel < 1) {
+        error = "the channel counts from 1";
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    std::vector<std::string> args(argv + 1, argv + argc);
+    if (args.empty()) {
+        std::cerr << kUsage;
+        return 2;
+    }
+    const std::string strCommand = args.front();
+    args.erase(args.begin());
+
+    if (strCommand == "help" || strCommand == "--help" || strCommand == "-h") {
+        std::cout << kUsage << "\nshell verbs (each answers one line \"= ...\"):\n"
+                  << sensorctl::Shell::helpText();
+        return 0;
+    }
+    if (strCommand == "dump")
+        return sensorctl::runDump(args);
+    if (strCommand == "merge")
+        return sensorctl::runMerge(args);
+    if (strCommand != "shell" && strCommand != "demo") {
+        std::cerr << "sensorctl: unknown command " << strCommand << "\n" << kUsage;
+        return 2;
+    }
+
+    sensorctl::CameraOptions options;
+    options.strDataDir = std::getenv("SENSORCTL_DATA") ? std::getenv("SENSORCTL_DATA")
+                                                       : SENSORCTL_DATA_DIR;
+    std::string error;
+    if (strCommand == "demo")
+        options.dTimeScale = 0.01;
+    if (!parseCameraOptions(args, options, error)) {
+        std::cerr << "sensorctl: " << error << "\n";
+        return 2;
+    }
+    if (strCommand == "demo") {
+        options.strRoot.clear();
+        return sensorctl::runDemo(options);
+    }
+    sensorctl::Camera camera(options);
+    if (!camera.start(error)) {
+        std::cerr << "sensorctl: " << error << "\n";
+        return 1;
+    }
+    sensorctl::Shell shell(camera, std::cout);
+    shell.run(std::cin);
+    camera.stop();
+    return 0;
+}
