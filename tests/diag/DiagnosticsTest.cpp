@@ -4,7 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include "diag/SensorDiag.h"
 #include "support/TestSupport.h"
@@ -75,9 +80,10 @@ TEST_F(Diagnostics, AssertionReportIsCopiedToTheErrorLog) {
     testing::internal::CaptureStdout();
     failingCheck(line, 3);
     testing::internal::GetCapturedStdout();
-    EXPECT_EQ("[sensor assert] file:SensorFile.cpp fun:failingCheck line:" + std::to_string(line) +
-                  "\n[sensor assert] value == 42   ~~~Assertion failed.\n[sensor assert] value(3)\n",
-              root.read(kErrorLog));
+    EXPECT_EQ(
+        "[sensor assert] file:SensorFile.cpp fun:failingCheck line:" + std::to_string(line) +
+            "\n[sensor assert] value == 42   ~~~Assertion failed.\n[sensor assert] value(3)\n",
+        root.read(kErrorLog));
 }
 
 TEST_F(Diagnostics, EmptyFirstLineMeansLevelOne) {
@@ -101,7 +107,8 @@ TEST_F(Diagnostics, LevelSevenShowsInfoMessages) {
     const int line = __LINE__ + 1;
     SNS_INFO_C(35, "info %s\n", "text");
     const std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_EQ("\033[0m\033[35m" + header("[sensor info]", "TestBody", line) + "info text\n" + kReset,
+    EXPECT_EQ("\033[0m\033[35m" + header("[sensor info]", "TestBody", line) + "info text\n" +
+                  kReset,
               out);
 }
 
@@ -133,7 +140,8 @@ TEST_F(Diagnostics, WarningsFromLevelFourArePrintedAndLogged) {
     SNS_WARN("w(%u)\n", 8u);
     SNS_DBG("hidden\n");
     const std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_EQ("\033[0m\033[0m" + header("[sensor warn]", "TestBody", line) + "w(8)\n" + kReset, out);
+    EXPECT_EQ("\033[0m\033[0m" + header("[sensor warn]", "TestBody", line) + "w(8)\n" + kReset,
+              out);
     EXPECT_EQ("[sensor warn] file:SensorFile.cpp fun:TestBody line:" + std::to_string(line) +
                   "\n[sensor warn] w(8)\n",
               root.read(kErrorLog));
@@ -220,13 +228,21 @@ TEST_F(Diagnostics, UnchangedSignFileKeepsItsValuesAfterTheGlobalsMoved) {
 }
 
 TEST_F(Diagnostics, UnreadableSignFileKeepsThePreviousValues) {
-    // A folder in place of the file: it exists but cannot be read as a file.
-    root.makeDirs("/mnt/mtd/sign/Debug.sign");
+    // A socket in place of the file: it exists, but opening it fails (even
+    // for root, whom file permissions would not stop).
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    const std::string path = root.real("/mnt/mtd/sign/Debug.sign");
+    ASSERT_LT(path.size(), sizeof(addr.sun_path));
+    std::strcpy(addr.sun_path, path.c_str());
+    ASSERT_EQ(0, ::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)));
     g_nDebugLevel = 6;
     g_bEnAssert = true;
     updateDebugLevel();
     EXPECT_EQ(6, g_nDebugLevel.load());
     EXPECT_TRUE(g_bEnAssert.load());
+    ::close(fd);
 }
 
 using DiagnosticsDeathTest = Diagnostics;

@@ -111,9 +111,8 @@ bool Camera::prepareRoot(std::string& error) {
         return false;
     if (bNew && !writeModuleDetail(error))
         return false;
-    if (m_options.nDebug != -1 &&
-        !writeWholeFile(sensorDevicePath("/mnt/mtd/sign/Debug.sign"),
-                        std::to_string(m_options.nDebug) + "\n")) {
+    if (m_options.nDebug != -1 && !writeWholeFile(sensorDevicePath("/mnt/mtd/sign/Debug.sign"),
+                                                  std::to_string(m_options.nDebug) + "\n")) {
         error = "cannot write the debug sign file";
         return false;
     }
@@ -163,8 +162,8 @@ bool Camera::writeModuleDetail(std::string& error) {
     pModule->SetAttribute("hardware_model", objInfo.getHardwareModel().c_str());
     pModule->SetAttribute("hardware_code", objInfo.getHardwareCode().c_str());
     const char* szDetail = pModule->Attribute("detail");
-    std::string strDetail = m_options.strDetail.empty() ? (szDetail ? szDetail : "")
-                                                        : m_options.strDetail;
+    std::string strDetail =
+        m_options.strDetail.empty() ? (szDetail ? szDetail : "") : m_options.strDetail;
     if (m_options.nMaxScheme >= 0)
         strDetail = withDetailField(strDetail, "max_scheme", std::to_string(m_options.nMaxScheme));
     pModule->SetAttribute("detail", strDetail.c_str());

@@ -11,16 +11,16 @@
 namespace sensorctl {
 
 struct CameraOptions {
-    std::string strRoot;     // empty: a new temporary root
-    bool bKeep = false;      // keep a temporary root at exit
+    std::string strRoot; // empty: a new temporary root
+    bool bKeep = false;  // keep a temporary root at exit
     int nChannel = 1;
-    int nDeviceType = -1;    // -1: as the sample machine information says
-    std::string strModel;    // empty: as the sample says
-    std::string strDetail;   // empty: as the sample module says
-    int nMaxScheme = -1;     // -1: as the detail says
-    int nDebug = -1;         // -1: leave the debug sign file alone
+    int nDeviceType = -1;  // -1: as the sample machine information says
+    std::string strModel;  // empty: as the sample says
+    std::string strDetail; // empty: as the sample module says
+    int nMaxScheme = -1;   // -1: as the detail says
+    int nDebug = -1;       // -1: leave the debug sign file alone
     double dTimeScale = 1.0;
-    std::string strDataDir;  // the sample device tree
+    std::string strDataDir; // the sample device tree
 };
 
 class Camera {

@@ -129,8 +129,8 @@ int main(int argc, char** argv) {
     }
 
     sensorctl::CameraOptions options;
-    options.strDataDir = std::getenv("SENSORCTL_DATA") ? std::getenv("SENSORCTL_DATA")
-                                                       : SENSORCTL_DATA_DIR;
+    options.strDataDir =
+        std::getenv("SENSORCTL_DATA") ? std::getenv("SENSORCTL_DATA") : SENSORCTL_DATA_DIR;
     std::string error;
     if (strCommand == "demo")
         options.dTimeScale = 0.01;
