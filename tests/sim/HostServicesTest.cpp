@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
+#include <memory>
 #include <thread>
 
 #include <signal.h>
@@ -472,6 +473,12 @@ TEST(SimVideoStreamModuleTest, RecordsNoticesAndAnswersResult) {
     host.notifySensorParam(1, 1, 1);
     pipeline.clearNotices();
     EXPECT_TRUE(pipeline.notices().empty());
+}
+
+TEST(SimVideoStreamModuleTest, DeletedThroughHostInterface) {
+    std::unique_ptr<VideoStreamModule> pipeline(new sim::SimVideoStreamModule);
+    EXPECT_EQ(0, pipeline->notifySensorParam(0, 1, 1));
+    pipeline.reset();
 }
 
 TEST(SimVideoStreamModuleTest, ListsSettableStreams) {
