@@ -1,7 +1,9 @@
 // The simulated host's thread object on std::thread.
 #include "host/GThread.h"
+#include "sim/SimHost.h"
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
 #include <string>
 #include <system_error>
@@ -15,6 +17,19 @@ namespace {
 thread_local const void* tl_pCurrentThread = nullptr;
 
 } // namespace
+
+namespace {
+std::atomic<bool> g_bThreadsPaused{false};
+} // namespace
+
+namespace sim {
+void pauseThreads(bool pause) {
+    g_bThreadsPaused = pause;
+}
+bool threadsPaused() {
+    return g_bThreadsPaused;
+}
+} // namespace sim
 
 struct GThread::Impl {
     Fun run;
@@ -63,6 +78,10 @@ bool GThread::start() {
                 pthread_setname_np(pthread_self(), impl->name.substr(0, 15).c_str());
             // The round's result is informative only: the loop goes on until stopped.
             while (!impl->stopRequested) {
+                if (g_bThreadsPaused) {
+                    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+                    continue;
+                }
                 if (impl->run)
                     (void)impl->run();
                 else

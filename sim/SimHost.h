@@ -14,6 +14,12 @@ namespace sim {
 void setTimeScale(double factor);
 double timeScale();
 
+// While paused, every GThread ends its round in progress and begins no new
+// one until resumed; stop still returns promptly. A test or a scripted
+// session then drives the rounds itself, deterministically.
+void pauseThreads(bool pause);
+bool threadsPaused();
+
 // The device clock: a set simulated time, or the real clock after clear.
 void setDeviceTime(int hour, int minute);
 void clearDeviceTime();
@@ -47,7 +53,7 @@ public:
     int notifySensorParam(int channel, int key, int value) const override;
     bool getAVStreamParams(std::vector<AVStreamParam>& streams) const override;
 
-    void setResult(int result);              // for every key
+    void setResult(int result); // for every key
     void setResultForKey(int key, int result);
     void setStreams(const std::vector<AVStreamParam>& streams);
     std::vector<Notice> notices() const;

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "host/GThread.h"
+#include "sim/SimHost.h"
 
 namespace {
 
@@ -163,3 +164,23 @@ TEST(GThreadTest, RoundMayStopItsOwnThread) {
 }
 
 } // namespace
+
+TEST(GThreadTest, PausedThreadsBeginNoRoundAndStillStop) {
+    std::atomic<int> rounds{0};
+    GThread thread(
+        [&] {
+            ++rounds;
+            std::this_thread::sleep_for(100us);
+            return 0;
+        },
+        "SensorThread", GThread::emptyFun, GThread::emptyFun);
+    sim::pauseThreads(true);
+    ASSERT_TRUE(thread.start());
+    std::this_thread::sleep_for(10ms);
+    EXPECT_EQ(0, rounds.load());
+    sim::pauseThreads(false);
+    EXPECT_TRUE(waitFor([&] { return rounds >= 2; }));
+    sim::pauseThreads(true);
+    EXPECT_TRUE(thread.stop());
+    sim::pauseThreads(false);
+}
