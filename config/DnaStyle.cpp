@@ -59,8 +59,7 @@ void deleteItemById(TiXmlElement* p_pRoot, int p_nId) {
 } // namespace
 
 int getNodebyCmdId(TiXmlElement* p_pElement, int p_nId, TiXmlElement*& p_pFound) {
-    return forEachWithId(p_pElement, p_nId,
-                         [&](TiXmlElement* pMatch) { p_pFound = pMatch; });
+    return forEachWithId(p_pElement, p_nId, [&](TiXmlElement* pMatch) { p_pFound = pMatch; });
 }
 
 int getDnaValbyCmdId(TiXmlElement* p_pElement, int p_nId, int& p_nValue) {
@@ -133,8 +132,8 @@ int doDnaStyle(TiXmlElement* p_pElement, int p_nCmd, const ia_dynamic_params_att
 int getDnaStyle(int p_channelID, const char* p_szStyle, std::string& p_strOut,
                 bool p_bShowWDRFalg) {
     ia_dynamic_params_cmds_st dnaCmdList{};
-    const int nListResult = ia_ioctrl_v2(p_channelID - 1, IA_CMD_DYNAMIC_PARAMS_CMDS_GET,
-                                         IA_CMD_OPT_GET, &dnaCmdList);
+    const int nListResult =
+        ia_ioctrl_v2(p_channelID - 1, IA_CMD_DYNAMIC_PARAMS_CMDS_GET, IA_CMD_OPT_GET, &dnaCmdList);
     SNS_ASSERT_TEXT(SNS_SUCCESS == nListResult,
                     "SNS_SUCCESS == ia_ioctrl_v2(p_channelID-1, IA_CMD_DYNAMIC_PARAMS_CMDS_GET, "
                     "IA_CMD_OPT_GET, (void*)(&dnaCmdList))",
@@ -159,8 +158,7 @@ int getDnaStyle(int p_channelID, const char* p_szStyle, std::string& p_strOut,
     ia_dynamic_params_attr_st dnaParamList{};
     for (u32 i = 0; i < nCmds; ++i) {
         const u32 nCmd = dnaCmdList.cmd_list[i];
-        SNS_DBG("dnaCmdList.cmd_list[%d] = cmd(%d)\n", static_cast<int>(i),
-                static_cast<int>(nCmd));
+        SNS_DBG("dnaCmdList.cmd_list[%d] = cmd(%d)\n", static_cast<int>(i), static_cast<int>(nCmd));
         SNS_ASSERT_TEXT(SNS_SUCCESS == ia_ioctrl_v2(p_channelID - 1, static_cast<int>(nCmd),
                                                     IA_CMD_OPT_GET_PARAM_RNAGE, &dnaParamList),
                         "SNS_SUCCESS == ia_ioctrl_v2(p_channelID-1, "

@@ -48,8 +48,7 @@ int getFctData(int p_channelID, char* p_szStyle, KeyVal* p_pKeyVal, u32* p_pnKey
         return SNS_SUCCESS;
 
     std::string strDnaStyle;
-    SNS_ASSERT_TEXT(SNS_SUCCESS ==
-                        getDnaStyle(p_channelID, p_szStyle, strDnaStyle, p_bShowWDRFalg),
+    SNS_ASSERT_TEXT(SNS_SUCCESS == getDnaStyle(p_channelID, p_szStyle, strDnaStyle, p_bShowWDRFalg),
                     "SNS_SUCCESS == getDnaStyle(p_channelID,p_szStyle, strDnaStyle,p_bShowWDRFalg)",
                     "");
 
@@ -58,8 +57,8 @@ int getFctData(int p_channelID, char* p_szStyle, KeyVal* p_pKeyVal, u32* p_pnKey
                     "objDnaStyleDoc.LoadMem(strDnaStyle.c_str(), TIXML_ENCODING_UTF8)", "");
 
     TiXmlElement* pRootNode = objDnaStyleDoc.RootElement();
-    SNS_ASSERT_TEXT(SNS_SUCCESS == style2KeyValN(pRootNode, p_pKeyVal, p_pnKeyValNum,
-                                                 SENSOR_FACTORY_CAPACITY),
+    SNS_ASSERT_TEXT(SNS_SUCCESS ==
+                        style2KeyValN(pRootNode, p_pKeyVal, p_pnKeyValNum, SENSOR_FACTORY_CAPACITY),
                     "SNS_SUCCESS == style2KeyVal(pRootNode, p_pKeyVal, p_pnKeyValNum)",
                     "p_pnKeyValNum(%u)\n", *p_pnKeyValNum);
     return SNS_SUCCESS;

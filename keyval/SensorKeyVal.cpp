@@ -24,8 +24,7 @@ template <typename Visit> void forEachGroup(const std::string& text, Visit visit
             break;
         nPos = nClose + 1;
         // A ")" before the "(" leaves the group open to the end of the text.
-        const std::string::size_type nLen =
-            nClose > nOpen ? nClose - nOpen + 1 : std::string::npos;
+        const std::string::size_type nLen = nClose > nOpen ? nClose - nOpen + 1 : std::string::npos;
         visit(text.substr(nOpen, nLen));
     }
 }
@@ -91,10 +90,9 @@ int keyval_correct(int p_nChannel_id, KeyVal* p_pKeyval, u32 p_nKeyValNum) {
 
         SNS_DBG("before correct: (%d,%d)\n", static_cast<int>(p_pKeyval[index].key),
                 static_cast<int>(p_pKeyval[index].value));
-        SNS_ASSERT_TEXT(SNS_SUCCESS == ia_ioctrl_v2(p_nChannel_id,
-                                                    static_cast<int>(p_pKeyval[index].key),
-                                                    IA_CMD_OPT_CORRECT_PARAM,
-                                                    &p_pKeyval[index].value),
+        SNS_ASSERT_TEXT(SNS_SUCCESS ==
+                            ia_ioctrl_v2(p_nChannel_id, static_cast<int>(p_pKeyval[index].key),
+                                         IA_CMD_OPT_CORRECT_PARAM, &p_pKeyval[index].value),
                         "SNS_SUCCESS == ia_ioctrl_v2(p_nChannel_id, "
                         "(ia_cmd_e)p_pKeyval[index].key, IA_CMD_OPT_CORRECT_PARAM, "
                         "&p_pKeyval[index].value)",

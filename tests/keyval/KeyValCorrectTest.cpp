@@ -73,8 +73,8 @@ TEST(KeyValCorrect, PrintsBeforeAndAfterAtDebugLevel) {
     keyval_correct(0, arValues, 1);
     const std::string strOut = GetCapturedStdout();
     EXPECT_TRUE(contains(strOut, "before correct: (1537,40)\n")) << strOut;
-    EXPECT_TRUE(contains(strOut, "after correct: (1537," + std::to_string(arValues[0].value) +
-                                     ")\n"))
+    EXPECT_TRUE(
+        contains(strOut, "after correct: (1537," + std::to_string(arValues[0].value) + ")\n"))
         << strOut;
     EXPECT_TRUE(contains(strOut, "[sensor dbg] file:SensorKeyVal.cpp fun:keyval_correct"));
     EXPECT_FALSE(contains(strOut, kAssertTag));

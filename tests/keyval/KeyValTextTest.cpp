@@ -78,8 +78,8 @@ TEST(KeyValText, ClosingBracketBeforeOpeningReadsToTheEnd) {
 }
 
 TEST(KeyValText, CountMatchesParseForHostileTexts) {
-    for (const char* text : {"((((", "))))", "()()()", "(()", ")()(", "(1,2)(3,4)(5,6)(",
-                             "(,)(,)", "x(1)y(2)z"})
+    for (const char* text :
+         {"((((", "))))", "()()()", "(()", ")()(", "(1,2)(3,4)(5,6)(", "(,)(,)", "x(1)y(2)z"})
         (void)parse(text);
 }
 
