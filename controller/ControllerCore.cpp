@@ -69,9 +69,8 @@ ISensorController::ISensorController()
       m_nCurScheme(-1), m_nParamMode(1), m_ppUserKeyVal(nullptr), m_pstKeyValTmp(nullptr),
       m_pFctKeyVal(nullptr), m_nKeyValSum(0), m_pstKeyValTmp2(nullptr), m_pKeyCmdMap(nullptr),
       m_nVersion(SENSOR_VERSION), m_pVideoStreamModule(nullptr), m_objMachineInfo(), m_nFlags(0),
-      m_nKeyCmdNum(KEY_CMD_CAPACITY), m_nLastSchedule(255), m_bLprMode(false),
-      m_bShowWDRFalg(true), m_bTimeScheme(false), m_bDNScheme(false), m_objZoomFocusParam(),
-      m_pThreadRun(nullptr) {
+      m_nKeyCmdNum(KEY_CMD_CAPACITY), m_nLastSchedule(255), m_bLprMode(false), m_bShowWDRFalg(true),
+      m_bTimeScheme(false), m_bDNScheme(false), m_objZoomFocusParam(), m_pThreadRun(nullptr) {
     // The round callable is counted: the controller keeps one reference and
     // the thread object its own copies, so it lives as long as either.
     typedef SafePointer<ThreadRun> ThreadRunPointer;
@@ -137,11 +136,13 @@ void ISensorController::printDebugMsg() {}
 // lens commands are swallowed and count as done.
 // Caller holds m_objMutex.
 int ISensorController::doIaCmd(u32 cmd, u32 opt, void* pVal) {
-    SNS_DBG("====================== cmd:%d dir:%d val:%d ======m_nCameraID=(%d)===============begin\n",
-            cmd, opt, valueAt(pVal), m_nCameraID);
+    SNS_DBG(
+        "====================== cmd:%d dir:%d val:%d ======m_nCameraID=(%d)===============begin\n",
+        cmd, opt, valueAt(pVal), m_nCameraID);
     if (m_objZoomFocusParam.getLockZoomFocusEnable() && cmd >= kLensCmdFirst && cmd < kLensCmdEnd)
         return SNS_SUCCESS;
-    const int nRet = ia_ioctrl_v2(m_nCameraID - 1, static_cast<int>(cmd), static_cast<int>(opt), pVal);
+    const int nRet =
+        ia_ioctrl_v2(m_nCameraID - 1, static_cast<int>(cmd), static_cast<int>(opt), pVal);
     SNS_DBG("====================== cmd:%d dir:%d val:%d =====================end\n", cmd, opt,
             valueAt(pVal));
     return nRet;
@@ -300,8 +301,8 @@ int ISensorController::getKeyValFromCache(u32 scheme, u32 key, u32& value) {
 // only the differences reach the ISP.
 // Caller holds m_objMutex.
 bool ISensorController::isKeyValSame(const KeyVal& kv) {
-    const int nScheme = testFlag(m_nFlags, switching_flag) ? m_nLastScheme.load()
-                                                             : m_nCurScheme.load();
+    const int nScheme =
+        testFlag(m_nFlags, switching_flag) ? m_nLastScheme.load() : m_nCurScheme.load();
     u32 nCached = 0;
     if (getKeyValFromCache(static_cast<u32>(nScheme), kv.key, nCached) == -1)
         return false;
@@ -332,8 +333,7 @@ bool ISensorController::getParameter(int p_nKey, int& p_nVal) {
 int ISensorController::notifyToVideo(int key, int value) {
     if (m_pVideoStreamModule == nullptr)
         return SNS_SUCCESS;
-    const int nChannel =
-        m_objMachineInfo.getDeviceType() == kDeviceTypeLpr ? 1 : m_nCameraID;
+    const int nChannel = m_objMachineInfo.getDeviceType() == kDeviceTypeLpr ? 1 : m_nCameraID;
     return m_pVideoStreamModule->notifySensorParam(nChannel, key, value);
 }
 

@@ -84,8 +84,8 @@ int ISensorController::doImageAdjust(u32 p_nKey, u32 p_nDir, void* p_pVal) {
 // Stabilisation: the pipeline first, then the ISP, whose result counts.
 // Caller holds m_objMutex.
 int ISensorController::doDIS(u32 p_nKey, u32 p_nDir, void* p_pVal) {
-    SNS_ASSERT_TEXT(SNS_SUCCESS == notifyToVideo(static_cast<int>(p_nKey),
-                                                 *static_cast<int*>(p_pVal)),
+    SNS_ASSERT_TEXT(SNS_SUCCESS ==
+                        notifyToVideo(static_cast<int>(p_nKey), *static_cast<int*>(p_pVal)),
                     "SNS_SUCCESS == notifyToVideo(p_nKey, *(u32*)p_pVal)", "");
     return doIaCmd(p_nKey, p_nDir, p_pVal);
 }
@@ -172,8 +172,7 @@ int ISensorController::doDNTime(u32 p_nKey, u32 p_nDir, void* p_pVal) {
     SNS_BARE(0,
              "m_nCurScheme(%u) dn_time_st.d2n_hour(%u) dn_time_st.d2n_min(%u) "
              "dn_time_st.n2d_hour(%u) dn_time_st.n2d_min(%u) \n",
-             nScheme, stTime.d2n_hour, stTime.d2n_min, stTime.n2d_hour,
-             stTime.n2d_min);
+             nScheme, stTime.d2n_hour, stTime.d2n_min, stTime.n2d_hour, stTime.n2d_min);
     return doIaCmd(p_nKey, p_nDir, &stTime);
 }
 

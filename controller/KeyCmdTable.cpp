@@ -11,10 +11,14 @@ namespace sensor_detail {
 
 // A row with a handler; its name field is the handler's expression as text.
 #define KEY_CMD_ROW(key, cmd, handler, name)                                                       \
-    KeyCmdRow { key, cmd, &ISensorController::handler, name, "&ISensorController::" #handler }
+    KeyCmdRow {                                                                                    \
+        key, cmd, &ISensorController::handler, name, "&ISensorController::" #handler               \
+    }
 // A key the controller keeps for itself: intercepted before the lookup, never sent.
 #define KEY_CMD_NONE(key, name)                                                                    \
-    KeyCmdRow { key, 0, nullptr, name, "NULL" }
+    KeyCmdRow {                                                                                    \
+        key, 0, nullptr, name, "NULL"                                                              \
+    }
 
 // Most keys travel as the command of the same number. The exceptions are kept
 // exactly: the iris size key 83 goes out as 85 while command 83 is the iris
