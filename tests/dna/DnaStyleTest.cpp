@@ -372,14 +372,15 @@ TEST(DnaStyle, ChoiceWithoutIndexIsReportedAndOtherCommandsGoOn) {
     EXPECT_EQ(strings({2}), objOut.choices(144));
 }
 
-TEST(DnaStyle, UnparsableStyleIsReportedAndGivesEmptyText) {
+TEST(DnaStyle, UnparsableStyleIsReportedAndGoesOnWithWhatWasRead) {
     testsupport::TempDeviceRoot root;
     CaptureStdout();
     std::string strOut = "stale";
     EXPECT_EQ(0,
               getDnaStyle(1, "<style><item id=\"96\" value=\"1\" /><item id=\"34\"", strOut, true));
-    // Nothing of the part read before the break is passed on.
-    EXPECT_EQ("", strOut);
+    // The part read before the break is rewritten and passed on.
+    EXPECT_TRUE(contains(strOut, "<item id=\"96\" value=\"0\" />")) << strOut;
+    EXPECT_FALSE(contains(strOut, "id=\"34\"")) << strOut;
     // The ISP is still asked for every range.
     EXPECT_EQ(9u, sim::Isp::instance().trace().size());
     const std::string strPrinted = GetCapturedStdout();
