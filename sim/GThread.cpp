@@ -1,0 +1,94 @@
+// The simulated host's thread object on std::thread.
+#include "host/GThread.h"
+
+#include <atomic>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include <pthread.h>
+
+struct GThread::Impl {
+    Fun run;
+    Fun onStart;
+    Fun onStop;
+    std::string name;
+    std::mutex control; // serialises start and stop
+    std::thread thread;
+    std::atomic<bool> stopRequested{false};
+    std::atomic<bool> running{false};
+};
+
+int GThread::emptyFun() {
+    return 0;
+}
+
+GThread::GThread(const Fun& run, const char* name, const Fun& onStart, const Fun& onStop)
+    : m_pImpl(new Impl) {
+    m_pImpl->run = run;
+    m_pImpl->name = name != nullptr ? name : "";
+    m_pImpl->onStart = onStart;
+    m_pImpl->onStop = onStop;
+}
+
+GThread::~GThread() {
+    stop();
+}
+
+bool GThread::start() {
+    std::lock_guard<std::mutex> lock(m_pImpl->control);
+    if (m_pImpl->running)
+        return false;
+    if (m_pImpl->thread.joinable()) // ended by a stop request from its own round
+        m_pImpl->thread.join();
+    // onStart runs on the caller, so that it has happened once start returns.
+    if (m_pImpl->onStart)
+        m_pImpl->onStart();
+    m_pImpl->stopRequested = false;
+    m_pImpl->running = true;
+    Impl* impl = m_pImpl.get();
+    try {
+        m_pImpl->thread = std::thread([impl] {
+            // Thread names are limited to 15 characters.
+            if (!impl->name.empty())
+                pthread_setname_np(pthread_self(), impl->name.substr(0, 15).c_str());
+            // The round's result is informative only: the loop goes on until stopped.
+            while (!impl->stopRequested) {
+                if (impl->run)
+                    (void)impl->run();
+                else
+                    std::this_thread::yield();
+            }
+        });
+    } catch (const std::system_error&) {
+        m_pImpl->running = false;
+        return false;
+    }
+    return true;
+}
+
+bool GThread::stop() {
+    std::lock_guard<std::mutex> lock(m_pImpl->control);
+    if (!m_pImpl->running)
+        return false;
+    m_pImpl->stopRequested = true;
+    if (m_pImpl->thread.get_id() == std::this_thread::get_id()) {
+        // A round that stops its own thread cannot wait for itself: the loop
+        // ends after this round and the thread is joined by the next start,
+        // stop or the destructor.
+        m_pImpl->running = false;
+        if (m_pImpl->onStop)
+            m_pImpl->onStop();
+        return true;
+    }
+    if (m_pImpl->thread.joinable())
+        m_pImpl->thread.join();
+    m_pImpl->running = false;
+    if (m_pImpl->onStop)
+        m_pImpl->onStop();
+    return true;
+}
+
+bool GThread::isRunning() const {
+    return m_pImpl->running;
+}

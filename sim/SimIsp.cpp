@@ -1,0 +1,468 @@
+// The simulated image signal processor.
+//
+// Default profile (installed by the constructor and by reset(); sample style
+// documents and tests rely on exactly these lists):
+//
+//   Dynamic command list (command 4112): 49, 50, 96, 144, 768, 1537, 2305, 2368,
+//   each with a list range (type 0):
+//     49   KEY_MAX_SHUTTER            {1, 2, 4, 8, 16, 25, 30, 50, 60, 100, 120,
+//                                      250, 500, 1000, 2000, 5000, 10000} default 30
+//     50   KEY_FIX_SHUTTER            the same items, default 50
+//     96   KEY_METER_AREA             {0, 1, 2, 3} default 0
+//     144  KEY_DN_MODE                {0, 1, 2, 3} default 0
+//     768  KEY_WB_MODE                {0, 1, 2, 3, 4} default 0
+//     1537 KEY_AUTO_FOCUS_NEAR_LIMIT  {10, 30, 50, 100, 150, 300, 600} default 30
+//     2305 KEY_2D_NR_MODE             {0, 1} default 0
+//     2368 KEY_WDR_MODE               {0, 1, 2} default 0
+//   Min/max ranges (type 1), not in the dynamic list:
+//     34, 2337, 2353, 2321            0..100, default 50
+//
+//   Version text (command 2496): "SIMISP V1.2.0 build 20261121" on every channel.
+//   Sensor check result (command 2816): 1 on every channel.
+//   Day/night state (command 153): 0 (day). Execution status: 0.
+#include "sim/SimIsp.h"
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <utility>
+
+namespace sim {
+
+namespace {
+
+constexpr const char* kDefaultVersionText = "SIMISP V1.2.0 build 20261121";
+constexpr size_t kRangeWords = sizeof(ia_dynamic_params_attr_st) / 4;
+constexpr size_t kCmdListWords = sizeof(ia_dynamic_params_cmds_st) / 4;
+constexpr size_t kVersionWords = (IA_VERSION_TEXT_LEN + 3) / 4;
+
+ia_dynamic_params_attr_st makeListRange(uint32_t defaultValue, const std::vector<uint32_t>& items) {
+    ia_dynamic_params_attr_st range;
+    std::memset(&range, 0, sizeof(range));
+    range.type = 0;
+    range.default_value = defaultValue;
+    const size_t count = std::min<size_t>(items.size(), IA_DYNAMIC_ITEMS_MAX);
+    range.items_cnt = static_cast<uint32_t>(count);
+    for (size_t i = 0; i < count; ++i)
+        range.item[i] = items[i];
+    return range;
+}
+
+ia_dynamic_params_attr_st makeMinMaxRange(uint32_t defaultValue, uint32_t minValue,
+                                          uint32_t maxValue) {
+    ia_dynamic_params_attr_st range;
+    std::memset(&range, 0, sizeof(range));
+    range.type = 1;
+    range.default_value = defaultValue;
+    range.min_value = minValue;
+    range.max_value = maxValue;
+    range.items_cnt = 0;
+    return range;
+}
+
+// The value a range accepts nearest to value: the nearest list item (ties go
+// to the lower item) or the value clamped into min..max.
+uint32_t correctedValue(const ia_dynamic_params_attr_st& range, uint32_t value) {
+    if (range.type != 0)
+        return std::clamp(value, std::min(range.min_value, range.max_value),
+                          std::max(range.min_value, range.max_value));
+    // A raw record may claim more items than it holds: use only those it holds.
+    const uint32_t count = std::min<uint32_t>(range.items_cnt, IA_DYNAMIC_ITEMS_MAX);
+    if (count == 0)
+        return value;
+    uint32_t best = range.item[0];
+    uint64_t bestDistance = UINT64_MAX;
+    for (uint32_t i = 0; i < count; ++i) {
+        const uint32_t item = range.item[i];
+        const uint64_t distance = item > value ? uint64_t(item) - value : uint64_t(value) - item;
+        if (distance < bestDistance || (distance == bestDistance && item < best)) {
+            best = item;
+            bestDistance = distance;
+        }
+    }
+    return best;
+}
+
+std::vector<uint32_t> wordsFrom(const void* data, size_t bytes, size_t words) {
+    std::vector<uint32_t> out(words, 0);
+    if (data != nullptr)
+        std::memcpy(out.data(), data, std::min(bytes, words * 4));
+    return out;
+}
+
+// Bytes that a command's record occupies at data (the version text is not a
+// whole number of words).
+size_t recordBytes(int cmd, int opt) {
+    if (opt == IA_CMD_OPT_SET || opt == IA_CMD_OPT_GET) {
+        if (cmd == IA_CMD_VERSION)
+            return IA_VERSION_TEXT_LEN;
+    }
+    return Isp::recordWords(cmd, opt) * 4;
+}
+
+} // namespace
+
+struct Isp::Impl {
+    mutable std::mutex mutex;
+    std::map<std::pair<int, int>, std::vector<uint32_t>> values;
+    std::map<int, std::string> versionTexts;
+    std::map<int, uint32_t> dayNight;
+    std::map<int, uint32_t> sensorCheckResults;
+    std::map<int, uint32_t> execStatus;
+    std::vector<uint32_t> dynamicCmds;
+    std::optional<ia_dynamic_params_cmds_st> rawCmdList;
+    std::map<int, ia_dynamic_params_attr_st> ranges;
+    std::map<int, int> commandFailures;
+    std::optional<int> allFailure;
+    std::vector<IspCall> trace;
+
+    // Caller holds mutex.
+    void installDefaults() {
+        values.clear();
+        versionTexts.clear();
+        dayNight.clear();
+        sensorCheckResults.clear();
+        execStatus.clear();
+        rawCmdList.reset();
+        ranges.clear();
+        commandFailures.clear();
+        allFailure.reset();
+        trace.clear();
+
+        const std::vector<uint32_t> shutterItems = {1,   2,   4,   8,   16,   25,   30,   50,   60,
+                                                    100, 120, 250, 500, 1000, 2000, 5000, 10000};
+        dynamicCmds = {49, 50, 96, 144, 768, 1537, 2305, 2368};
+        ranges[49] = makeListRange(30, shutterItems);
+        ranges[50] = makeListRange(50, shutterItems);
+        ranges[96] = makeListRange(0, {0, 1, 2, 3});
+        ranges[144] = makeListRange(0, {0, 1, 2, 3});
+        ranges[768] = makeListRange(0, {0, 1, 2, 3, 4});
+        ranges[1537] = makeListRange(30, {10, 30, 50, 100, 150, 300, 600});
+        ranges[2305] = makeListRange(0, {0, 1});
+        ranges[2368] = makeListRange(0, {0, 1, 2});
+        for (int cmd : {34, 2337, 2353, 2321})
+            ranges[cmd] = makeMinMaxRange(50, 0, 100);
+    }
+
+    // Caller holds mutex.
+    std::optional<int> injectedResult(int cmd) const {
+        const auto it = commandFailures.find(cmd);
+        if (it != commandFailures.end())
+            return it->second;
+        return allFailure;
+    }
+
+    // Caller holds mutex. The stored words of a command, padded to its size;
+    // a value never set reads as its range's default, else 0.
+    std::vector<uint32_t> storedWords(int channel, int cmd) const {
+        const size_t words = Isp::recordWords(cmd, IA_CMD_OPT_GET);
+        std::vector<uint32_t> out(words, 0);
+        const auto it = values.find({channel, cmd});
+        if (it != values.end()) {
+            std::copy_n(it->second.begin(), std::min(words, it->second.size()), out.begin());
+        } else {
+            const auto range = ranges.find(cmd);
+            if (range != ranges.end())
+                out[0] = range->second.default_value;
+        }
+        return out;
+    }
+
+    // Caller holds mutex.
+    std::string versionText(int channel) const {
+        const auto it = versionTexts.find(channel);
+        return it != versionTexts.end() ? it->second : std::string(kDefaultVersionText);
+    }
+};
+
+Isp& Isp::instance() {
+    static Isp isp;
+    return isp;
+}
+
+Isp::Isp() : m_pImpl(new Impl) {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    m_pImpl->installDefaults();
+}
+
+void Isp::reset() {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    m_pImpl->installDefaults();
+}
+
+// Command 2816 keeps the check's result apart from the record last set, so
+// that a test can decide what the next check reports.
+void Isp::setValue(int channel, int cmd, uint32_t value) {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    if (cmd == IA_CMD_SENSOR_CHECK)
+        m_pImpl->sensorCheckResults[channel] = value;
+    else
+        m_pImpl->values[{channel, cmd}] = {value};
+}
+
+bool Isp::getValue(int channel, int cmd, uint32_t& value) const {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    if (cmd == IA_CMD_SENSOR_CHECK) {
+        const auto it = m_pImpl->sensorCheckResults.find(channel);
+        if (it == m_pImpl->sensorCheckResults.end())
+            return false;
+        value = it->second;
+        return true;
+    }
+    const auto it = m_pImpl->values.find({channel, cmd});
+    if (it == m_pImpl->values.end() || it->second.empty())
+        return false;
+    value = it->second[0];
+    return true;
+}
+
+void Isp::setRecord(int channel, int cmd, const std::vector<uint32_t>& words) {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    m_pImpl->values[{channel, cmd}] = words;
+}
+
+std::vector<uint32_t> Isp::getRecord(int channel, int cmd) const {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    const auto it = m_pImpl->values.find({channel, cmd});
+    return it != m_pImpl->values.end() ? it->second : std::vector<uint32_t>();
+}
+
+void Isp::setVersionText(int channel, const std::string& text) {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    m_pImpl->versionTexts[channel] = text;
+}
+
+void Isp::setDayNight(int channel, uint32_t state) {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    m_pImpl->dayNight[channel] = state;
+}
+
+void Isp::setExecStatus(int cmd, uint32_t status) {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    m_pImpl->execStatus[cmd] = status;
+}
+
+void Isp::setDynamicCommands(const std::vector<uint32_t>& cmds) {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    m_pImpl->dynamicCmds = cmds;
+    m_pImpl->rawCmdList.reset();
+}
+
+std::vector<uint32_t> Isp::dynamicCommands() const {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    return m_pImpl->dynamicCmds;
+}
+
+void Isp::setListRange(int cmd, uint32_t defaultValue, const std::vector<uint32_t>& items) {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    m_pImpl->ranges[cmd] = makeListRange(defaultValue, items);
+}
+
+void Isp::setMinMaxRange(int cmd, uint32_t defaultValue, uint32_t minValue, uint32_t maxValue) {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    m_pImpl->ranges[cmd] = makeMinMaxRange(defaultValue, minValue, maxValue);
+}
+
+void Isp::clearRange(int cmd) {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    m_pImpl->ranges.erase(cmd);
+}
+
+void Isp::setRawCommandList(const ia_dynamic_params_cmds_st& list) {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    m_pImpl->rawCmdList = list;
+}
+
+void Isp::setRawRange(int cmd, const ia_dynamic_params_attr_st& range) {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    m_pImpl->ranges[cmd] = range;
+}
+
+void Isp::failCommand(int cmd, int result) {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    m_pImpl->commandFailures[cmd] = result;
+}
+
+void Isp::clearFailure(int cmd) {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    m_pImpl->commandFailures.erase(cmd);
+}
+
+void Isp::failAll(int result) {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    m_pImpl->allFailure = result;
+}
+
+void Isp::clearFailures() {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    m_pImpl->commandFailures.clear();
+    m_pImpl->allFailure.reset();
+}
+
+std::vector<IspCall> Isp::trace() const {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    return m_pImpl->trace;
+}
+
+std::vector<IspCall> Isp::takeTrace() {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    std::vector<IspCall> out;
+    out.swap(m_pImpl->trace);
+    return out;
+}
+
+void Isp::clearTrace() {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    m_pImpl->trace.clear();
+}
+
+std::vector<IspCall> Isp::callsOf(int cmd) const {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    std::vector<IspCall> out;
+    for (const IspCall& call : m_pImpl->trace)
+        if (call.cmd == cmd)
+            out.push_back(call);
+    return out;
+}
+
+size_t Isp::recordWords(int cmd, int opt) {
+    if (opt == IA_CMD_OPT_GET_PARAM_RNAGE)
+        return kRangeWords;
+    // A correction and a status are always one word, whatever the command.
+    if (opt == IA_CMD_OPT_CORRECT_PARAM || opt == IA_CMD_OPT_GET_EXEC_STATUS)
+        return 1;
+    switch (cmd) {
+        case IA_CMD_DYNAMIC_PARAMS_CMDS_GET:
+            return kCmdListWords;
+        case IA_CMD_DN_THR_D2N:
+        case IA_CMD_DN_THR_N2D:
+        case IA_CMD_DN_SENSITIVITY:
+            return 3;
+        case IA_CMD_SENSOR_CHECK:
+            return 4;
+        case IA_CMD_VERSION:
+            return kVersionWords;
+        default:
+            break;
+    }
+    if (cmd >= IA_CMD_DN_TIME_FIRST && cmd <= IA_CMD_DN_TIME_LAST)
+        return 4;
+    return 1;
+}
+
+int Isp::call(int channel, int cmd, int opt, void* data) {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    Impl& d = *m_pImpl;
+    const size_t words = recordWords(cmd, opt);
+    const size_t bytes = recordBytes(cmd, opt);
+    IspCall entry{channel, cmd, opt, {}, 0};
+
+    // An injected result changes nothing and writes nothing.
+    if (const std::optional<int> injected = d.injectedResult(cmd)) {
+        entry.words = wordsFrom(data, bytes, words);
+        entry.result = *injected;
+        d.trace.push_back(std::move(entry));
+        return *injected;
+    }
+    if (data == nullptr) {
+        entry.result = -1;
+        d.trace.push_back(std::move(entry));
+        return -1;
+    }
+
+    switch (opt) {
+        case IA_CMD_OPT_SET:
+            entry.words = wordsFrom(data, bytes, words);
+            if (cmd == IA_CMD_VERSION) {
+                const char* text = static_cast<const char*>(data);
+                d.versionTexts[channel] = std::string(text, strnlen(text, IA_VERSION_TEXT_LEN));
+            } else {
+                d.values[{channel, cmd}] = entry.words;
+            }
+            break;
+
+        case IA_CMD_OPT_GET:
+            if (cmd == IA_CMD_DYNAMIC_PARAMS_CMDS_GET) {
+                ia_dynamic_params_cmds_st list;
+                std::memset(&list, 0, sizeof(list));
+                if (d.rawCmdList) {
+                    list = *d.rawCmdList;
+                } else {
+                    const size_t count =
+                        std::min<size_t>(d.dynamicCmds.size(), IA_DYNAMIC_CMDS_MAX);
+                    list.cmd_cnt = static_cast<uint32_t>(count);
+                    std::copy_n(d.dynamicCmds.begin(), count, list.cmd_list);
+                }
+                std::memcpy(data, &list, sizeof(list));
+            } else if (cmd == IA_CMD_VERSION) {
+                char text[IA_VERSION_TEXT_LEN];
+                std::memset(text, 0, sizeof(text));
+                // Always NUL-terminated within the 50 bytes.
+                const std::string strText = d.versionText(channel);
+                std::memcpy(text, strText.data(),
+                            std::min<size_t>(strText.size(), IA_VERSION_TEXT_LEN - 1));
+                std::memcpy(data, text, IA_VERSION_TEXT_LEN);
+            } else if (cmd == IA_CMD_SENSOR_CHECK) {
+                // The three numbers stay as the caller gave them; only the
+                // result word is answered.
+                const auto it = d.sensorCheckResults.find(channel);
+                const uint32_t result = it != d.sensorCheckResults.end() ? it->second : 1;
+                std::memcpy(static_cast<char*>(data) + 12, &result, 4);
+            } else if (cmd == IA_CMD_DN_STATE) {
+                const auto it = d.dayNight.find(channel);
+                const uint32_t state = it != d.dayNight.end() ? it->second : 0;
+                std::memcpy(data, &state, 4);
+            } else {
+                const std::vector<uint32_t> stored = d.storedWords(channel, cmd);
+                std::memcpy(data, stored.data(), stored.size() * 4);
+            }
+            entry.words = wordsFrom(data, bytes, words);
+            break;
+
+        case IA_CMD_OPT_GET_PARAM_RNAGE: {
+            const auto it = d.ranges.find(cmd);
+            if (it == d.ranges.end()) {
+                entry.result = -1;
+                break;
+            }
+            std::memcpy(data, &it->second, sizeof(it->second));
+            entry.words = wordsFrom(data, bytes, words);
+            break;
+        }
+
+        case IA_CMD_OPT_CORRECT_PARAM: {
+            uint32_t value;
+            std::memcpy(&value, data, 4);
+            const auto it = d.ranges.find(cmd);
+            if (it != d.ranges.end())
+                value = correctedValue(it->second, value);
+            std::memcpy(data, &value, 4);
+            entry.words = {value};
+            break;
+        }
+
+        case IA_CMD_OPT_GET_EXEC_STATUS: {
+            const auto it = d.execStatus.find(cmd);
+            const uint32_t status = it != d.execStatus.end() ? it->second : 0;
+            std::memcpy(data, &status, 4);
+            entry.words = {status};
+            break;
+        }
+
+        default:
+            // An option the ISP does not know: refused, data untouched.
+            entry.result = -1;
+            break;
+    }
+    const int result = entry.result;
+    d.trace.push_back(std::move(entry));
+    return result;
+}
+
+} // namespace sim
+
+extern "C" int ia_ioctrl_v2(int channel, int command, int option, void* data) {
+    return sim::Isp::instance().call(channel, command, option, data);
+}
