@@ -69,10 +69,15 @@ bool GThread::start() {
 
 bool GThread::stop() {
     std::lock_guard<std::mutex> lock(m_pImpl->control);
-    if (!m_pImpl->running)
+    const bool bOwnThread = m_pImpl->thread.get_id() == std::this_thread::get_id();
+    if (!m_pImpl->running) {
+        // A thread that stopped itself is still to be joined.
+        if (!bOwnThread && m_pImpl->thread.joinable())
+            m_pImpl->thread.join();
         return false;
+    }
     m_pImpl->stopRequested = true;
-    if (m_pImpl->thread.get_id() == std::this_thread::get_id()) {
+    if (bOwnThread) {
         // A round that stops its own thread cannot wait for itself: the loop
         // ends after this round and the thread is joined by the next start,
         // stop or the destructor.

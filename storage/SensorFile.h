@@ -2,6 +2,7 @@
 // the style documents. Paths are device paths (see DeviceRoot.h).
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "diag/SensorDefs.h"

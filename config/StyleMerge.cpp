@@ -1,0 +1,161 @@
+#define SNS_SOURCE_UNIT "SensorFile.cpp"
+#include "diag/SensorDiag.h"
+
+#include "config/StyleMerge.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "config/SensorXml.h"
+#include "host/StringHandler.h"
+#include "storage/DeviceRoot.h"
+#include "storage/SensorFile.h"
+
+namespace {
+
+// Only this many leading characters of a rule value and a detail value are
+// compared, so one rule serves a whole sensor series (IMX327 and IMX32x).
+const size_t kCompareLen = 5;
+
+// Two channels start up side by side and share the one merge file; each
+// save-and-read-back must see its own document.
+std::mutex g_mergeFileMutex;
+
+// Whether one rule attribute agrees with the module detail: one of its
+// comma-separated values, or the whole value, agrees with the detail field
+// of the same name in its first characters.
+bool attributeAgrees(const char* p_szDetail, const TiXmlAttribute* modi_attr) {
+    SNS_DBG("modi_attr->Name()(%s), modi_attr->Value()(%s)\n", modi_attr->Name(),
+            modi_attr->Value());
+    // Detail values longer than the buffer are cut; only five characters count.
+    char nVal[8];
+    std::memset(nVal, 0, sizeof(nVal));
+    if (getDetailFieldToStrN(p_szDetail, modi_attr->Name(), nVal, sizeof(nVal) - 1) ==
+        SNS_SUCCESS) {
+        std::vector<std::string> vecValues;
+        StringHandler::split(modi_attr->Value(), ",", vecValues);
+        for (const std::string& strValue : vecValues) {
+            if (std::strncmp(strValue.c_str(), nVal, kCompareLen) == 0)
+                return true;
+        }
+        if (std::strncmp(modi_attr->Value(), nVal, kCompareLen) == 0)
+            return true;
+    }
+    SNS_DBG("modi_attr->Name()(%s), modi_attr->Value()(%s) nVal(%s)\n", modi_attr->Name(),
+            modi_attr->Value(), nVal);
+    return false;
+}
+
+// The first attribute of the rule that agrees with the module, or null.
+const TiXmlAttribute* findAgreeingAttribute(const char* p_szDetail,
+                                            const TiXmlElement* node_first) {
+    for (const TiXmlAttribute* modi_attr = node_first->FirstAttribute(); modi_attr != nullptr;
+         modi_attr = modi_attr->Next()) {
+        if (attributeAgrees(p_szDetail, modi_attr))
+            return modi_attr;
+    }
+    return nullptr;
+}
+
+// SaveFile writes into the device's "/tmp"; a fresh device root may lack it.
+void ensureFolderOf(const std::string& p_strPath) {
+    const std::string::size_type pos = p_strPath.rfind('/');
+    if (pos == std::string::npos || pos == 0)
+        return;
+    const std::string strFolder = p_strPath.substr(0, pos);
+    struct stat st;
+    if (::stat(strFolder.c_str(), &st) == 0)
+        return;
+    ensureFolderOf(strFolder);
+    if (::mkdir(strFolder.c_str(), 01777) != 0 && errno != EEXIST)
+        return;
+}
+
+} // namespace
+
+int mergeStyle(ModuleConfig* p_pstModuleConfig, char** ui_style, char* ui_styleDiversity) {
+    SensorXmlDocument doc_style;
+    SensorXmlDocument doc_style_div;
+    SNS_ASSERT(doc_style.LoadMem(*ui_style, TIXML_ENCODING_UTF8), "");
+    SNS_ASSERT(doc_style_div.LoadMem(ui_styleDiversity, TIXML_ENCODING_UTF8), "");
+
+    const char* szDetail = p_pstModuleConfig != nullptr ? p_pstModuleConfig->szDetail : "";
+    TiXmlElement* node_first = nullptr;
+    SNS_ASSERT(NULL != (node_first = doc_style_div.RootElement()), "");
+
+    // Rules apply in document order; a later rule sees what earlier ones did.
+    for (; node_first != nullptr; node_first = node_first->NextSiblingElement()) {
+        const TiXmlAttribute* modi_attr = findAgreeingAttribute(szDetail, node_first);
+        if (modi_attr == nullptr)
+            continue;
+        SNS_DBG("modi_attr->Name()(%s), modi_attr->Value()(%s)\n", modi_attr->Name(),
+                modi_attr->Value());
+
+        TiXmlElement* node_second = nullptr;
+        SNS_ASSERT(NULL != (node_second = node_first->FirstChildElement()), "");
+        for (; node_second != nullptr; node_second = node_second->NextSiblingElement()) {
+            SNS_DBG("modi_attr->Name()(%s), modi_attr->Value()(%s)\n", modi_attr->Name(),
+                    modi_attr->Value());
+            updateStyleTab(&doc_style, node_second->Value(), node_second->Attribute("tab_key"),
+                           node_second->FirstChildElement());
+            SNS_DBG("modi_attr->Name()(%s), modi_attr->Value()(%s)\n", modi_attr->Name(),
+                    modi_attr->Value());
+        }
+    }
+
+    std::lock_guard<std::mutex> guard(g_mergeFileMutex);
+    const std::string strMergeFile = sensorDevicePath(SENSOR_MERGE_STYLE_FILE);
+    ensureFolderOf(strMergeFile);
+    doc_style.SaveFile(strMergeFile.c_str());
+    std::string strXml;
+    doc_style.getXmlString(strXml);
+    SNS_INFO("%s\n", strXml.c_str());
+
+    const int64_t file_len = getFileLen(SENSOR_MERGE_STYLE_FILE);
+    const size_t nBlock = static_cast<size_t>(file_len > 0 ? file_len : 0) + 1;
+    char* szMerged = static_cast<char*>(std::realloc(*ui_style, nBlock));
+    if (szMerged != nullptr) {
+        *ui_style = szMerged;
+        std::memset(*ui_style, 0, nBlock);
+        SNS_ASSERT(loadFromFile("/tmp/merge_style.xml", *ui_style, file_len) > 0, "");
+    }
+    return SNS_SUCCESS;
+}
+
+int updateStyleTab(TiXmlDocument* doc_style, const char* p_szOperation, const char* p_szTabKey,
+                   const TiXmlElement* p_pContent) {
+    TiXmlElement* pRoot = doc_style != nullptr ? doc_style->RootElement() : nullptr;
+    TiXmlElement* tab_node = pRoot != nullptr ? pRoot->FirstChildElement() : nullptr;
+    SNS_ASSERT_TEXT(NULL != tab_node,
+                    "NULL != (tab_node = doc_style->RootElement()->FirstChildElement())", "");
+    if (tab_node == nullptr || p_szTabKey == nullptr || p_szOperation == nullptr)
+        return SNS_SUCCESS;
+
+    for (; tab_node != nullptr; tab_node = tab_node->NextSiblingElement()) {
+        const char* szKey = tab_node->Attribute("key");
+        if (szKey != nullptr && std::strcmp(szKey, p_szTabKey) == 0)
+            break;
+    }
+    if (tab_node == nullptr)
+        return SNS_SUCCESS;
+
+    if (std::strcmp(p_szOperation, "Modify") == 0) {
+        // The new tab takes the old one's place.
+        if (p_pContent != nullptr) {
+            pRoot->InsertAfterChild(tab_node, *p_pContent);
+            pRoot->RemoveChild(tab_node);
+        }
+    } else if (std::strcmp(p_szOperation, "AddAfter") == 0) {
+        if (p_pContent != nullptr)
+            pRoot->InsertAfterChild(tab_node, *p_pContent);
+    } else if (std::strcmp(p_szOperation, "Delete") == 0) {
+        pRoot->RemoveChild(tab_node);
+    }
+    return SNS_SUCCESS;
+}

@@ -1,0 +1,249 @@
+// Start-up and shut-down of a controller: init and uinit.
+#include "controller/ControllerPriv.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+#include "config/DnaStyle.h"
+#include "host/sy_system.h"
+#include "storage/DeviceRoot.h"
+#include "storage/SensorFile.h"
+
+using namespace sensor_detail;
+
+namespace {
+
+const u32 KEY_SCHEME_MODE = 8000;
+
+// The first entry with the key, or null.
+KeyVal* findEntry(KeyVal* p_pKeyVal, u32 p_nNum, u32 p_nKey) {
+    if (p_pKeyVal == nullptr)
+        return nullptr;
+    for (u32 i = 0; i < p_nNum; ++i) {
+        if (p_pKeyVal[i].key == p_nKey)
+            return &p_pKeyVal[i];
+    }
+    return nullptr;
+}
+
+void setFirst(KeyVal* p_pKeyVal, u32 p_nNum, u32 p_nKey, u32 p_nValue) {
+    KeyVal* pEntry = findEntry(p_pKeyVal, p_nNum, p_nKey);
+    if (pEntry != nullptr)
+        pEntry->value = p_nValue;
+}
+
+std::string schemeFileName(int p_nCameraID, u32 p_nScheme) {
+    char szName[128] = {0};
+    snprintf(szName, sizeof(szName),
+             p_nCameraID == 2 ? SENSOR_THERMAL_SCHEME_FILE : SENSOR_SCHEME_FILE,
+             static_cast<int>(p_nScheme));
+    return szName;
+}
+
+bool fileExists(const std::string& p_strDevicePath) {
+    return ::access(sensorDevicePath(p_strDevicePath).c_str(), F_OK) == 0;
+}
+
+} // namespace
+
+// Builds the configuration, the factory values and the schemes, applies the
+// first scheme and starts the worker. Every failure is reported and start-up
+// goes on: the result is always true.
+bool ISensorController::init(const ModuleConfigure& p_objModuleConfigure) {
+    // 1.
+    clearFlag(m_nFlags, initing_flag | inited_flag);
+    setFlag(m_nFlags, initing_flag);
+
+    // 2.
+    SNS_ASSERT_TEXT(SNS_SUCCESS == initSysConf(m_nCameraID, p_objModuleConfigure, &m_stSysConf),
+                    "SNS_SUCCESS == initSysConf(m_nCameraID,p_objModuleConfigure, &m_stSysConf)",
+                    "");
+
+    // 3. The factory data may fill up to its capacity whatever row count a
+    // previous start-up left behind, so the room is never below it.
+    const u32 nFctRoom =
+        m_nKeyCmdNum > SENSOR_FACTORY_CAPACITY ? m_nKeyCmdNum : SENSOR_FACTORY_CAPACITY;
+    KeyVal* pFctTmp = static_cast<KeyVal*>(std::calloc(nFctRoom, sizeof(KeyVal)));
+    m_pstKeyValTmp2 = static_cast<KeyVal*>(std::calloc(nFctRoom, sizeof(KeyVal)));
+    m_pFctKeyVal = pFctTmp;
+
+    // 4.
+    m_nKeyValSum = 0;
+    SNS_ASSERT_TEXT(SNS_SUCCESS == getFctData(m_nCameraID, m_stSysConf.szUIStyle, m_pFctKeyVal,
+                                              &m_nKeyValSum, m_bShowWDRFalg),
+                    "SNS_SUCCESS == getFctData(m_nCameraID,m_stSysConf.szUIStyle, m_pFctKeyVal, "
+                    "&m_nKeyValSum,m_bShowWDRFalg)",
+                    "");
+    if (m_nKeyValSum > nFctRoom)
+        m_nKeyValSum = nFctRoom;
+
+    // 5. One block for every scheme and the factory slot; +1 keeps the block
+    // a real allocation even for an empty factory set.
+    const u32 nSchemeSum = m_stSysConf.nSchemeSum;
+    const u32 nKeyValSum = m_nKeyValSum;
+    KeyVal* pBlock = static_cast<KeyVal*>(
+        std::calloc(static_cast<size_t>(nSchemeSum + 1) * nKeyValSum + 1, sizeof(KeyVal)));
+    m_ppUserKeyVal = static_cast<KeyVal**>(std::calloc(nSchemeSum + 1, sizeof(KeyVal*)));
+    SNS_ASSERT(pBlock != nullptr && m_ppUserKeyVal != nullptr, "nSchemeSum(%u) m_nKeyValSum(%u)\n",
+               nSchemeSum, nKeyValSum);
+    if (pBlock == nullptr || m_ppUserKeyVal == nullptr) {
+        // Without room for the schemes nothing below can run; keep the
+        // controller in its shut-down shape.
+        std::free(pBlock);
+        std::free(m_ppUserKeyVal);
+        std::free(pFctTmp);
+        m_ppUserKeyVal = nullptr;
+        m_pFctKeyVal = nullptr;
+        m_nKeyValSum = 0;
+        clearFlag(m_nFlags, initing_flag);
+        setFlag(m_nFlags, inited_flag);
+        return true;
+    }
+    for (u32 s = 0; s <= nSchemeSum; ++s)
+        m_ppUserKeyVal[s] = pBlock + static_cast<size_t>(s) * nKeyValSum;
+    SNS_DBG("m_nKeyCmdNum(%d), m_nKeyValNum(%d)\n", m_nKeyCmdNum, m_nKeyValSum);
+
+    // 6.
+    if (nKeyValSum > 0)
+        std::memcpy(m_ppUserKeyVal[nSchemeSum], pFctTmp, nKeyValSum * sizeof(KeyVal));
+    std::free(pFctTmp);
+    m_pFctKeyVal = m_ppUserKeyVal[nSchemeSum];
+
+    // 7.
+    u32 nLocalVersion = 0;
+    if (getVersion(&nLocalVersion) != SNS_SUCCESS || nLocalVersion != m_nVersion) {
+        SNS_WARN("check the sensor version,   local(%u) --> libsensordll.so(%u), source the cmd: "
+                 "rm -rf /mnt/mtd/code/config*/sensor*\n",
+                 nLocalVersion, m_nVersion);
+        (void)sy_system(sensorRemoveSchemeFilesCommand().c_str(), 30);
+    }
+
+    // 8.
+    MachineInfo objMachineInfo;
+    (void)SystemInfoParser::parseMachineInfo(sensorDevicePath(SENSOR_MACHINE_INFO_FILE),
+                                             objMachineInfo);
+    DeviceType objDeviceType(objMachineInfo.getDeviceType());
+    const char* szDetail = m_stSysConf.moduleConfig.szDetail;
+    if (objDeviceType.getId() == DeviceType::VEHICLE_DETECT &&
+        std::strstr(szDetail, "(isInfrared=0)") == nullptr &&
+        std::strstr(szDetail, "(isInfrared=1)") == nullptr)
+        m_bLprMode = true;
+
+    // 9.
+    for (u32 s = 0; s < nSchemeSum; ++s) {
+        const std::string strName = schemeFileName(m_nCameraID, s);
+        if (!fileExists(strName)) {
+            const KeyVal* pSource = m_pFctKeyVal;
+            if (!m_bLprMode) {
+                if (s == 0)
+                    (void)setKeyValToCache(nSchemeSum, KEY_SCHEME_MODE, 0, true);
+            } else if (s == 1 && m_pstKeyValTmp2 != nullptr) {
+                // The night scheme of a plate-reading device: colour off,
+                // short shutter, metering and strong near infrared.
+                std::memcpy(m_pstKeyValTmp2, m_pFctKeyVal, nKeyValSum * sizeof(KeyVal));
+                setFirst(m_pstKeyValTmp2, nKeyValSum, 144, 0);  // KEY_DN_MODE
+                setFirst(m_pstKeyValTmp2, nKeyValSum, 49, 18);  // KEY_MAX_SHUTTER
+                setFirst(m_pstKeyValTmp2, nKeyValSum, 96, 1);   // KEY_METER_AREA
+                setFirst(m_pstKeyValTmp2, nKeyValSum, 161, 2);  // KEY_IR_MODE
+                setFirst(m_pstKeyValTmp2, nKeyValSum, 163, 40); // KEY_IR_MANUAL_STRG_NEAR
+                pSource = m_pstKeyValTmp2;
+            }
+            (void)keyValToFile(strName.c_str(), pSource, nKeyValSum);
+        }
+        // A short or unreadable file leaves the factory values in the tail,
+        // never uninitialised memory.
+        std::memcpy(m_ppUserKeyVal[s], m_pFctKeyVal, nKeyValSum * sizeof(KeyVal));
+        (void)keyValFromFile(strName.c_str(), m_ppUserKeyVal[s], nKeyValSum);
+        if (s == 0) {
+            const KeyVal* pMode = findEntry(m_ppUserKeyVal[0], nKeyValSum, KEY_SCHEME_MODE);
+            const u32 nMode = pMode != nullptr ? pMode->value : 0;
+            m_bTimeScheme = nMode == 1;
+            m_bDNScheme = nMode == 2;
+        }
+    }
+
+    // 10.
+    SNS_ASSERT_TEXT(SNS_SUCCESS == setVersion(m_nVersion), "SNS_SUCCESS == setVersion(m_nVersion)",
+                    "m_nVersion(%d)\n", m_nVersion);
+
+    // 11.
+    buildKeyCmdMap();
+
+    // 12.
+    m_pstKeyValTmp = static_cast<KeyVal*>(std::calloc(nKeyValSum + 1, sizeof(KeyVal)));
+
+    // 13.
+    if (!m_bTimeScheme && !m_bDNScheme)
+        (void)switch_to(0, false);
+
+    // 14.
+    (void)sensorThread();
+
+    // 15.
+    SNS_ASSERT_TEXT(m_pSensorThread->start(), "m_pSensorThread->start()", "");
+
+    // 16. Streams at 50/60 fps cannot carry wide dynamic range; small
+    // encoded streams of the AV200 models cannot carry beaway.
+    m_bShowWDRFalg = true;
+    setshowBeawayFalg(true);
+    std::vector<AVStreamParam> vecStreams;
+    if (m_pVideoStreamModule != nullptr)
+        (void)m_pVideoStreamModule->getAVStreamParams(vecStreams);
+    const std::string strModel = objMachineInfo.getHardwareModel();
+    const bool bAv200 = strModel == "Hi3516AV200" || strModel == "Hi3516AV200Thermal";
+    for (const AVStreamParam& objStream : vecStreams) {
+        if (objStream.getFrameRate() == 50 || objStream.getFrameRate() == 60)
+            m_bShowWDRFalg = false;
+        if (bAv200 && objStream.getVideoEncoderType() == 1 && objStream.getVideoHeight() < 256)
+            setshowBeawayFalg(false);
+    }
+
+    // 17.
+    clearFlag(m_nFlags, initing_flag);
+    setFlag(m_nFlags, inited_flag);
+    SNS_DBG("ISensorController::initSensor  success\n");
+    return true;
+}
+
+// Stops the worker and frees what init allocated. Before init, and once the
+// controller is already shut down, it does nothing.
+void ISensorController::uinit() {
+    if (!testFlag(m_nFlags, inited_flag))
+        return;
+    const bool bAllocated = m_ppUserKeyVal != nullptr || m_pstKeyValTmp != nullptr ||
+                            m_pstKeyValTmp2 != nullptr || m_pKeyCmdMap != nullptr;
+    if (!bAllocated && !m_pSensorThread->isRunning())
+        return;
+
+    setFlag(m_nFlags, uniniting_flag);
+    SNS_ASSERT_TEXT(m_pSensorThread->stop(), "m_pSensorThread->stop()", "");
+
+    std::free(m_pstKeyValTmp);
+    m_pstKeyValTmp = nullptr;
+    std::free(m_pKeyCmdMap);
+    m_pKeyCmdMap = nullptr;
+    if (m_ppUserKeyVal != nullptr)
+        std::free(m_ppUserKeyVal[0]); // the scheme block starts at scheme 0
+    std::free(m_ppUserKeyVal);
+    m_ppUserKeyVal = nullptr;
+    m_pstKeyValTmp2 = nullptr;
+
+    uinitSysConf(&m_stSysConf);
+    // The released texts must not be reached again (style requests after
+    // shut-down see no style). The module description is kept: a reset
+    // starts the controller again from it.
+    m_stSysConf.szUIStyle = nullptr;
+    m_stSysConf.pLanguageTab = nullptr;
+    m_stSysConf.nLanguageNum = 0;
+
+    m_nParamMode = 1;
+    m_nLastScheme = -1;
+    m_nCurScheme = -1;
+    m_nKeyValSum = 0;
+    m_pFctKeyVal = nullptr;
+    clearFlag(m_nFlags, uniniting_flag);
+}

@@ -1,0 +1,225 @@
+#define SNS_SOURCE_UNIT "SensorFile.cpp"
+#include "diag/SensorDiag.h"
+
+#include "storage/SensorFile.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "host/KPFile.h"
+#include "storage/DeviceRoot.h"
+
+namespace {
+
+const char* const kOpenReadText = "file.open(file_name)";
+const char* const kOpenWriteText = "file.open(file_name, KPFile::modeWrite | KPFile::modeTruncate)";
+const int kModeRead = KPFile::modeRead;                          // 1
+const int kModeWrite = KPFile::modeWrite | KPFile::modeTruncate; // 66
+
+// The folder that holds a resolved path.
+std::string folderOf(const std::string& strPath) {
+    const std::string::size_type pos = strPath.rfind('/');
+    if (pos == std::string::npos)
+        return ".";
+    return pos == 0 ? std::string("/") : strPath.substr(0, pos);
+}
+
+// A file on flash replaced as a whole: the bytes go to a temporary beside the
+// target, reach the flash (fsync), and only then take the target's name by one
+// rename, after which the folder is synced too. A power cut at any instant
+// leaves either the old file or the new one, never a torn or empty one. The
+// temporary's name is the target's plus ".tmp", so that it still matches the
+// removal pattern "/mnt/mtd/code/config*/sensor*" of a version change.
+class ReplacingFile {
+public:
+    explicit ReplacingFile(const char* devicePath)
+        : m_strTarget(sensorDevicePath(devicePath ? devicePath : "")),
+          m_strTemp(m_strTarget + ".tmp") {}
+    ~ReplacingFile() { abandon(); }
+    ReplacingFile(const ReplacingFile&) = delete;
+    ReplacingFile& operator=(const ReplacingFile&) = delete;
+
+    bool open() {
+        m_bOpened = m_objFile.open(m_strTemp.c_str(), kModeWrite);
+        return m_bOpened;
+    }
+
+    // The count written, as KPFile reports it; a complete write that did not
+    // reach the flash counts as nothing written.
+    int write(const void* data, int length) {
+        const int nSize = m_objFile.write(data, length);
+        if (nSize == length && m_bOpened && ::fsync(m_objFile.getFileHandle()) != 0)
+            return -1;
+        return nSize;
+    }
+
+    // Puts the complete temporary in the target's place; false when the
+    // target cannot be replaced (for instance a folder stands in its place).
+    bool commit() {
+        if (!m_bOpened)
+            return false;
+        m_objFile.close();
+        if (::rename(m_strTemp.c_str(), m_strTarget.c_str()) != 0)
+            return false;
+        m_bOpened = false;
+        syncFolder();
+        return true;
+    }
+
+private:
+    // An incomplete temporary never survives; the target stays as it was.
+    void abandon() {
+        if (!m_bOpened)
+            return;
+        m_objFile.close();
+        ::unlink(m_strTemp.c_str());
+        m_bOpened = false;
+    }
+
+    // The rename itself is on flash only once the folder is.
+    void syncFolder() const {
+        const int fd = ::open(folderOf(m_strTarget).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (fd < 0)
+            return;
+        (void)::fsync(fd);
+        ::close(fd);
+    }
+
+    KPFile m_objFile;
+    std::string m_strTarget;
+    std::string m_strTemp;
+    bool m_bOpened = false;
+};
+
+// Finds "name", then "=", then ")" as the camera's detail texts are searched:
+// plain substring search, so a name also matches inside a longer one.
+bool findDetailField(const char* p_szDetail, const char* p_szName, const char*& p_pBegin,
+                     size_t& p_nLen) {
+    if (p_szDetail == nullptr || p_szName == nullptr)
+        return false;
+    const char* pName = std::strstr(p_szDetail, p_szName);
+    if (pName == nullptr)
+        return false;
+    const char* pEqual = std::strstr(pName, "=");
+    if (pEqual == nullptr)
+        return false;
+    const char* pClose = std::strstr(pEqual, ")");
+    if (pClose == nullptr)
+        return false;
+    p_pBegin = pEqual + 1;
+    p_nLen = pClose > p_pBegin ? static_cast<size_t>(pClose - p_pBegin) : 0;
+    return true;
+}
+
+} // namespace
+
+int64_t getFileLen(const char* file_name) {
+    KPFile file;
+    SNS_ASSERT_TEXT(file.open(sensorDevicePath(file_name ? file_name : "").c_str(), kModeRead),
+                    kOpenReadText, "file_name(%s)", file_name);
+    return file.getLength();
+}
+
+int64_t loadFromFile(const char* file_name, void* data, int64_t file_len) {
+    SNS_DBG("open file:%s\n", file_name);
+    KPFile file;
+    if (!file.open(sensorDevicePath(file_name ? file_name : "").c_str(), kModeRead))
+        return -1;
+    const int nSize = file.read(data, static_cast<int>(file_len));
+    if (static_cast<int64_t>(nSize) != file_len)
+        return -1;
+    file.close();
+    return nSize;
+}
+
+int saveToFile(const char* file_name, const void* data, int64_t file_len) {
+    ReplacingFile file(file_name);
+    SNS_ASSERT_TEXT(file.open(), kOpenWriteText, "file_name(%s)\n", file_name);
+    int nSize = file.write(data, static_cast<int>(file_len));
+    if (nSize == file_len && !file.commit()) {
+        // To the caller a target that cannot be replaced is one that did not
+        // open for writing: nothing of it was written.
+        SNS_ASSERT_TEXT(false, kOpenWriteText, "file_name(%s)\n", file_name);
+        nSize = -1;
+    }
+    SNS_ASSERT_TEXT(file_len == nSize, "file_len == (nSize=file.write(data, file_len))",
+                    "file_len(%d)\n", static_cast<int>(file_len));
+    return nSize;
+}
+
+int keyValFromFile(const char* file_name, KeyVal* p_pKeyVal, u32 p_nKeyValNum) {
+    KPFile file;
+    SNS_ASSERT_TEXT(file.open(sensorDevicePath(file_name ? file_name : "").c_str(), kModeRead),
+                    kOpenReadText, "file_name(%s)\n", file_name);
+    const int nWanted = static_cast<int>(sizeof(KeyVal) * p_nKeyValNum);
+    const int nSize = file.read(p_pKeyVal, nWanted);
+    SNS_ASSERT_TEXT(nSize == nWanted, "nSize == sizeof(KeyVal)*p_nKeyValNum",
+                    "file_name(%s) nSize(%d) sizeof(KeyVal) = %d, p_nKeyValNum(%d)\n", file_name,
+                    nSize, static_cast<int>(sizeof(KeyVal)), static_cast<int>(p_nKeyValNum));
+    file.close();
+    return SNS_SUCCESS;
+}
+
+int keyValToFile(const char* file_name, const KeyVal* p_pKeyVal, u32 p_nKeyValSum) {
+    ReplacingFile file(file_name);
+    SNS_ASSERT_TEXT(file.open(), kOpenWriteText, "file_name(%s)\n", file_name);
+    const int nWanted = static_cast<int>(sizeof(KeyVal) * p_nKeyValSum);
+    int nSize = file.write(p_pKeyVal, nWanted);
+    if (nSize == nWanted && !file.commit()) {
+        // A target that cannot be replaced did not open for writing.
+        SNS_ASSERT_TEXT(false, kOpenWriteText, "file_name(%s)\n", file_name);
+        nSize = -1;
+    }
+    SNS_ASSERT_TEXT(nSize == nWanted, "nSize == sizeof(KeyVal)*p_nKeyValSum",
+                    "nSize(%d) sizeof(KeyVal) = %d, p_nKeyValNum(%d)\n", nSize,
+                    static_cast<int>(sizeof(KeyVal)), static_cast<int>(p_nKeyValSum));
+    return SNS_SUCCESS;
+}
+
+int getVersion(u32* p_nVersion) {
+    return loadFromFile(SENSOR_VERSION_FILE, p_nVersion, sizeof(u32)) >= 1 ? SNS_SUCCESS : -1;
+}
+
+int setVersion(u32 p_nVersion) {
+    u32 nVersion = p_nVersion;
+    return saveToFile(SENSOR_VERSION_FILE, &nVersion, sizeof(u32)) >= 1 ? SNS_SUCCESS : -1;
+}
+
+int getDetailFieldTou32(const char* p_szDetail, const char* p_szName, u32* p_nValue) {
+    const char* pBegin = nullptr;
+    size_t nLen = 0;
+    if (!findDetailField(p_szDetail, p_szName, pBegin, nLen))
+        return -1;
+    // Values are short numbers; a longer one is cut, never copied past the buffer.
+    char szVal[10] = {0};
+    std::memcpy(szVal, pBegin, nLen < sizeof(szVal) - 1 ? nLen : sizeof(szVal) - 1);
+    if (p_nValue != nullptr)
+        *p_nValue = static_cast<u32>(std::atoi(szVal));
+    return SNS_SUCCESS;
+}
+
+int getDetailFieldToStr(const char* p_szDetail, const char* p_szName, char* p_szOut) {
+    const char* pBegin = nullptr;
+    size_t nLen = 0;
+    if (!findDetailField(p_szDetail, p_szName, pBegin, nLen))
+        return -1;
+    if (p_szOut != nullptr)
+        std::memcpy(p_szOut, pBegin, nLen);
+    return SNS_SUCCESS;
+}
+
+int getDetailFieldToStrN(const char* p_szDetail, const char* p_szName, char* p_szOut,
+                         size_t p_nOutSize) {
+    const char* pBegin = nullptr;
+    size_t nLen = 0;
+    if (!findDetailField(p_szDetail, p_szName, pBegin, nLen))
+        return -1;
+    if (p_szOut != nullptr)
+        std::memcpy(p_szOut, pBegin, nLen < p_nOutSize ? nLen : p_nOutSize);
+    return SNS_SUCCESS;
+}
