@@ -91,7 +91,7 @@ ISensorController::ISensorController()
 ISensorController::~ISensorController() {
     // A host that never called uinit still gets everything init took back
     // (uinit stops the worker first, so it runs while the thread object exists).
-    if (m_ppUserKeyVal != nullptr && testFlag(m_nFlags, inited_flag))
+    if (testFlag(m_nFlags, inited_flag))
         uinit();
     if (m_pSensorThread != nullptr) {
         m_pSensorThread->stop();
