@@ -145,6 +145,18 @@ const std::vector<Shell::Verb>& Shell::verbs() {
              r = s.m_args[0];
              return true;
          }},
+        {"worker", "worker pause|run", 1, 1,
+         "hold the running worker between rounds, or let it go on (rounds then only by round)",
+         [](Shell& s, std::string& r) {
+             const std::string& w = s.m_args[0];
+             if (w != "pause" && w != "run") {
+                 s.m_strError = "expected pause or run: " + w;
+                 return false;
+             }
+             sim::pauseThreads(w == "pause");
+             r = w;
+             return true;
+         }},
         {"clock", "clock HH:MM", 1, 1, "set the simulated device time",
          [](Shell& s, std::string& r) {
              const std::string& t = s.m_args[0];
@@ -170,18 +182,34 @@ const std::vector<Shell::Verb>& Shell::verbs() {
              r = w;
              return true;
          }},
-        {"isp", "isp", 0, 0, "list the ISP calls since the last isp; = their count",
+        {"isp", "isp [clear]", 0, 1,
+         "list the ISP calls since the last isp (clear: drop them unlisted); = their count",
          [](Shell& s, std::string& r) {
+             if (!s.m_args.empty() && s.m_args[0] != "clear") {
+                 s.m_strError = "expected clear: " + s.m_args[0];
+                 return false;
+             }
              const std::vector<sim::IspCall> calls = sim::Isp::instance().takeTrace();
+             r = std::to_string(calls.size());
+             if (!s.m_args.empty())
+                 return true;
              for (const sim::IspCall& c : calls)
                  s.m_out << "isp ch=" << c.channel << " cmd=" << c.cmd << " opt=" << c.opt
                          << " val=" << joinWords(c.words) << " ret=" << c.result << "\n";
-             r = std::to_string(calls.size());
              return true;
          }},
-        {"video", "video", 0, 0, "list the video notifications since the last video; = their count",
+        {"video", "video [clear]", 0, 1,
+         "list the video notifications since the last video (clear: drop them); = their count",
          [](Shell& s, std::string& r) {
+             if (!s.m_args.empty() && s.m_args[0] != "clear") {
+                 s.m_strError = "expected clear: " + s.m_args[0];
+                 return false;
+             }
              const auto notices = s.m_camera.video().takeNotices();
+             if (!s.m_args.empty()) {
+                 r = std::to_string(notices.size());
+                 return true;
+             }
              for (const auto& n : notices)
                  s.m_out << "video ch=" << n.channel << " key=" << n.key << " val=" << n.value << "\n";
              r = std::to_string(notices.size());
