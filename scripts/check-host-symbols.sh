@@ -5,7 +5,7 @@ set -euo pipefail
 lib=${1:?usage: check-host-symbols.sh libsensor.so}
 syms=$(nm -D -C "$lib")
 host='ia_ioctrl_v2|sy_system|GThread::|KPMutex::|KPMutexManager::|KPFile::|KPLogger::|TarvelTime::|KPDeviceTime::|MachineInfo::|SystemInfoParser::|DeviceType::|ModuleConfigure::|ModuleConfigureParser::|StringHandler::|SensorZoomFocusParam::|VideoStreamModule::|AVStreamParam::|RefCountManager::'
-defined=$(echo "$syms" | grep -E '^[0-9a-f]+ [A-TV-Za-z] ' | grep -E "$host" || true)
+defined=$(grep -E '^[0-9a-f]+ [A-TV-Za-z] ' | grep -E "$host" || true)
 if [ -n "$defined" ]; then
   echo "libsensor.so defines host symbols:"; echo "$defined"; exit 1
 fi
@@ -13,7 +13,7 @@ missing=0
 for name in ia_ioctrl_v2 sy_system 'GThread::' 'KPMutex::' 'KPFile::' 'KPLogger::' \
             'TarvelTime::' 'KPDeviceTime::' 'MachineInfo::' 'SystemInfoParser::' \
             'ModuleConfigure::' 'StringHandler::' 'SensorZoomFocusParam::'; do
-  if ! echo "$syms" | grep -E '^ +U ' | grep -qF "$name"; then
+  if ! grep -E '^ +U ' <<<"$syms" | grep -F "$name" >/dev/null; then
     echo "libsensor.so does not use the host's $name"; missing=1
   fi
 done
