@@ -1,0 +1,258 @@
+#include "controller/ControllerPriv.h"
+
+#include <atomic>
+
+#include "host/ia_ioctrl_v2.h"
+
+using namespace sensor_detail;
+
+namespace {
+
+const u32 kKeyDnMode = 144;
+const u32 kKeyDtnThr = 145;
+const u32 kKeyNtdThr = 146;
+const u32 kKeyDnSensitivity = 154;
+const u32 kKeyDtnH = 149;
+const u32 kKeyDtnM = 150;
+const u32 kKeyNtdH = 151;
+const u32 kKeyNtdM = 152;
+const u32 kKeyMirror = 2384;
+const u32 kKeyBeaway = 2385;
+// Brackets a wide-dynamic-range mode change for the video pipeline (0 before, 1 after).
+const int kNoticeWdrChange = 2370;
+
+// While beaway turns the picture, the two single-axis mirrors act along the
+// other axis: 1 and 2 are exchanged, every other mirror value passes.
+u32 beawayMapping(u32 nMirror, u32 nBeaway) {
+    if (nBeaway != 0) {
+        if (nMirror == 1)
+            return 2;
+        if (nMirror == 2)
+            return 1;
+    }
+    return nMirror;
+}
+
+} // namespace
+
+// Whether beaway is offered at all, for the whole process. One byte, written
+// at start-up and by the host, read by doBeaway on any thread.
+std::atomic<bool> g_bShoWBeawayFalg{true};
+
+void setshowBeawayFalg(bool p_bShow) {
+    g_bShoWBeawayFalg = p_bShow;
+}
+
+bool getshowBeawayFalg() {
+    return g_bShoWBeawayFalg;
+}
+
+// Momentary user actions (lens moves, iris steps, one-shot focus, frame rate,
+// shutter reset) are stored in schemes like any key, but must only happen
+// when a user asks: they are dropped while the controller starts, resets,
+// replays or switches schemes.
+// Caller holds m_objMutex.
+int ISensorController::doIaCmd_User(u32 p_nKey, u32 p_nDir, void* p_pVal) {
+    if (!testFlag(m_nFlags, kUserDropMask))
+        return doIaCmd(p_nKey, p_nDir, p_pVal);
+    SNS_DBG("ignored auto focus once !!!\n");
+    return SNS_SUCCESS;
+}
+
+// A wide-dynamic-range mode change, bracketed by notices so the pipeline can
+// hold its streams. It counts as done when the pipeline accepted it.
+// Caller holds m_objMutex.
+int ISensorController::doHwdr(u32 p_nKey, u32 p_nDir, void* p_pVal) {
+    if (!m_bShowWDRFalg) {
+        // The streams cannot carry it: the mode is stored as off.
+        *static_cast<u32*>(p_pVal) = 0;
+        return SNS_SUCCESS;
+    }
+    notifyToVideo(kNoticeWdrChange, 0);
+    const int nRet = notifyToVideo(static_cast<int>(p_nKey), *static_cast<int*>(p_pVal));
+    SNS_ASSERT(SNS_SUCCESS == doIaCmd(p_nKey, p_nDir, p_pVal), "");
+    notifyToVideo(kNoticeWdrChange, 1);
+    return nRet;
+}
+
+// Caller holds m_objMutex.
+int ISensorController::doImageAdjust(u32 p_nKey, u32 p_nDir, void* p_pVal) {
+    SNS_ASSERT(SNS_SUCCESS == doIaCmd(p_nKey, p_nDir, p_pVal), "");
+    return notifyToVideo(static_cast<int>(p_nKey), *static_cast<int*>(p_pVal));
+}
+
+// Stabilisation: the pipeline first, then the ISP, whose result counts.
+// Caller holds m_objMutex.
+int ISensorController::doDIS(u32 p_nKey, u32 p_nDir, void* p_pVal) {
+    SNS_ASSERT_TEXT(SNS_SUCCESS ==
+                        notifyToVideo(static_cast<int>(p_nKey), *static_cast<int*>(p_pVal)),
+                    "SNS_SUCCESS == notifyToVideo(p_nKey, *(u32*)p_pVal)", "");
+    return doIaCmd(p_nKey, p_nDir, p_pVal);
+}
+
+// Panorama stitching is the video pipeline's work: the ISP is not involved
+// and the value is only stored.
+// Caller holds m_objMutex.
+int ISensorController::doIaCmd_PanoTuning(u32 p_nKey, u32 /*p_nDir*/, void* p_pVal) {
+    const int nKey = static_cast<int>(p_nKey);
+    const int nVal = *static_cast<int*>(p_pVal);
+    SNS_ASSERT(SNS_SUCCESS == notifyToVideo(nKey, nVal), "");
+    return SNS_SUCCESS;
+}
+
+// The ISP takes the thresholds as one record: the new value and the current
+// scheme's sibling; the sensitivity travels alone.
+// Caller holds m_objMutex.
+int ISensorController::doDNThr(u32 p_nKey, u32 p_nDir, void* p_pVal) {
+    struct dn_thr_st {
+        u32 d2n_thr;
+        u32 n2d_thr;
+        u32 dn_sensitivity;
+    };
+    dn_thr_st stThr = {0, 0, 0};
+    const u32 nNew = *static_cast<u32*>(p_pVal);
+    const u32 nScheme = static_cast<u32>(m_nCurScheme.load());
+    switch (p_nKey) {
+        case kKeyDtnThr:
+            stThr.d2n_thr = nNew;
+            getKeyValFromCache(nScheme, kKeyNtdThr, stThr.n2d_thr);
+            break;
+        case kKeyNtdThr:
+            getKeyValFromCache(nScheme, kKeyDtnThr, stThr.d2n_thr);
+            stThr.n2d_thr = nNew;
+            break;
+        case kKeyDnSensitivity:
+            getKeyValFromCache(nScheme, kKeyDnSensitivity, stThr.dn_sensitivity);
+            stThr.dn_sensitivity = nNew;
+            break;
+        default:
+            break;
+    }
+    SNS_BARE(0,
+             "m_nCurScheme(%u) dn_thr_st.d2n_thr(%u) dn_thr_st.n2d_thr(%u)  "
+             "dn_thr_st.dn_sensitivity(%u)\n",
+             nScheme, stThr.d2n_thr, stThr.n2d_thr, stThr.dn_sensitivity);
+    const int nRet = doIaCmd(p_nKey, p_nDir, &stThr);
+    // A threshold the ISP rejects must not stop the replay of saved parameters.
+    if (testFlag(m_nFlags, restoring_flag))
+        return SNS_SUCCESS;
+    return nRet;
+}
+
+// The ISP takes both switching times as one record: the new member and the
+// current scheme's other three.
+// Caller holds m_objMutex.
+int ISensorController::doDNTime(u32 p_nKey, u32 p_nDir, void* p_pVal) {
+    struct dn_time_st {
+        u32 d2n_hour;
+        u32 d2n_min;
+        u32 n2d_hour;
+        u32 n2d_min;
+    };
+    dn_time_st stTime = {0, 0, 0, 0};
+    const u32 nNew = *static_cast<u32*>(p_pVal);
+    const u32 nScheme = static_cast<u32>(m_nCurScheme.load());
+    if (p_nKey == kKeyDtnH)
+        stTime.d2n_hour = nNew;
+    else
+        getKeyValFromCache(nScheme, kKeyDtnH, stTime.d2n_hour);
+    if (p_nKey == kKeyDtnM)
+        stTime.d2n_min = nNew;
+    else
+        getKeyValFromCache(nScheme, kKeyDtnM, stTime.d2n_min);
+    if (p_nKey == kKeyNtdH)
+        stTime.n2d_hour = nNew;
+    else
+        getKeyValFromCache(nScheme, kKeyNtdH, stTime.n2d_hour);
+    // Every other key sets the minute to day (152 in practice).
+    if (p_nKey != kKeyDtnH && p_nKey != kKeyDtnM && p_nKey != kKeyNtdH)
+        stTime.n2d_min = nNew;
+    else
+        getKeyValFromCache(nScheme, kKeyNtdM, stTime.n2d_min);
+    SNS_BARE(0,
+             "m_nCurScheme(%u) dn_time_st.d2n_hour(%u) dn_time_st.d2n_min(%u) "
+             "dn_time_st.n2d_hour(%u) dn_time_st.n2d_min(%u) \n",
+             nScheme, stTime.d2n_hour, stTime.d2n_min, stTime.n2d_hour, stTime.n2d_min);
+    return doIaCmd(p_nKey, p_nDir, &stTime);
+}
+
+// Always true, whatever getParameter answered.
+bool ISensorController::getDNMode(int& p_nMode) {
+    getParameter(kKeyDnMode, p_nMode);
+    return true;
+}
+
+// Sets the mode in the current scheme; saving is the host's flush.
+bool ISensorController::setDNMode(int p_nMode) {
+    return setParameter(kKeyDnMode, p_nMode, true) == SNS_SUCCESS;
+}
+
+// The ISP's present state (non-zero: night); never cached.
+bool ISensorController::getDNState(int& p_nState) {
+    return doIaCmd(IA_CMD_DN_STATE, IA_CMD_OPT_GET, &p_nState) == SNS_SUCCESS;
+}
+
+// The user's mirror is stored as chosen; the pipeline and the ISP get it
+// mapped through the stored beaway.
+// Caller holds m_objMutex.
+int ISensorController::doMirror(u32 p_nKey, u32 p_nDir, void* p_pVal) {
+    const u32 nAsSet = *static_cast<u32*>(p_pVal);
+    u32 nBeaway = 0;
+    getKeyValFromCache(static_cast<u32>(m_nCurScheme.load()), kKeyBeaway, nBeaway);
+    u32 nMirror = beawayMapping(nAsSet, nBeaway);
+    SNS_DBG("nMirror(%u --> %u), nBeaway:%u\n", nAsSet, nMirror, nBeaway);
+    SNS_ASSERT(SNS_SUCCESS == notifyToVideo(p_nKey, nMirror), "");
+    return doIaCmd(p_nKey, p_nDir, &nMirror);
+}
+
+// Beaway changes the mirror in effect: the pipeline hears the new effective
+// mirror and the beaway; the ISP gets the beaway only.
+// Caller holds m_objMutex.
+int ISensorController::doBeaway(u32 p_nKey, u32 p_nDir, void* p_pVal) {
+    if (!getshowBeawayFalg()) {
+        // Withdrawn on this camera: stored as off, nothing sent.
+        *static_cast<u32*>(p_pVal) = 0;
+        return SNS_SUCCESS;
+    }
+    u32 nBeaway = *static_cast<u32*>(p_pVal);
+    u32 nMirror = 0;
+    getKeyValFromCache(static_cast<u32>(m_nCurScheme.load()), kKeyMirror, nMirror);
+    nMirror = beawayMapping(nMirror, nBeaway);
+    SNS_ASSERT(SNS_SUCCESS == notifyToVideo(IA_CMD_UI_MIRROR, nMirror), "");
+    SNS_ASSERT(SNS_SUCCESS == notifyToVideo(p_nKey, nBeaway), "");
+    return doIaCmd(p_nKey, p_nDir, &nBeaway);
+}
+
+// Sets the mirror and, only when that succeeded, saves the scheme.
+bool ISensorController::setMirrorMode(int p_nMode) {
+    if (setParameter(kKeyMirror, p_nMode, true) != SNS_SUCCESS)
+        return false;
+    flush();
+    return true;
+}
+
+bool ISensorController::getMirrorValue(int& p_nVal) {
+    return getParameter(kKeyMirror, p_nVal);
+}
+
+bool ISensorController::getBeaway(int& p_nVal) {
+    return getParameter(kKeyBeaway, p_nVal);
+}
+
+void ISensorController::setShowBeawayFalg(bool p_bShow) {
+    setshowBeawayFalg(p_bShow);
+}
+
+bool ISensorController::getShowBeawayFalg(bool& p_bShow) {
+    p_bShow = getshowBeawayFalg();
+    return true;
+}
+
+void ISensorController::setShowWDRFalg(bool p_bShow) {
+    m_bShowWDRFalg = p_bShow;
+}
+
+bool ISensorController::getShowWDRFalg(bool& p_bShow) {
+    p_bShow = m_bShowWDRFalg;
+    return true;
+}
