@@ -1,0 +1,259 @@
+// Restoring one key, the saved scheme or the factory values, and the ISP's
+// sensor self-check.
+#include <gtest/gtest.h>
+
+#include <glob.h>
+#include <sys/stat.h>
+#include <time.h>
+
+#include <string>
+#include <vector>
+
+#include "startup/CameraFixture.h"
+
+using namespace camtest;
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStdout;
+
+namespace {
+
+const int SENSOR_CHECK_CMD = 2816;
+
+struct ResetCamera : Camera {
+    ResetCamera() {
+        EXPECT_TRUE(start());
+        stopWorker();
+        sim::Isp::instance().clearTrace();
+    }
+};
+
+std::vector<std::string> storedSchemeFiles(const Camera& cam) {
+    std::vector<std::string> vecOut;
+    glob_t stGlob;
+    const std::string strPattern = cam.root.real("/mnt/mtd/code/config*/sensor*");
+    if (glob(strPattern.c_str(), 0, nullptr, &stGlob) == 0) {
+        for (size_t i = 0; i < stGlob.gl_pathc; ++i)
+            vecOut.push_back(stGlob.gl_pathv[i]);
+    }
+    globfree(&stGlob);
+    return vecOut;
+}
+
+bool notBefore(const struct timespec& a, const struct timespec& b) {
+    return a.tv_sec > b.tv_sec || (a.tv_sec == b.tv_sec && a.tv_nsec >= b.tv_nsec);
+}
+
+} // namespace
+
+TEST(Restore, StoredValueIsPushedEvenWhenTheIspHoldsIt) {
+    ResetCamera cam;
+    const u32 nStored = cam.value(0, KEY_BRIGHTNESS);
+    sim::Isp::instance().setValue(0, KEY_BRIGHTNESS, nStored);
+    EXPECT_EQ(SNS_SUCCESS, cam.ctl->restore(KEY_BRIGHTNESS));
+    const std::vector<sim::IspCall> vecSets = setCalls();
+    ASSERT_EQ(1u, vecSets.size());
+    EXPECT_EQ(static_cast<int>(KEY_BRIGHTNESS), vecSets[0].cmd);
+    EXPECT_EQ(nStored, vecSets[0].words.at(0));
+}
+
+TEST(Restore, KeyNotInTheSchemeIsReportedAndGivesMinusOne) {
+    ResetCamera cam;
+    EXPECT_EQ(-1, cam.ctl->restore(4000));
+    EXPECT_TRUE(sim::Isp::instance().trace().empty());
+    EXPECT_TRUE(contains(cam.errorLog(), "-1 != nPos"));
+    EXPECT_TRUE(
+        contains(cam.errorLog(), "restore key(4000) failed! make sure it is sensor ui key"));
+}
+
+TEST(Restore, IspFailureGivesTheNegatedKey) {
+    ResetCamera cam;
+    sim::Isp::instance().failCommand(KEY_BRIGHTNESS, -1);
+    EXPECT_EQ(-static_cast<int>(KEY_BRIGHTNESS), cam.ctl->restore(KEY_BRIGHTNESS));
+}
+
+TEST(Restore, AeModeRestoresExposureThenAutofocusMode) {
+    ResetCamera cam;
+    const bool bHasFocusMode = cam.indexOf(KEY_AUTO_FOCUS_MODE) >= 0;
+    EXPECT_EQ(bHasFocusMode, cam.ctl->restoreAeMode());
+    const std::vector<sim::IspCall> vecSets = setCalls();
+    ASSERT_EQ(bHasFocusMode ? 2u : 1u, vecSets.size());
+    EXPECT_EQ(static_cast<int>(KEY_EXPOSE_MODE), vecSets[0].cmd);
+    if (bHasFocusMode)
+        EXPECT_EQ(static_cast<int>(KEY_AUTO_FOCUS_MODE), vecSets[1].cmd);
+}
+
+TEST(Restore, AeModeStopsWhenExposureFails) {
+    ResetCamera cam;
+    sim::Isp::instance().failCommand(KEY_EXPOSE_MODE, -1);
+    EXPECT_FALSE(cam.ctl->restoreAeMode());
+    EXPECT_EQ(0u, callsOf(KEY_AUTO_FOCUS_MODE, 0));
+}
+
+TEST(ResetToLast, FactorySchemeIndexTouchesNothing) {
+    ResetCamera cam;
+    ASSERT_TRUE(cam.ctl->setParamScheme(4));
+    sim::Isp::instance().clearTrace();
+    EXPECT_TRUE(cam.ctl->resetToLastParameters());
+    EXPECT_TRUE(sim::Isp::instance().trace().empty());
+}
+
+TEST(ResetToLast, OnlyKeysWhoseSavedValueDiffersArePushed) {
+    ResetCamera cam;
+    const u32 nSaved = cam.value(0, KEY_BRIGHTNESS);
+    ASSERT_EQ(0, cam.ctl->setParameter(KEY_BRIGHTNESS, static_cast<int>(nSaved + 9)));
+    sim::Isp::instance().clearTrace();
+    EXPECT_TRUE(cam.ctl->resetToLastParameters());
+    const std::vector<sim::IspCall> vecSets = setCalls();
+    ASSERT_EQ(1u, vecSets.size());
+    EXPECT_EQ(static_cast<int>(KEY_BRIGHTNESS), vecSets[0].cmd);
+    EXPECT_EQ(nSaved, vecSets[0].words.at(0));
+    EXPECT_EQ(nSaved, cam.value(0, KEY_BRIGHTNESS));
+    EXPECT_FALSE(cam.acc->flags() & ISensorController::restoring_flag);
+}
+
+TEST(ResetToLast, ChannelTwoReadsItsThermalFile) {
+    Camera cam;
+    ASSERT_TRUE(cam.start(2));
+    cam.stopWorker();
+    std::vector<KeyVal> vecSaved = cam.scheme(0);
+    const int nIndex = cam.indexOf(KEY_BRIGHTNESS);
+    vecSaved[nIndex].value += 4;
+    cam.root.write(schemeFile(0, 2), toBytes(vecSaved));
+    sim::Isp::instance().clearTrace();
+    EXPECT_TRUE(cam.ctl->resetToLastParameters());
+    EXPECT_EQ(vecSaved[nIndex].value, cam.value(0, KEY_BRIGHTNESS));
+}
+
+TEST(ResetToLast, MissingFileIsReportedAndTheRestGoesOn) {
+    ResetCamera cam;
+    cam.root.remove(schemeFile(0));
+    EXPECT_TRUE(cam.ctl->resetToLastParameters());
+    EXPECT_TRUE(contains(cam.errorLog(),
+                         "SNS_SUCCESS == keyValFromFile(szTmp, m_pstKeyValTmp, m_nKeyValSum)"));
+    EXPECT_FALSE(cam.acc->flags() & ISensorController::restoring_flag);
+}
+
+TEST(FactoryReset, NoSchemeFilePredatesTheCall) {
+    ResetCamera cam;
+    cam.root.write("/mnt/mtd/code/config_file/sensor9.cfg", "left over");
+    struct timespec stStart;
+    clock_gettime(CLOCK_REALTIME_COARSE, &stStart);
+    EXPECT_TRUE(cam.ctl->resetParameters());
+    EXPECT_FALSE(cam.root.exists("/mnt/mtd/code/config_file/sensor9.cfg"));
+    const std::vector<std::string> vecFiles = storedSchemeFiles(cam);
+    EXPECT_EQ(4u, vecFiles.size());
+    for (const std::string& strFile : vecFiles) {
+        struct stat st;
+        ASSERT_EQ(0, stat(strFile.c_str(), &st)) << strFile;
+        EXPECT_TRUE(notBefore(st.st_mtim, stStart)) << strFile;
+    }
+    int nScheme = -1;
+    ASSERT_TRUE(cam.ctl->getParamScheme(nScheme));
+    EXPECT_EQ(0, nScheme);
+}
+
+TEST(FactoryReset, EverySchemeEqualsTheFactoryValues) {
+    ResetCamera cam;
+    ASSERT_EQ(0, cam.ctl->setParameter(KEY_BRIGHTNESS, static_cast<int>(cam.value(0, 34) + 3)));
+    ASSERT_EQ(SNS_SUCCESS, cam.ctl->flush());
+    cam.setValue(2, KEY_SATURATION, cam.value(2, KEY_SATURATION) + 5);
+    cam.root.write(schemeFile(2), toBytes(cam.scheme(2)));
+    ASSERT_TRUE(cam.ctl->setParamScheme(2));
+
+    EXPECT_TRUE(cam.ctl->resetParameters());
+    for (u32 s = 0; s < 4; ++s) {
+        EXPECT_TRUE(sameKeyVals(cam.factory(), cam.scheme(s))) << s;
+        EXPECT_TRUE(sameKeyVals(cam.factory(), cam.file(schemeFile(s)))) << s;
+    }
+    EXPECT_EQ(0, cam.acc->curScheme());
+    EXPECT_EQ(std::string("\x08\x00\x00\x00", 4), cam.root.read(SENSOR_VERSION_FILE));
+}
+
+TEST(FactoryReset, FactoryValuesArePushedAndFilesRemovedThroughTheShell) {
+    ResetCamera cam;
+    const u32 nFactory = cam.value(4, KEY_BRIGHTNESS);
+    ASSERT_EQ(0, cam.ctl->setParameter(KEY_BRIGHTNESS, static_cast<int>(nFactory + 3)));
+    sim::Isp::instance().clearTrace();
+    sim::clearSystemCommands();
+    EXPECT_TRUE(cam.ctl->resetParameters());
+    const std::vector<sim::IspCall> vecSets = setCalls(KEY_BRIGHTNESS);
+    ASSERT_FALSE(vecSets.empty());
+    EXPECT_EQ(nFactory, vecSets.front().words.at(0));
+    bool bRemoved = false;
+    for (const std::string& strCommand : sim::systemCommands())
+        bRemoved |=
+            contains(strCommand, "rm -rf") && contains(strCommand, "/mnt/mtd/code/config*/sensor*");
+    EXPECT_TRUE(bRemoved);
+}
+
+TEST(FactoryReset, ControllerRunsAgainFromItsModuleDescription) {
+    ResetCamera cam;
+    const u32 nModuleId = cam.ctl->getSensorType();
+    ASSERT_TRUE(cam.ctl->setParamMode(0));
+    EXPECT_TRUE(cam.ctl->resetParameters());
+    EXPECT_EQ(nModuleId, cam.ctl->getSensorType());
+    EXPECT_EQ(4u, cam.acc->schemeSum());
+    EXPECT_TRUE(cam.acc->sensorThread()->isRunning());
+    EXPECT_EQ(ISensorController::inited_flag, cam.acc->flags());
+    int nMode = -1;
+    ASSERT_TRUE(cam.ctl->getParamMode(nMode));
+    EXPECT_EQ(1, nMode);
+}
+
+TEST(FactoryReset, RunningWorkerFollowsDayAndNightAfterReset) {
+    Camera cam;
+    ASSERT_TRUE(cam.start());
+    EXPECT_TRUE(cam.ctl->resetParameters());
+    ASSERT_EQ(0, cam.ctl->setParameter(KEY_SCHEME_MODE, 2));
+    sim::Isp::instance().setDayNight(0, 1);
+    EXPECT_TRUE(eventually([&] { return cam.acc->curScheme() == 1; }));
+}
+
+TEST(SensorCheck, ReadGivesTheIspNumberAsText) {
+    ResetCamera cam;
+    std::string strText = "(1,2,3)";
+    EXPECT_EQ(0, cam.ctl->SensorCheck(strText));
+    EXPECT_EQ("1", strText);
+    ASSERT_EQ(1u, callsOf(SENSOR_CHECK_CMD, 1));
+}
+
+TEST(SensorCheck, WriteLeavesTheTextUnchanged) {
+    ResetCamera cam;
+    std::string strText = "(1,0,3)";
+    EXPECT_EQ(0, cam.ctl->SensorCheck(strText));
+    EXPECT_EQ("(1,0,3)", strText);
+    const std::vector<sim::IspCall> vecSets = setCalls(SENSOR_CHECK_CMD);
+    ASSERT_EQ(1u, vecSets.size());
+    ASSERT_GE(vecSets[0].words.size(), 3u);
+    EXPECT_EQ(1u, vecSets[0].words[0]);
+    EXPECT_EQ(0u, vecSets[0].words[1]);
+    EXPECT_EQ(3u, vecSets[0].words[2]);
+    EXPECT_EQ(0, vecSets[0].channel);
+}
+
+TEST(SensorCheck, IspResultIsReturned) {
+    ResetCamera cam;
+    sim::Isp::instance().failCommand(SENSOR_CHECK_CMD, -4);
+    std::string strText = "(1,0,3)";
+    EXPECT_EQ(-4, cam.ctl->SensorCheck(strText));
+}
+
+TEST(SensorCheck, MalformedTextGivesZeroAndAMessage) {
+    ResetCamera cam;
+    std::string strText = "1,2,3";
+    CaptureStdout();
+    EXPECT_EQ(0, cam.ctl->SensorCheck(strText));
+    const std::string strOut = GetCapturedStdout();
+    EXPECT_TRUE(contains(strOut, "1496 getParameters fail p_strIds = 1,2,3 \n")) << strOut;
+    EXPECT_TRUE(sim::Isp::instance().trace().empty());
+}
+
+TEST(SensorCheck, MissingNumbersCountAsZero) {
+    ResetCamera cam;
+    std::string strText = "(5)";
+    EXPECT_EQ(0, cam.ctl->SensorCheck(strText));
+    const std::vector<sim::IspCall> vecSets = setCalls(SENSOR_CHECK_CMD);
+    ASSERT_EQ(1u, vecSets.size());
+    EXPECT_EQ(5u, vecSets[0].words.at(0));
+    EXPECT_EQ(0u, vecSets[0].words.at(1));
+}

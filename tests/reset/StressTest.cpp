@@ -1,0 +1,128 @@
+// Host threads and the worker on one controller at once, with a factory reset
+// in the middle: everything ends, nothing deadlocks.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "startup/CameraFixture.h"
+
+using namespace camtest;
+
+namespace {
+
+// Ends the process when the guarded work outlives its bound: a deadlock
+// would otherwise hang the test instead of failing it.
+class Watchdog {
+public:
+    explicit Watchdog(std::chrono::seconds p_nBound)
+        : m_objThread([this, p_nBound] {
+              std::unique_lock<std::mutex> lock(m_objMutex);
+              if (!m_objDone.wait_for(lock, p_nBound, [this] { return m_bDone; })) {
+                  fprintf(stderr, "watchdog: the controller did not finish in time\n");
+                  std::_Exit(3);
+              }
+          }) {}
+    ~Watchdog() {
+        {
+            std::lock_guard<std::mutex> lock(m_objMutex);
+            m_bDone = true;
+        }
+        m_objDone.notify_all();
+        m_objThread.join();
+    }
+
+private:
+    std::mutex m_objMutex;
+    std::condition_variable m_objDone;
+    bool m_bDone = false;
+    std::thread m_objThread;
+};
+
+} // namespace
+
+TEST(Stress, HostThreadsWorkerAndResetEndWithoutDeadlock) {
+    Camera cam;
+    ASSERT_TRUE(cam.start());
+    ASSERT_EQ(0, cam.ctl->setParameter(KEY_SCHEME_MODE, 2));
+    Watchdog objWatchdog(std::chrono::seconds(90));
+
+    std::atomic<bool> bStop{false};
+    std::atomic<int> nSwitchesSeen{0};
+    ISensorController& ctl = *cam.ctl;
+
+    // The light changes every few milliseconds: the worker switches by
+    // day/night nearly every round.
+    std::thread objLight([&] {
+        int nLast = -1;
+        for (u32 i = 0; !bStop; ++i) {
+            sim::Isp::instance().setDayNight(0, i % 2);
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            int nScheme = -1;
+            ctl.getParamScheme(nScheme);
+            if (nScheme != nLast)
+                ++nSwitchesSeen;
+            nLast = nScheme;
+        }
+    });
+
+    std::vector<std::thread> vecHosts;
+    vecHosts.emplace_back([&] {
+        for (int i = 0; i < 300; ++i) {
+            ctl.setParameter(KEY_BRIGHTNESS, i % 100);
+            int nValue = 0;
+            ctl.getParameter(KEY_SATURATION, nValue);
+            ctl.setParameters("(34," + std::to_string(i % 100) + ")(2337,50)", true);
+        }
+    });
+    vecHosts.emplace_back([&] {
+        for (int i = 0; i < 150; ++i) {
+            std::string strOut;
+            ctl.getAllParameters(strOut);
+            strOut.clear();
+            ctl.getParameters("(34,2337,16)", strOut);
+            ctl.flush();
+            ctl.restore(KEY_BRIGHTNESS);
+        }
+    });
+    vecHosts.emplace_back([&] {
+        for (int i = 0; i < 150; ++i) {
+            ctl.setParamScheme(i % 5);
+            ctl.setParamMode(i % 7 == 0 ? 0 : 1);
+            ctl.setParamMode(1);
+            int nValue = 0;
+            ctl.getParamMode(nValue);
+            ctl.resetToLastParameters();
+            // Keep the day/night schemes on after resets and switches.
+            ctl.setParameter(KEY_SCHEME_MODE, 2);
+        }
+    });
+    vecHosts.emplace_back([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        EXPECT_TRUE(ctl.resetParameters());
+        ctl.getUIStyleFile();
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        EXPECT_TRUE(ctl.resetParameters());
+    });
+
+    for (std::thread& objHost : vecHosts)
+        objHost.join();
+    ASSERT_EQ(0, ctl.setParamScheme(0) ? 0 : 1);
+    ASSERT_EQ(0, ctl.setParameter(KEY_SCHEME_MODE, 2));
+    // The worker still follows the light once the host threads are done.
+    const int nBefore = nSwitchesSeen;
+    EXPECT_TRUE(eventually([&] { return nSwitchesSeen > nBefore + 2; }));
+    bStop = true;
+    objLight.join();
+    EXPECT_TRUE(cam.acc->sensorThread()->isRunning());
+    EXPECT_FALSE(cam.acc->flags() &
+                 (ISensorController::resetting_flag | ISensorController::restoring_flag |
+                  ISensorController::switching_flag));
+}

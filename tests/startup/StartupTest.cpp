@@ -1,0 +1,381 @@
+// Start-up and shut-down of a controller on the simulated camera.
+#include <gtest/gtest.h>
+
+#include <malloc.h>
+
+#include <string>
+#include <vector>
+
+#include "startup/CameraFixture.h"
+
+using namespace camtest;
+
+namespace {
+
+const char* const kRemoveCommandTail = "/mnt/mtd/code/config*/sensor*";
+
+std::string versionBytes(u32 p_nVersion) {
+    return std::string(reinterpret_cast<const char*>(&p_nVersion), sizeof(p_nVersion));
+}
+
+bool removeCommandRan() {
+    for (const std::string& strCommand : sim::systemCommands()) {
+        if (contains(strCommand, "rm -rf") && contains(strCommand, kRemoveCommandTail))
+            return true;
+    }
+    return false;
+}
+
+AVStreamParam stream(int p_nFps, int p_nEncoder, int p_nHeight) {
+    AVStreamParam objStream;
+    objStream.setFrameRate(p_nFps);
+    objStream.setVideoEncoderType(p_nEncoder);
+    objStream.setVideoHeight(p_nHeight);
+    return objStream;
+}
+
+void writeMachineInfo(const Camera& cam, int p_nDeviceType, const std::string& p_strModel) {
+    MachineInfo objInfo;
+    (void)SystemInfoParser::parseMachineInfo(cam.root.real(SENSOR_MACHINE_INFO_FILE), objInfo);
+    cam.root.write(SENSOR_MACHINE_INFO_FILE,
+                   "[machine]\ndevice_type=" + std::to_string(p_nDeviceType) + "\nhardware_model=" +
+                       p_strModel + "\nhardware_code=" + objInfo.getHardwareCode() + "\n");
+}
+
+std::string hardwareModel(const Camera& cam) {
+    MachineInfo objInfo;
+    (void)SystemInfoParser::parseMachineInfo(cam.root.real(SENSOR_MACHINE_INFO_FILE), objInfo);
+    return objInfo.getHardwareModel();
+}
+
+// The sample module with its detail replaced.
+ModuleConfigure moduleWithDetail(const Camera& cam, const std::string& p_strDetail) {
+    ModuleConfigure objModule = cam.module();
+    objModule.setDetail(p_strDetail);
+    return objModule;
+}
+
+} // namespace
+
+TEST(Startup, SampleTreeStartsWithFourSchemeFilesStampAndSchemeZero) {
+    Camera cam;
+    ASSERT_TRUE(cam.start());
+    EXPECT_TRUE(cam.ctl->getSensorStatus());
+    EXPECT_EQ(4u, cam.acc->schemeSum());
+    EXPECT_GT(cam.acc->keyValSum(), 5u);
+    for (int s = 0; s < 4; ++s) {
+        ASSERT_TRUE(cam.root.exists(schemeFile(s))) << s;
+        EXPECT_TRUE(sameKeyVals(cam.scheme(s), cam.file(schemeFile(s)))) << s;
+    }
+    EXPECT_FALSE(cam.root.exists(schemeFile(4)));
+    EXPECT_EQ(versionBytes(8), cam.root.read(SENSOR_VERSION_FILE));
+    EXPECT_EQ(0, cam.acc->curScheme());
+    EXPECT_EQ(138u, cam.acc->keyCmdNum());
+    EXPECT_TRUE(cam.acc->sensorThread()->isRunning());
+    // Start-up flags: only inited.
+    EXPECT_EQ(ISensorController::inited_flag, cam.acc->flags());
+}
+
+TEST(Startup, SchemeZeroIsPushedToTheIsp) {
+    Camera cam;
+    ASSERT_TRUE(cam.start());
+    const int nIndex = cam.indexOf(KEY_BRIGHTNESS);
+    ASSERT_GE(nIndex, 0);
+    const std::vector<sim::IspCall> vecCalls = setCalls(KEY_BRIGHTNESS);
+    ASSERT_FALSE(vecCalls.empty());
+    EXPECT_EQ(cam.value(0, KEY_BRIGHTNESS), vecCalls.back().words.at(0));
+}
+
+TEST(Startup, NewSchemeFilesHoldFactoryValuesWithFixedSchemeMode) {
+    Camera cam;
+    ASSERT_TRUE(cam.start());
+    std::vector<KeyVal> vecExpected = cam.factory();
+    ASSERT_EQ(KEY_SCHEME_MODE, vecExpected[0].key);
+    EXPECT_EQ(0u, vecExpected[0].value);
+    for (int s = 0; s < 4; ++s)
+        EXPECT_TRUE(sameKeyVals(vecExpected, cam.file(schemeFile(s)))) << s;
+}
+
+TEST(Startup, MissingVersionStampDeletesAndRecreatesSchemeFiles) {
+    Camera cam;
+    cam.root.write(schemeFile(0), "stale");
+    cam.root.write(schemeFile(2), "stale too");
+    cam.root.remove(SENSOR_VERSION_FILE);
+    ASSERT_TRUE(cam.start());
+    EXPECT_TRUE(removeCommandRan());
+    for (int s = 0; s < 4; ++s)
+        EXPECT_TRUE(sameKeyVals(cam.factory(), cam.file(schemeFile(s)))) << s;
+    EXPECT_EQ(versionBytes(8), cam.root.read(SENSOR_VERSION_FILE));
+}
+
+TEST(Startup, DifferentVersionStampDeletesStoredFiles) {
+    Camera cam;
+    cam.root.write(SENSOR_VERSION_FILE, versionBytes(7));
+    cam.root.write(schemeFile(1), "stale");
+    ASSERT_TRUE(cam.start());
+    EXPECT_TRUE(removeCommandRan());
+    EXPECT_TRUE(sameKeyVals(cam.factory(), cam.file(schemeFile(1))));
+    EXPECT_TRUE(sameKeyVals(cam.factory(), cam.scheme(1)));
+    EXPECT_EQ(versionBytes(8), cam.root.read(SENSOR_VERSION_FILE));
+}
+
+TEST(Startup, ShortVersionStampCountsAsDifferent) {
+    Camera cam;
+    cam.root.write(SENSOR_VERSION_FILE, std::string("\x08\x00", 2));
+    ASSERT_TRUE(cam.start());
+    EXPECT_TRUE(removeCommandRan());
+    EXPECT_EQ(versionBytes(8), cam.root.read(SENSOR_VERSION_FILE));
+}
+
+TEST(Startup, MatchingStampKeepsSavedSchemes) {
+    Camera cam;
+    ASSERT_TRUE(cam.start());
+    cam.setValue(2, KEY_BRIGHTNESS, cam.value(2, KEY_BRIGHTNESS) + 7);
+    const std::vector<KeyVal> vecSaved = cam.scheme(2);
+    cam.root.write(schemeFile(2), toBytes(vecSaved));
+    cam.ctl->uinit();
+
+    sim::clearSystemCommands();
+    ASSERT_TRUE(cam.start());
+    EXPECT_FALSE(removeCommandRan());
+    EXPECT_TRUE(sameKeyVals(vecSaved, cam.scheme(2)));
+}
+
+TEST(Startup, ShortSchemeFileKeepsFactoryTail) {
+    Camera cam;
+    ASSERT_TRUE(cam.start());
+    const std::vector<KeyVal> vecFactory = cam.factory();
+    cam.ctl->uinit();
+
+    std::vector<KeyVal> vecHead(vecFactory.begin(), vecFactory.begin() + 3);
+    vecHead[1].value = 6; // a start hour that differs from the factory's
+    cam.root.write(schemeFile(3), toBytes(vecHead));
+    ASSERT_TRUE(cam.start());
+    std::vector<KeyVal> vecExpected = cam.factory();
+    vecExpected[1].value = 6;
+    EXPECT_TRUE(sameKeyVals(vecExpected, cam.scheme(3)));
+    EXPECT_TRUE(contains(cam.errorLog(), "nSize == sizeof(KeyVal)*p_nKeyValNum"));
+}
+
+TEST(Startup, ChannelOneUsesSensorFileNames) {
+    Camera cam;
+    ASSERT_TRUE(cam.start(1));
+    for (int s = 0; s < 4; ++s) {
+        EXPECT_TRUE(cam.root.exists(schemeFile(s, 1))) << s;
+        EXPECT_FALSE(cam.root.exists(schemeFile(s, 2))) << s;
+    }
+}
+
+TEST(Startup, ChannelTwoUsesThermalFileNames) {
+    Camera cam;
+    ASSERT_TRUE(cam.start(2));
+    ASSERT_EQ(2, cam.acc->cameraId());
+    for (int s = 0; s < 4; ++s) {
+        EXPECT_TRUE(cam.root.exists(schemeFile(s, 2))) << s;
+        EXPECT_FALSE(cam.root.exists(schemeFile(s, 1))) << s;
+    }
+    EXPECT_FALSE(cam.root.exists(schemeFile(4, 2)));
+}
+
+TEST(Startup, MaxSchemeDetailDecidesTheFileCount) {
+    Camera cam;
+    ModuleConfigure objModule = cam.module();
+    objModule.setDetail(objModule.getDetail() + "(max_scheme=2)");
+    ASSERT_TRUE(cam.start(objModule));
+    EXPECT_EQ(2u, cam.acc->schemeSum());
+    EXPECT_TRUE(cam.root.exists(schemeFile(1)));
+    EXPECT_FALSE(cam.root.exists(schemeFile(2)));
+}
+
+TEST(Startup, PlateReadingDeviceWritesItsNightScheme) {
+    Camera cam;
+    writeMachineInfo(cam, 8, hardwareModel(cam));
+    ASSERT_TRUE(cam.start(moduleWithDetail(cam, "(sensor=IMX327)")));
+    EXPECT_TRUE(cam.acc->lprMode());
+
+    const std::vector<KeyVal> vecNight = cam.file(schemeFile(1));
+    std::vector<KeyVal> vecExpected = cam.factory();
+    const u32 aChanges[][2] = {{144, 0}, {49, 18}, {96, 1}, {161, 2}, {163, 40}};
+    for (const auto& change : aChanges) {
+        for (KeyVal& kv : vecExpected) {
+            if (kv.key == change[0]) {
+                kv.value = change[1];
+                break;
+            }
+        }
+    }
+    EXPECT_TRUE(sameKeyVals(vecExpected, vecNight));
+    EXPECT_TRUE(sameKeyVals(vecExpected, cam.scheme(1)));
+    // The other schemes are the factory values as they are.
+    EXPECT_TRUE(sameKeyVals(cam.factory(), cam.file(schemeFile(0))));
+    EXPECT_TRUE(sameKeyVals(cam.factory(), cam.file(schemeFile(2))));
+}
+
+TEST(Startup, VehicleDeviceDeclaringInfraredIsNotPlateReading) {
+    for (const char* szDetail : {"(isInfrared=0)", "(isInfrared=1)"}) {
+        Camera cam;
+        writeMachineInfo(cam, 8, hardwareModel(cam));
+        ASSERT_TRUE(cam.start(moduleWithDetail(cam, szDetail)));
+        EXPECT_FALSE(cam.acc->lprMode()) << szDetail;
+    }
+}
+
+TEST(Startup, OtherDeviceTypeIsNotPlateReading) {
+    Camera cam;
+    writeMachineInfo(cam, 1, hardwareModel(cam));
+    ASSERT_TRUE(cam.start(moduleWithDetail(cam, "(sensor=IMX327)")));
+    EXPECT_FALSE(cam.acc->lprMode());
+}
+
+TEST(Startup, StreamAt50FpsWithdrawsWdr) {
+    Camera cam;
+    cam.video.setStreams({stream(25, 0, 1080), stream(50, 0, 720)});
+    ASSERT_TRUE(cam.start());
+    EXPECT_FALSE(cam.acc->showWDR());
+}
+
+TEST(Startup, StreamAt60FpsWithdrawsWdr) {
+    Camera cam;
+    cam.video.setStreams({stream(60, 0, 1080)});
+    ASSERT_TRUE(cam.start());
+    EXPECT_FALSE(cam.acc->showWDR());
+}
+
+TEST(Startup, StreamsBelow50FpsKeepWdr) {
+    Camera cam;
+    cam.video.setStreams({stream(30, 0, 1080), stream(25, 1, 240)});
+    ASSERT_TRUE(cam.start());
+    EXPECT_TRUE(cam.acc->showWDR());
+}
+
+TEST(Startup, FactoryValuesOfA60FpsStartWereReadWithWdrOffered) {
+    // The factory data are read before the streams are looked at: the
+    // first start-up still sees WDR offered, the restart does not.
+    Camera cam;
+    cam.video.setStreams({stream(60, 0, 1080)});
+    ASSERT_TRUE(cam.start());
+    const std::vector<KeyVal> vecFirst = cam.factory();
+    EXPECT_FALSE(cam.acc->showWDR());
+    cam.ctl->uinit();
+    ASSERT_TRUE(cam.ctl->init(cam.module()));
+    EXPECT_FALSE(cam.acc->showWDR());
+    EXPECT_GE(vecFirst.size(), cam.factory().size());
+}
+
+TEST(Startup, SmallH264StreamOnAv200WithdrawsBeaway) {
+    for (const char* szModel : {"Hi3516AV200", "Hi3516AV200Thermal"}) {
+        Camera cam;
+        writeMachineInfo(cam, 1, szModel);
+        cam.video.setStreams({stream(25, 0, 1080), stream(25, 1, 240)});
+        ASSERT_TRUE(cam.start());
+        EXPECT_FALSE(getshowBeawayFalg()) << szModel;
+        setshowBeawayFalg(true);
+    }
+}
+
+TEST(Startup, BeawayStaysOfferedOnOtherModelsAndLargeStreams) {
+    {
+        Camera cam;
+        writeMachineInfo(cam, 1, "Hi3519V101");
+        cam.video.setStreams({stream(25, 1, 240)});
+        ASSERT_TRUE(cam.start());
+        EXPECT_TRUE(getshowBeawayFalg());
+    }
+    {
+        Camera cam;
+        writeMachineInfo(cam, 1, "Hi3516AV200");
+        cam.video.setStreams({stream(25, 1, 256), stream(25, 0, 240)});
+        ASSERT_TRUE(cam.start());
+        EXPECT_TRUE(getshowBeawayFalg());
+    }
+}
+
+TEST(Startup, WithoutAnyDeviceFileStartUpStillSucceeds) {
+    Camera cam(false);
+    ASSERT_TRUE(cam.start(ModuleConfigure()));
+    EXPECT_TRUE(cam.ctl->getSensorStatus());
+    EXPECT_TRUE(cam.acc->sensorThread()->isRunning());
+}
+
+TEST(Startup, SchemeModeOfSchemeZeroSelectsDayNightSchemes) {
+    Camera cam;
+    ASSERT_TRUE(cam.start());
+    cam.setValue(0, KEY_SCHEME_MODE, 2);
+    cam.root.write(schemeFile(0), toBytes(cam.scheme(0)));
+    cam.ctl->uinit();
+
+    sim::Isp::instance().clearTrace();
+    ASSERT_TRUE(cam.start());
+    EXPECT_TRUE(cam.acc->dnScheme());
+    EXPECT_FALSE(cam.acc->timeScheme());
+}
+
+TEST(Startup, SchemeModeOneSelectsTimedSchemes) {
+    Camera cam;
+    ASSERT_TRUE(cam.start());
+    cam.setValue(0, KEY_SCHEME_MODE, 1);
+    cam.root.write(schemeFile(0), toBytes(cam.scheme(0)));
+    cam.ctl->uinit();
+
+    ASSERT_TRUE(cam.start());
+    EXPECT_TRUE(cam.acc->timeScheme());
+    EXPECT_FALSE(cam.acc->dnScheme());
+}
+
+TEST(Shutdown, UinitBeforeInitDoesNothing) {
+    Camera cam;
+    cam.construct();
+    cam.ctl->uinit();
+    EXPECT_EQ(0u, cam.acc->flags());
+    EXPECT_EQ(-1, cam.acc->curScheme());
+    EXPECT_FALSE(cam.acc->sensorThread()->isRunning());
+    EXPECT_TRUE(cam.ctl->init(cam.module()));
+}
+
+TEST(Shutdown, UinitStopsTheWorkerAndFreesTheSchemes) {
+    Camera cam;
+    ASSERT_TRUE(cam.start());
+    ASSERT_TRUE(cam.ctl->setParamMode(0));
+    cam.ctl->uinit();
+    EXPECT_FALSE(cam.acc->sensorThread()->isRunning());
+    EXPECT_EQ(nullptr, cam.acc->keyCmdMap());
+    EXPECT_EQ(nullptr, cam.acc->factory());
+    EXPECT_EQ(nullptr, cam.acc->scratch());
+    EXPECT_EQ(nullptr, cam.acc->scratch2());
+    EXPECT_EQ(0u, cam.acc->keyValSum());
+    EXPECT_EQ(-1, cam.acc->curScheme());
+    EXPECT_EQ(-1, cam.acc->lastScheme());
+    EXPECT_EQ(1u, cam.acc->paramMode());
+    // Start-up completed once: the status stays.
+    EXPECT_TRUE(cam.ctl->getSensorStatus());
+}
+
+TEST(Shutdown, SecondUinitIsHarmless) {
+    Camera cam;
+    ASSERT_TRUE(cam.start());
+    cam.ctl->uinit();
+    const std::string strLog = cam.errorLog();
+    cam.ctl->uinit();
+    EXPECT_EQ(strLog, cam.errorLog());
+    EXPECT_FALSE(cam.acc->sensorThread()->isRunning());
+}
+
+TEST(Shutdown, ManyStartUpsAndShutDownsLeakNothing) {
+    Camera cam;
+    cam.construct();
+    const ModuleConfigure objModule = cam.module();
+    // Warm up: the first cycles create the files and the lazily built state.
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(cam.ctl->init(objModule));
+        cam.ctl->uinit();
+    }
+    const size_t nBefore = mallinfo2().uordblks;
+    for (int i = 0; i < 40; ++i) {
+        ASSERT_TRUE(cam.ctl->init(objModule));
+        cam.ctl->uinit();
+    }
+    const size_t nAfter = mallinfo2().uordblks;
+    // One scheme block alone is larger than this slack.
+    EXPECT_LT(nAfter, nBefore + 4096) << nBefore << " -> " << nAfter;
+    EXPECT_EQ(-1, cam.acc->curScheme());
+}
