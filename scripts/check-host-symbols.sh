@@ -5,7 +5,7 @@ set -euo pipefail
 lib=${1:?usage: check-host-symbols.sh libsensor.so}
 syms=$(nm -D -C "$lib")
 host='ia_ioctrl_v2|sy_system|GThread::|KPMutex::|KPMutexManager::|KPFile::|KPLogger::|TarvelTime::|KPDeviceTime::|MachineInfo::|SystemInfoParser::|DeviceType::|ModuleConfigure::|ModuleConfigureParser::|StringHandler::|SensorZoomFocusParam::|VideoStreamModule::|AVStreamParam::|RefCountManager::'
-defined=$(grep -E '^[0-9a-f]+ [A-TV-Za-z] ' | grep -E "$host" || true)
+defined=$(grep -E '^[0-9a-f]+ [A-TV-Za-z] ' <<<"$syms" | grep -E "$host" || true)
 if [ -n "$defined" ]; then
   echo "libsensor.so defines host symbols:"; echo "$defined"; exit 1
 fi
