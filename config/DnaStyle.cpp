@@ -143,8 +143,13 @@ int getDnaStyle(int p_channelID, const char* p_szStyle, std::string& p_strOut,
         dnaCmdList = ia_dynamic_params_cmds_st{};
 
     SensorXmlDocument objStyleXmlDoc;
-    SNS_ASSERT_TEXT(objStyleXmlDoc.LoadMem(p_szStyle, TIXML_ENCODING_UTF8),
-                    "objStyleXmlDoc.LoadMem(szStyle, TIXML_ENCODING_UTF8)", "");
+    const bool bLoaded = objStyleXmlDoc.LoadMem(p_szStyle, TIXML_ENCODING_UTF8);
+    SNS_ASSERT_TEXT(bLoaded, "objStyleXmlDoc.LoadMem(szStyle, TIXML_ENCODING_UTF8)", "");
+    // A style that breaks off keeps the items read so far; factory values
+    // taken from half a style would fix the length of every scheme file, so
+    // nothing of it is used.
+    if (!bLoaded)
+        objStyleXmlDoc.Clear();
     TiXmlElement* pRoot = objStyleXmlDoc.RootElement();
 
     SNS_DBG("dnaCmdList.cmd_cnt(%d)\n", static_cast<int>(dnaCmdList.cmd_cnt));

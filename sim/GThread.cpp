@@ -4,9 +4,17 @@
 #include <atomic>
 #include <mutex>
 #include <string>
+#include <system_error>
 #include <thread>
 
 #include <pthread.h>
+
+namespace {
+
+// The thread object whose round runs on this thread, if any.
+thread_local const void* tl_pCurrentThread = nullptr;
+
+} // namespace
 
 struct GThread::Impl {
     Fun run;
@@ -49,6 +57,7 @@ bool GThread::start() {
     Impl* impl = m_pImpl.get();
     try {
         m_pImpl->thread = std::thread([impl] {
+            tl_pCurrentThread = impl;
             // Thread names are limited to 15 characters.
             if (!impl->name.empty())
                 pthread_setname_np(pthread_self(), impl->name.substr(0, 15).c_str());
@@ -68,24 +77,30 @@ bool GThread::start() {
 }
 
 bool GThread::stop() {
-    std::lock_guard<std::mutex> lock(m_pImpl->control);
-    const bool bOwnThread = m_pImpl->thread.get_id() == std::this_thread::get_id();
-    if (!m_pImpl->running) {
-        // A thread that stopped itself is still to be joined.
-        if (!bOwnThread && m_pImpl->thread.joinable())
-            m_pImpl->thread.join();
-        return false;
-    }
-    m_pImpl->stopRequested = true;
-    if (bOwnThread) {
+    if (tl_pCurrentThread == m_pImpl.get()) {
         // A round that stops its own thread cannot wait for itself: the loop
-        // ends after this round and the thread is joined by the next start,
-        // stop or the destructor.
+        // ends after this round, and the thread is joined by the next start,
+        // stop or the destructor. When another thread is already stopping
+        // this one, that stop waits for this round and finishes the job.
+        m_pImpl->stopRequested = true;
+        std::unique_lock<std::mutex> lock(m_pImpl->control, std::try_to_lock);
+        if (!lock.owns_lock())
+            return true;
+        if (!m_pImpl->running)
+            return false;
         m_pImpl->running = false;
         if (m_pImpl->onStop)
             m_pImpl->onStop();
         return true;
     }
+    std::lock_guard<std::mutex> lock(m_pImpl->control);
+    if (!m_pImpl->running) {
+        // A thread that stopped itself is still to be joined.
+        if (m_pImpl->thread.joinable())
+            m_pImpl->thread.join();
+        return false;
+    }
+    m_pImpl->stopRequested = true;
     if (m_pImpl->thread.joinable())
         m_pImpl->thread.join();
     m_pImpl->running = false;

@@ -177,9 +177,11 @@ struct Isp::Impl {
     }
 };
 
+// The one ISP of the process. Never destroyed, so that a worker thread still
+// running at exit never finds it gone.
 Isp& Isp::instance() {
-    static Isp isp;
-    return isp;
+    static Isp* isp = new Isp;
+    return *isp;
 }
 
 Isp::Isp() : m_pImpl(new Impl) {

@@ -319,6 +319,27 @@ TEST_F(SimIspTest, LongVersionTextIsCutAndTerminated) {
     EXPECT_EQ(std::string(IA_VERSION_TEXT_LEN - 1, 'v'), std::string(text));
 }
 
+TEST_F(SimIspTest, VersionTextSetThroughIspIsReadBack) {
+    char in[IA_VERSION_TEXT_LEN] = "ISP FROM HOST";
+    ASSERT_EQ(0, ia_ioctrl_v2(1, IA_CMD_VERSION, IA_CMD_OPT_SET, in));
+    char out[IA_VERSION_TEXT_LEN];
+    ASSERT_EQ(0, ia_ioctrl_v2(1, IA_CMD_VERSION, IA_CMD_OPT_GET, out));
+    EXPECT_STREQ("ISP FROM HOST", out);
+    ASSERT_EQ(0, ia_ioctrl_v2(0, IA_CMD_VERSION, IA_CMD_OPT_GET, out));
+    EXPECT_STREQ("SIMISP V1.2.0 build 20261121", out);
+}
+
+TEST_F(SimIspTest, FailedRecordCallTracesWholeRecordPassedIn) {
+    isp().failCommand(IA_CMD_DN_THR_N2D, -2);
+    uint32_t record[3] = {4, 5, 6};
+    EXPECT_EQ(-2, ia_ioctrl_v2(0, IA_CMD_DN_THR_N2D, IA_CMD_OPT_SET, record));
+    const std::vector<IspCall> calls = isp().callsOf(IA_CMD_DN_THR_N2D);
+    ASSERT_EQ(1u, calls.size());
+    EXPECT_EQ((std::vector<uint32_t>{4, 5, 6}), calls[0].words);
+    EXPECT_EQ(-2, calls[0].result);
+    EXPECT_TRUE(isp().getRecord(0, IA_CMD_DN_THR_N2D).empty());
+}
+
 TEST_F(SimIspTest, SensorCheckKeepsNumbersAndAnswersResult) {
     int32_t check[5] = {11, 22, 33, -5, 0x5A5A};
     ASSERT_EQ(0, ia_ioctrl_v2(0, IA_CMD_SENSOR_CHECK, IA_CMD_OPT_GET, check));

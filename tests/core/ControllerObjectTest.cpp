@@ -1,0 +1,222 @@
+// The controller object: construction, the channel, the small accessors, and
+// saving the current scheme.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "core/ControllerFixture.h"
+#include "host/MachineInfo.h"
+#include "host/ModuleConfigure.h"
+
+namespace {
+
+using coretest::ControllerTest;
+using coretest::ispCalls;
+
+const char* const kMachineInfo = "/mnt/mtd/code/factory_setting/machineinfo.ini";
+
+TEST(ControllerObject, ConstructedControllerHasItsDefaults) {
+    testsupport::TempDeviceRoot root;
+    ISensorController ctl;
+    ISensorControllerTestAccess access(ctl);
+    EXPECT_EQ(access.cameraId(), 1);
+    EXPECT_EQ(access.curScheme(), -1);
+    EXPECT_EQ(access.lastScheme(), -1);
+    EXPECT_EQ(access.paramMode(), 1u);
+    EXPECT_EQ(access.keyValSum(), 0u);
+    EXPECT_EQ(access.version(), 8u);
+    EXPECT_EQ(access.flags(), 0);
+    EXPECT_EQ(access.keyCmdNum(), 150u);
+    EXPECT_EQ(access.lastSchedule(), 255u);
+    EXPECT_FALSE(access.lprMode());
+    EXPECT_TRUE(access.showWDR());
+    EXPECT_FALSE(access.timeScheme());
+    EXPECT_FALSE(access.dnScheme());
+    EXPECT_EQ(access.videoStreamModule(), nullptr);
+    EXPECT_EQ(access.factory(), nullptr);
+    EXPECT_FALSE(ctl.getSensorStatus());
+}
+
+TEST(ControllerObject, WorkerIsCreatedButNotStarted) {
+    testsupport::TempDeviceRoot root;
+    ISensorController ctl;
+    ISensorControllerTestAccess access(ctl);
+    ASSERT_NE(access.sensorThread(), nullptr);
+    EXPECT_FALSE(access.sensorThread()->isRunning());
+}
+
+TEST(ControllerObject, DeviceType13ForcesChannelTwo) {
+    testsupport::TempDeviceRoot root;
+    root.write(kMachineInfo, "[machine]\ndevice_type=13\n");
+    ISensorController ctl;
+    ISensorControllerTestAccess access(ctl);
+    ctl.setChannelID(1);
+    EXPECT_EQ(access.cameraId(), 2);
+}
+
+TEST(ControllerObject, OtherDeviceTypesKeepTheChannel) {
+    testsupport::TempDeviceRoot root;
+    root.write(kMachineInfo, "[machine]\ndevice_type=8\n");
+    ISensorController ctl;
+    ISensorControllerTestAccess access(ctl);
+    ctl.setChannelID(1);
+    EXPECT_EQ(access.cameraId(), 1);
+    ctl.setChannelID(2);
+    EXPECT_EQ(access.cameraId(), 2);
+}
+
+TEST(ControllerObject, DeviceType13NotifiesThePipelineOnChannelOne) {
+    testsupport::TempDeviceRoot root;
+    root.write(kMachineInfo, "[machine]\ndevice_type=13\n");
+    sim::SimVideoStreamModule video;
+    ISensorController ctl;
+    ctl.setChannelID(1);
+    ctl.setVideoStreamModule(&video);
+    EXPECT_EQ(ctl.notifyToVideo(2384, 1), 0);
+    ASSERT_EQ(video.notices().size(), 1u);
+    EXPECT_EQ(video.notices()[0].channel, 1);
+}
+
+TEST(ControllerObject, VideoStreamModuleIsKept) {
+    testsupport::TempDeviceRoot root;
+    sim::SimVideoStreamModule video;
+    ISensorController ctl;
+    ISensorControllerTestAccess access(ctl);
+    ctl.setVideoStreamModule(&video);
+    EXPECT_EQ(access.videoStreamModule(), &video);
+}
+
+TEST(ControllerObject, CameraVersionIsTheIspText) {
+    testsupport::TempDeviceRoot root;
+    sim::Isp::instance().setVersionText(0, "ISP 7.1");
+    ISensorController ctl;
+    std::string text;
+    EXPECT_TRUE(ctl.getCameraVerInf(text));
+    EXPECT_EQ(text, "ISP 7.1");
+    EXPECT_EQ(ispCalls(2496, 1).size(), 1u);
+}
+
+TEST(ControllerObject, CameraVersionFailureIsFalse) {
+    testsupport::TempDeviceRoot root;
+    sim::Isp::instance().failCommand(2496, -1);
+    ISensorController ctl;
+    std::string text = "before";
+    EXPECT_FALSE(ctl.getCameraVerInf(text));
+    EXPECT_EQ(text, "before");
+}
+
+TEST(ControllerObject, SensorTypeIsTheModuleIdAndStatusTheInitedBit) {
+    testsupport::TempDeviceRoot root;
+    ISensorController ctl;
+    ISensorControllerTestAccess access(ctl);
+    access.sysConf().moduleConfig.nModuleId = 77;
+    EXPECT_EQ(ctl.getSensorType(), 77u);
+    access.setFlags(ISensorController::initing_flag);
+    EXPECT_FALSE(ctl.getSensorStatus());
+    access.setFlags(ISensorController::inited_flag);
+    EXPECT_TRUE(ctl.getSensorStatus());
+    access.setFlags(0);
+    ctl.printDebugMsg();
+}
+
+TEST(ControllerObject, StartedControllerDestroyedWithoutUinitStopsItsWorker) {
+    testsupport::TempDeviceRoot root(true);
+    sim::SimVideoStreamModule video;
+    MachineInfo info;
+    SystemInfoParser::parseMachineInfo(root.real(kMachineInfo), info);
+    std::vector<ModuleConfigure> modules;
+    ModuleConfigureParser::parse(root.real("/hd1/moduleConfig/moduleConfig.xml"),
+                                 info.getHardwareModel(), info.getHardwareCode(), modules);
+    ASSERT_FALSE(modules.empty());
+    {
+        ISensorController ctl;
+        ISensorControllerTestAccess access(ctl);
+        ctl.setVideoStreamModule(&video);
+        EXPECT_TRUE(ctl.init(modules.front()));
+        ASSERT_TRUE(access.sensorThread()->isRunning());
+    }
+    // The worker is gone: the ISP hears nothing more from it.
+    sim::Isp::instance().clearTrace();
+    sim::setTimeScale(0.001);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_TRUE(sim::Isp::instance().trace().empty());
+}
+
+// --- flush --------------------------------------------------------------------
+
+class FlushTest : public ControllerTest {
+protected:
+    void SetUp() override { prepare({{34, 50}}); }
+    const char* file(int n) {
+        std::snprintf(m_szName, sizeof(m_szName), "/mnt/mtd/code/config_file/sensor%d.cfg", n);
+        return m_szName;
+    }
+    char m_szName[96];
+};
+
+TEST_F(FlushTest, DefaultSchemeIndexSucceedsAndWritesNothing) {
+    access.setCurScheme(4);
+    EXPECT_EQ(ctl->flush(), 0);
+    EXPECT_FALSE(root.exists(file(4)));
+}
+
+TEST_F(FlushTest, NoSchemeYetSucceedsAndWritesNothing) {
+    access.setCurScheme(-1);
+    EXPECT_EQ(ctl->flush(), 0);
+    for (int n = 0; n < 5; ++n)
+        EXPECT_FALSE(root.exists(file(n)));
+}
+
+TEST_F(FlushTest, StartHour25Returns505AndWritesNothing) {
+    ctl->setKeyValToCache(0, 8001, 25, false);
+    EXPECT_EQ(ctl->flush(), 505);
+    EXPECT_FALSE(root.exists(file(0)));
+}
+
+TEST_F(FlushTest, EndAfterMidnightReturns506AndWritesNothing) {
+    ctl->setKeyValToCache(0, 8004, 1, false); // 24:01
+    EXPECT_EQ(ctl->flush(), 506);
+    EXPECT_FALSE(root.exists(file(0)));
+}
+
+TEST_F(FlushTest, StartNotBeforeEndReturns507AndWritesNothing) {
+    ctl->setKeyValToCache(0, 8001, 24, false);
+    EXPECT_EQ(ctl->flush(), 507);
+    EXPECT_FALSE(root.exists(file(0)));
+}
+
+TEST_F(FlushTest, CurrentSchemeIsWrittenToItsOwnFile) {
+    access.setCurScheme(2);
+    ctl->setParameter(34, 61, true);
+    EXPECT_EQ(ctl->flush(), 0);
+    EXPECT_FALSE(root.exists(file(0)));
+    const std::string bytes = root.read(file(2));
+    ASSERT_EQ(bytes.size(), 6 * sizeof(KeyVal));
+    EXPECT_EQ(std::memcmp(bytes.data(), access.scheme(2), bytes.size()), 0);
+    EXPECT_EQ(reinterpret_cast<const KeyVal*>(bytes.data())[5].value, 61u);
+}
+
+TEST_F(FlushTest, ChannelTwoWritesTheThermalFile) {
+    ctl->setChannelID(2);
+    access.setCurScheme(1);
+    EXPECT_EQ(ctl->flush(), 0);
+    EXPECT_TRUE(root.exists("/mnt/mtd/code/config_file/sensor-thermal1.cfg"));
+    EXPECT_FALSE(root.exists(file(1)));
+}
+
+TEST_F(FlushTest, FlushTakesTheMutexAtLine1120) {
+    sim::clearMutexEvents();
+    sim::recordMutexEvents(true);
+    ctl->flush();
+    sim::recordMutexEvents(false);
+    const auto events = sim::mutexEvents();
+    ASSERT_FALSE(events.empty());
+    EXPECT_EQ(events.front(), "Lock ISensorController.cpp:1120");
+}
+
+} // namespace
