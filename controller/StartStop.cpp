@@ -230,6 +230,7 @@ void ISensorController::uinit() {
         std::free(m_ppUserKeyVal[0]); // the scheme block starts at scheme 0
     std::free(m_ppUserKeyVal);
     m_ppUserKeyVal = nullptr;
+    std::free(m_pstKeyValTmp2);
     m_pstKeyValTmp2 = nullptr;
 
     uinitSysConf(&m_stSysConf);

@@ -78,8 +78,9 @@ TEST(Restore, AeModeRestoresExposureThenAutofocusMode) {
     const std::vector<sim::IspCall> vecSets = setCalls();
     ASSERT_EQ(bHasFocusMode ? 2u : 1u, vecSets.size());
     EXPECT_EQ(static_cast<int>(KEY_EXPOSE_MODE), vecSets[0].cmd);
-    if (bHasFocusMode)
+    if (bHasFocusMode) {
         EXPECT_EQ(static_cast<int>(KEY_AUTO_FOCUS_MODE), vecSets[1].cmd);
+    }
 }
 
 TEST(Restore, AeModeStopsWhenExposureFails) {
@@ -124,13 +125,34 @@ TEST(ResetToLast, ChannelTwoReadsItsThermalFile) {
     EXPECT_EQ(vecSaved[nIndex].value, cam.value(0, KEY_BRIGHTNESS));
 }
 
-TEST(ResetToLast, MissingFileIsReportedAndTheRestGoesOn) {
+TEST(ResetToLast, MissingFileIsReportedAndPushesNothing) {
     ResetCamera cam;
+    ASSERT_EQ(0, cam.ctl->setParameters("(34,1)(2337,2)", true));
     cam.root.remove(schemeFile(0));
+    sim::Isp::instance().clearTrace();
     EXPECT_TRUE(cam.ctl->resetToLastParameters());
-    EXPECT_TRUE(contains(cam.errorLog(),
-                         "SNS_SUCCESS == keyValFromFile(szTmp, m_pstKeyValTmp, m_nKeyValSum)"));
+    // Nothing to re-apply: the cache is what the scratch array held.
+    EXPECT_TRUE(setCalls().empty());
+    // The file helper reports the missing file itself and still succeeds.
+    EXPECT_TRUE(contains(cam.errorLog(), "file.open(file_name)"));
     EXPECT_FALSE(cam.acc->flags() & ISensorController::restoring_flag);
+}
+
+TEST(ResetToLast, ShortFileReappliesOnlyItsHead) {
+    ResetCamera cam;
+    const int nIndex = cam.indexOf(KEY_BRIGHTNESS);
+    std::vector<KeyVal> vecHead = cam.scheme(0);
+    vecHead.resize(static_cast<size_t>(nIndex) + 1);
+    const u32 nSaved = vecHead[nIndex].value;
+    ASSERT_EQ(0, cam.ctl->setParameter(KEY_BRIGHTNESS, static_cast<int>(nSaved + 2)));
+    ASSERT_EQ(0, cam.ctl->setParameter(KEY_SATURATION, static_cast<int>(nSaved + 3)));
+    cam.root.write(schemeFile(0), toBytes(vecHead));
+    sim::Isp::instance().clearTrace();
+    EXPECT_TRUE(cam.ctl->resetToLastParameters());
+    const std::vector<sim::IspCall> vecSets = setCalls();
+    ASSERT_EQ(1u, vecSets.size());
+    EXPECT_EQ(static_cast<int>(KEY_BRIGHTNESS), vecSets[0].cmd);
+    EXPECT_EQ(nSaved, vecSets[0].words.at(0));
 }
 
 TEST(FactoryReset, NoSchemeFilePredatesTheCall) {

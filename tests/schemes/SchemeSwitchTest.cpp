@@ -147,6 +147,7 @@ TEST(SchemeMode, NegativeModeIsReported) {
 
 TEST(SchemeWindow, LowestMatchingWindowWins) {
     SwitchCamera cam;
+    cam.clearWindows();
     cam.setWindow(0, 8, 0, 12, 0);
     cam.setWindow(1, 7, 0, 9, 0);
     sim::setDeviceTime(8, 0);
@@ -159,6 +160,7 @@ TEST(SchemeWindow, LowestMatchingWindowWins) {
 
 TEST(SchemeWindow, LaterWindowMatchesItsOwnTime) {
     SwitchCamera cam;
+    cam.clearWindows();
     cam.setWindow(0, 8, 0, 12, 0);
     cam.setWindow(1, 7, 0, 9, 0);
     sim::setDeviceTime(7, 30);
@@ -171,6 +173,7 @@ TEST(SchemeWindow, LaterWindowMatchesItsOwnTime) {
 
 TEST(SchemeWindow, EndOfWindowMatchesNoWindow) {
     SwitchCamera cam;
+    cam.clearWindows();
     cam.setWindow(0, 8, 0, 12, 0);
     cam.setWindow(1, 7, 0, 9, 0);
     sim::setDeviceTime(12, 0);
@@ -183,8 +186,7 @@ TEST(SchemeWindow, EndOfWindowMatchesNoWindow) {
 
 TEST(SchemeWindow, WindowAcrossMidnightNeverMatches) {
     SwitchCamera cam;
-    for (u32 s = 0; s < 4; ++s)
-        cam.setWindow(s, 0, 0, 0, 0);
+    cam.clearWindows();
     cam.setWindow(2, 22, 0, 6, 0);
     sim::setDeviceTime(23, 0);
     int nScheme = -1;
@@ -196,8 +198,7 @@ TEST(SchemeWindow, WindowAcrossMidnightNeverMatches) {
 
 TEST(SchemeWindow, FactorySlotWindowIsNotConsidered) {
     SwitchCamera cam;
-    for (u32 s = 0; s < 4; ++s)
-        cam.setWindow(s, 0, 0, 0, 0);
+    cam.clearWindows();
     cam.setWindow(4, 0, 0, 24, 0);
     sim::setDeviceTime(10, 0);
     int nScheme = -1;

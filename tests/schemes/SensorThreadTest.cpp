@@ -150,8 +150,7 @@ TEST(SensorThread, RoundLeavesItsSwitchWhileAHostCallHoldsTheMutex) {
 TEST(SensorThread, TimedSchemesOutsideEveryWindowApplySchemeZeroOnce) {
     ModeCamera cam(1);
     ASSERT_TRUE(cam.acc->timeScheme());
-    for (u32 s = 0; s < 4; ++s)
-        cam.setWindow(s, 0, 0, 0, 0);
+    cam.clearWindows();
     ASSERT_TRUE(cam.ctl->setParamScheme(2));
     sim::setDeviceTime(13, 0);
     sim::Isp::instance().clearTrace();
@@ -166,8 +165,7 @@ TEST(SensorThread, TimedSchemesOutsideEveryWindowApplySchemeZeroOnce) {
 
 TEST(SensorThread, TimedSchemeWindowIsApplied) {
     ModeCamera cam(1);
-    for (u32 s = 0; s < 4; ++s)
-        cam.setWindow(s, 0, 0, 0, 0);
+    cam.clearWindows();
     cam.setWindow(1, 8, 30, 17, 0);
     sim::setDeviceTime(8, 29);
     cam.ctl->sensorThread();
@@ -183,8 +181,7 @@ TEST(SensorThread, TimedSchemeWindowIsApplied) {
 
 TEST(SensorThread, RunningWorkerFollowsTheTimeWindows) {
     ModeCamera cam(1, true);
-    for (u32 s = 0; s < 4; ++s)
-        cam.setWindow(s, 0, 0, 0, 0);
+    cam.clearWindows();
     cam.setWindow(3, 20, 0, 22, 0);
     sim::setDeviceTime(21, 15);
     EXPECT_TRUE(eventually([&] { return cam.acc->curScheme() == 3; }));
@@ -195,8 +192,7 @@ TEST(SensorThread, RunningWorkerFollowsTheTimeWindows) {
 TEST(SensorThread, PlateReaderLeavingWindowAppliesDayNightSchemeWithModeZero) {
     ModeCamera cam(1);
     cam.acc->setLprMode(true);
-    for (u32 s = 0; s < 4; ++s)
-        cam.setWindow(s, 0, 0, 0, 0);
+    cam.clearWindows();
     cam.setWindow(2, 8, 0, 18, 0);
     cam.setValue(1, KEY_DN_MODE, 3);
     cam.acc->setLastSchedule(1);
@@ -221,8 +217,7 @@ TEST(SensorThread, PlateReaderLeavingWindowAppliesDayNightSchemeWithModeZero) {
 TEST(SensorThread, PlateReaderEnteringWindowForcesAFullPush) {
     ModeCamera cam(1);
     cam.acc->setLprMode(true);
-    for (u32 s = 0; s < 4; ++s)
-        cam.setWindow(s, 0, 0, 0, 0);
+    cam.clearWindows();
     cam.setWindow(2, 8, 0, 18, 0);
     day();
     sim::setDeviceTime(7, 0);
@@ -246,8 +241,7 @@ TEST(SensorThread, PlateReaderEnteringWindowForcesAFullPush) {
 TEST(SensorThread, PlateReaderMovingBetweenWindowsPushesOnlyDifferences) {
     ModeCamera cam(1);
     cam.acc->setLprMode(true);
-    for (u32 s = 0; s < 4; ++s)
-        cam.setWindow(s, 0, 0, 0, 0);
+    cam.clearWindows();
     cam.setWindow(1, 8, 0, 12, 0);
     cam.setWindow(3, 12, 0, 18, 0);
     sim::setDeviceTime(9, 0);

@@ -169,6 +169,12 @@ public:
         pScheme[4].value = p_nEndM;
     }
 
+    // No user scheme has a window (00:00-00:00 matches no time).
+    void clearWindows() {
+        for (u32 s = 0; s < acc->schemeSum(); ++s)
+            setWindow(s, 0, 0, 0, 0);
+    }
+
     std::string errorLog() const { return root.read("/mnt/mtd/log/SensorError.log"); }
 
     testsupport::TempDeviceRoot root;
