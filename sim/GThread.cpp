@@ -40,6 +40,8 @@ struct GThread::Impl {
     std::thread thread;
     std::atomic<bool> stopRequested{false};
     std::atomic<bool> running{false};
+    // Set while a stop from another thread holds the control lock and joins.
+    std::atomic<bool> externalStopping{false};
 };
 
 int GThread::emptyFun() {
@@ -102,9 +104,16 @@ bool GThread::stop() {
         // stop or the destructor. When another thread is already stopping
         // this one, that stop waits for this round and finishes the job.
         m_pImpl->stopRequested = true;
-        std::unique_lock<std::mutex> lock(m_pImpl->control, std::try_to_lock);
-        if (!lock.owns_lock())
-            return true;
+        // The control lock may be held by a start that has not returned yet
+        // (then it is ours in a moment) or by a stop from another thread
+        // that is joining us (then that stop finishes the job, and waiting
+        // for it here would deadlock).
+        std::unique_lock<std::mutex> lock(m_pImpl->control, std::defer_lock);
+        while (!lock.try_lock()) {
+            if (m_pImpl->externalStopping)
+                return true;
+            std::this_thread::yield();
+        }
         if (!m_pImpl->running)
             return false;
         m_pImpl->running = false;
@@ -119,9 +128,11 @@ bool GThread::stop() {
             m_pImpl->thread.join();
         return false;
     }
+    m_pImpl->externalStopping = true;
     m_pImpl->stopRequested = true;
     if (m_pImpl->thread.joinable())
         m_pImpl->thread.join();
+    m_pImpl->externalStopping = false;
     m_pImpl->running = false;
     if (m_pImpl->onStop)
         m_pImpl->onStop();
