@@ -30,8 +30,10 @@ struct FakeCounts {
         bFailAcquire = bFailLock = bFailIncrement = bForeignOwner = false;
         nReleased = 0;
     }
+    static FakeCount* pLast; // the newest count, for tests that must clean up after a refusal
     static FakeCount* acquire(const void* owner) {
-        return bFailAcquire ? nullptr : new FakeCount{owner, 1};
+        pLast = bFailAcquire ? nullptr : new FakeCount{owner, 1};
+        return pLast;
     }
     static void release(FakeCount* count) {
         ++nReleased;
@@ -56,6 +58,7 @@ bool FakeCounts::bFailLock = false;
 bool FakeCounts::bFailIncrement = false;
 bool FakeCounts::bForeignOwner = false;
 int FakeCounts::nReleased = 0;
+FakeCount* FakeCounts::pLast = nullptr;
 
 typedef SafePointer<Held, FakeCounts> FakePointer;
 
@@ -151,13 +154,18 @@ TEST_F(SafePointerTest, ForeignCountOnReleaseIsThrown) {
 }
 
 TEST_F(SafePointerTest, ForeignCountInTheDestructorIsPrintedNotThrown) {
+    Held* pHeld = new Held;
     const std::string out = captureStdout([&] {
-        FakePointer p(new Held);
+        FakePointer p(pHeld);
         FakeCounts::bForeignOwner = true;
     });
     FakeCounts::bForeignOwner = false;
     EXPECT_EQ(out, "not valid pointer in dec_reference\n");
+    // A count that is not its own is never released, and the object stays.
     EXPECT_EQ(Held::nDeleted, 0);
+    EXPECT_EQ(FakeCounts::nReleased, 0);
+    delete pHeld;
+    delete FakeCounts::pLast;
 }
 
 TEST_F(SafePointerTest, LastReferenceDeletesTheObjectAndReturnsTheCount) {
