@@ -111,8 +111,8 @@ bool Camera::prepareRoot(std::string& error) {
         return false;
     if (bNew && !writeModuleDetail(error))
         return false;
-    if (m_options.nDebug != -1 && !writeWholeFile(sensorDevicePath("/mnt/mtd/sign/Debug.sign"),
-                                                  std::to_string(m_options.nDebug) + "\n")) {
+    if (m_options.bDebug && !writeWholeFile(sensorDevicePath("/mnt/mtd/sign/Debug.sign"),
+                                            std::to_string(m_options.nDebug) + "\n")) {
         error = "cannot write the debug sign file";
         return false;
     }

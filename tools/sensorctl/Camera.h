@@ -18,7 +18,8 @@ struct CameraOptions {
     std::string strModel;  // empty: as the sample says
     std::string strDetail; // empty: as the sample module says
     int nMaxScheme = -1;   // -1: as the detail says
-    int nDebug = -1;       // -1: leave the debug sign file alone
+    bool bDebug = false;   // write nDebug into the debug sign file
+    int nDebug = 0;
     double dTimeScale = 1.0;
     std::string strDataDir; // the sample device tree
 };

@@ -268,7 +268,7 @@ const std::vector<Shell::Verb>& Shell::verbs() {
                                                                : SENSOR_SCHEME_FILE,
                            n);
              std::string err;
-             if (!Shell::dumpSchemeFile(sensorDevicePath(szName), s.m_out, err)) {
+             if (!Shell::dumpSchemeFile(sensorDevicePath(szName), s.m_out, err, szName)) {
                  s.m_strError = err;
                  return false;
              }
@@ -510,10 +510,12 @@ void Shell::run(std::istream& in) {
             return;
 }
 
-bool Shell::dumpSchemeFile(const std::string& path, std::ostream& out, std::string& error) {
+bool Shell::dumpSchemeFile(const std::string& path, std::ostream& out, std::string& error,
+                           const std::string& shownName) {
+    const std::string& name = shownName.empty() ? path : shownName;
     std::string data;
     if (!readWholeFile(path, data)) {
-        error = "cannot read " + path;
+        error = "cannot read " + name;
         return false;
     }
     const size_t nRecords = data.size() / sizeof(KeyVal);
@@ -527,7 +529,7 @@ bool Shell::dumpSchemeFile(const std::string& path, std::ostream& out, std::stri
         out << szLine;
     }
     if (data.size() % sizeof(KeyVal) != 0) {
-        error = path + ": " + std::to_string(data.size()) +
+        error = name + ": " + std::to_string(data.size()) +
                 " bytes is not a whole number of 8-byte records (" +
                 std::to_string(data.size() % sizeof(KeyVal)) + " bytes left over)";
         return false;

@@ -24,7 +24,9 @@ public:
 
     // Decodes a scheme file into one line per record; false (with a reason
     // in the text) when the file cannot be read or is not whole records.
-    static bool dumpSchemeFile(const std::string& path, std::ostream& out, std::string& error);
+    // Reports name the file as shown (a device path in the shell).
+    static bool dumpSchemeFile(const std::string& path, std::ostream& out, std::string& error,
+                               const std::string& shownName = std::string());
 
 private:
     struct Verb;

@@ -75,9 +75,10 @@ bool parseCameraOptions(const std::vector<std::string>& args, sensorctl::CameraO
             ok = value(o.strDetail);
         else if (a == "--max-scheme")
             ok = number(o.nMaxScheme);
-        else if (a == "--debug")
+        else if (a == "--debug") {
             ok = number(o.nDebug);
-        else if (a == "--data")
+            o.bDebug = ok;
+        } else if (a == "--data")
             ok = value(o.strDataDir);
         else if (a == "--time-scale") {
             std::string v;
