@@ -38,6 +38,21 @@ inline std::vector<sim::IspCall> ispCalls(int cmd, int opt = 0) {
     return out;
 }
 
+// The words of the last set of cmd, or none when it was never set.
+inline std::vector<uint32_t> lastSent(int cmd) {
+    const std::vector<sim::IspCall> calls = ispCalls(cmd);
+    return calls.empty() ? std::vector<uint32_t>() : calls.back().words;
+}
+
+// The (key, value) of each video notification, in order.
+inline std::vector<std::pair<int, int>>
+keysAndValues(const std::vector<sim::SimVideoStreamModule::Notice>& notices) {
+    std::vector<std::pair<int, int>> out;
+    for (const auto& n : notices)
+        out.emplace_back(n.key, n.value);
+    return out;
+}
+
 inline std::string captureStdout(const std::function<void()>& fn) {
     testing::internal::CaptureStdout();
     fn();

@@ -12,6 +12,7 @@ namespace {
 using coretest::captureStdout;
 using coretest::ControllerTest;
 using coretest::ispCalls;
+using coretest::lastSent;
 
 typedef std::vector<uint32_t> Words;
 
@@ -21,40 +22,36 @@ protected:
         prepare(
             {{144, 0}, {145, 60}, {146, 10}, {154, 4}, {149, 18}, {150, 0}, {151, 6}, {152, 15}});
     }
-    Words sent(int cmd) {
-        const auto calls = ispCalls(cmd);
-        return calls.empty() ? Words() : calls.back().words;
-    }
 };
 
 TEST_F(DayNightHandlersTest, NightToDayThresholdCarriesTheStoredDayToNight) {
     EXPECT_EQ(ctl->setParameter(146, 20, true), 0);
-    EXPECT_EQ(sent(146), Words({60, 20, 0}));
+    EXPECT_EQ(lastSent(146), Words({60, 20, 0}));
     EXPECT_EQ(cached(0, 146), 20u);
 }
 
 TEST_F(DayNightHandlersTest, DayToNightThresholdCarriesTheStoredNightToDay) {
     EXPECT_EQ(ctl->setParameter(145, 70, true), 0);
-    EXPECT_EQ(sent(145), Words({70, 10, 0}));
+    EXPECT_EQ(lastSent(145), Words({70, 10, 0}));
 }
 
 TEST_F(DayNightHandlersTest, SensitivityTravelsAlone) {
     EXPECT_EQ(ctl->setParameter(154, 7, true), 0);
-    EXPECT_EQ(sent(154), Words({0, 0, 7}));
+    EXPECT_EQ(lastSent(154), Words({0, 0, 7}));
 }
 
 TEST_F(DayNightHandlersTest, SiblingsComeFromTheCurrentScheme) {
     ctl->setKeyValToCache(2, 145, 90, false);
     access.setCurScheme(2);
     ctl->setParameter(146, 20, true);
-    EXPECT_EQ(sent(146), Words({90, 20, 0}));
+    EXPECT_EQ(lastSent(146), Words({90, 20, 0}));
 }
 
 TEST_F(DayNightHandlersTest, MissingSiblingIsSentAsZero) {
     access.releaseSchemes();
     prepare({{146, 10}});
     ctl->setParameter(146, 20, true);
-    EXPECT_EQ(sent(146), Words({0, 20, 0}));
+    EXPECT_EQ(lastSent(146), Words({0, 20, 0}));
 }
 
 TEST_F(DayNightHandlersTest, RejectedThresholdFailsOutsideAReplay) {
@@ -88,22 +85,22 @@ TEST_F(DayNightHandlersTest, ThresholdLineAtDebugLevel6) {
 
 TEST_F(DayNightHandlersTest, MinuteToNightCarriesTheOtherThreeTimes) {
     EXPECT_EQ(ctl->setParameter(150, 30, true), 0);
-    EXPECT_EQ(sent(150), Words({18, 30, 6, 15}));
+    EXPECT_EQ(lastSent(150), Words({18, 30, 6, 15}));
 }
 
 TEST_F(DayNightHandlersTest, EachTimeKeySetsItsOwnMember) {
     ctl->setParameter(149, 19, true);
-    EXPECT_EQ(sent(149), Words({19, 0, 6, 15}));
+    EXPECT_EQ(lastSent(149), Words({19, 0, 6, 15}));
     ctl->setParameter(151, 7, true);
-    EXPECT_EQ(sent(151), Words({19, 0, 7, 15}));
+    EXPECT_EQ(lastSent(151), Words({19, 0, 7, 15}));
     ctl->setParameter(152, 45, true);
-    EXPECT_EQ(sent(152), Words({19, 0, 7, 45}));
+    EXPECT_EQ(lastSent(152), Words({19, 0, 7, 45}));
 }
 
 TEST_F(DayNightHandlersTest, AnyOtherKeySetsTheMinuteToDay) {
     u32 value = 33;
     ctl->doDNTime(152, 0, &value);
-    EXPECT_EQ(sent(152), Words({18, 0, 6, 33}));
+    EXPECT_EQ(lastSent(152), Words({18, 0, 6, 33}));
 }
 
 TEST_F(DayNightHandlersTest, TimeLineAtDebugLevel6) {
@@ -134,7 +131,7 @@ TEST_F(DayNightHandlersTest, GetDNModeIsTrueEvenWhenTheReadFails) {
 TEST_F(DayNightHandlersTest, SetDNModeSetsAndCaches) {
     EXPECT_TRUE(ctl->setDNMode(3));
     EXPECT_EQ(cached(0, 144), 3u);
-    EXPECT_EQ(sent(144), Words({3}));
+    EXPECT_EQ(lastSent(144), Words({3}));
     EXPECT_FALSE(root.exists("/mnt/mtd/code/config_file/sensor0.cfg"));
 }
 

@@ -11,14 +11,9 @@ namespace {
 using coretest::captureStdout;
 using coretest::ControllerTest;
 using coretest::ispCalls;
+using coretest::keysAndValues;
+using coretest::lastSent;
 using Notice = sim::SimVideoStreamModule::Notice;
-
-std::vector<std::pair<int, int>> keysAndValues(const std::vector<Notice>& notices) {
-    std::vector<std::pair<int, int>> out;
-    for (const Notice& n : notices)
-        out.emplace_back(n.key, n.value);
-    return out;
-}
 
 class ImageHandlersTest : public ControllerTest {
 protected:

@@ -12,14 +12,9 @@ namespace {
 using coretest::captureStdout;
 using coretest::ControllerTest;
 using coretest::ispCalls;
+using coretest::keysAndValues;
+using coretest::lastSent;
 using Notice = sim::SimVideoStreamModule::Notice;
-
-std::vector<std::pair<int, int>> keysAndValues(const std::vector<Notice>& notices) {
-    std::vector<std::pair<int, int>> out;
-    for (const Notice& n : notices)
-        out.emplace_back(n.key, n.value);
-    return out;
-}
 
 class MirrorBeawayTest : public ControllerTest {
 protected:
@@ -27,32 +22,28 @@ protected:
         prepare({{2384, 0}, {2385, 0}});
         attachVideo();
     }
-    std::vector<uint32_t> sent(int cmd) {
-        const auto calls = ispCalls(cmd);
-        return calls.empty() ? std::vector<uint32_t>() : calls.back().words;
-    }
 };
 
 TEST_F(MirrorBeawayTest, BeawayOnExchangesMirrorOneForTwoButStoresOne) {
     ctl->setKeyValToCache(0, 2385, 1, false);
     EXPECT_EQ(ctl->setParameter(2384, 1, true), 0);
     EXPECT_EQ(keysAndValues(video.notices()), (std::vector<std::pair<int, int>>{{2384, 2}}));
-    EXPECT_EQ(sent(2384), std::vector<uint32_t>({2}));
+    EXPECT_EQ(lastSent(2384), std::vector<uint32_t>({2}));
     EXPECT_EQ(cached(0, 2384), 1u);
 }
 
 TEST_F(MirrorBeawayTest, BeawayOffSendsMirrorTwoUnchanged) {
     EXPECT_EQ(ctl->setParameter(2384, 2, true), 0);
     EXPECT_EQ(keysAndValues(video.notices()), (std::vector<std::pair<int, int>>{{2384, 2}}));
-    EXPECT_EQ(sent(2384), std::vector<uint32_t>({2}));
+    EXPECT_EQ(lastSent(2384), std::vector<uint32_t>({2}));
 }
 
 TEST_F(MirrorBeawayTest, MirrorZeroAndThreePassBeawayUnchanged) {
     ctl->setKeyValToCache(0, 2385, 1, false);
     ctl->setParameter(2384, 3, true);
-    EXPECT_EQ(sent(2384), std::vector<uint32_t>({3}));
+    EXPECT_EQ(lastSent(2384), std::vector<uint32_t>({3}));
     ctl->setParameter(2384, 0, true);
-    EXPECT_EQ(sent(2384), std::vector<uint32_t>({0}));
+    EXPECT_EQ(lastSent(2384), std::vector<uint32_t>({0}));
 }
 
 TEST_F(MirrorBeawayTest, MirrorRefusedByThePipelineIsReportedAndStillSent) {
@@ -91,7 +82,7 @@ TEST_F(MirrorBeawayTest, BeawayOffWithStoredMirrorOneTellsMirrorOneAndBeawayZero
     EXPECT_EQ(ctl->setParameter(2385, 0, true), 0);
     EXPECT_EQ(keysAndValues(video.notices()),
               (std::vector<std::pair<int, int>>{{2384, 1}, {2385, 0}}));
-    EXPECT_EQ(sent(2385), std::vector<uint32_t>({0}));
+    EXPECT_EQ(lastSent(2385), std::vector<uint32_t>({0}));
     EXPECT_TRUE(ispCalls(2384).empty());
 }
 
@@ -100,7 +91,7 @@ TEST_F(MirrorBeawayTest, BeawayOnWithStoredMirrorOneTellsMirrorTwoAndBeawayOne) 
     EXPECT_EQ(ctl->setParameter(2385, 1, true), 0);
     EXPECT_EQ(keysAndValues(video.notices()),
               (std::vector<std::pair<int, int>>{{2384, 2}, {2385, 1}}));
-    EXPECT_EQ(sent(2385), std::vector<uint32_t>({1}));
+    EXPECT_EQ(lastSent(2385), std::vector<uint32_t>({1}));
     EXPECT_TRUE(ispCalls(2384).empty());
     EXPECT_EQ(cached(0, 2385), 1u);
 }
