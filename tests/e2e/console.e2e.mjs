@@ -88,6 +88,7 @@ try {
   await page.locator("#dn-night").click();
   await page.locator("#status-dn", { hasText: "night" }).waitFor();
   await page.locator("#status-scheme", { hasText: /^1$/ }).waitFor({ timeout: 15_000 });
+  await page.locator("#trace div[data-kind=scheme]", { hasText: "0 → 1" }).waitFor();
   // Scheme 1 keeps the factory brightness: the switch sends it back.
   await page.locator(`#trace div[data-kind=isp][data-cmd="34"][data-opt="0"]`,
                      { hasText: `= ${before}` }).last().waitFor();

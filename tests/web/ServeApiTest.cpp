@@ -370,6 +370,8 @@ TEST_F(ServeApi, NightSwitchesADayNightSchemeToScheme1) {
     while (Clock::now() < deadline && (strScheme = field(get("/api/status").body, "scheme")) != "1")
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_EQ(strScheme, "1");
+    EXPECT_NE(get("/api/trace?since=0").body.find("\"kind\":\"scheme\",\"from\":0,\"to\":1"),
+              std::string::npos);
     ASSERT_EQ(post("/api/daynight", "day").status, 200);
     while (Clock::now() < deadline && (strScheme = field(get("/api/status").body, "scheme")) != "0")
         std::this_thread::sleep_for(std::chrono::milliseconds(50));

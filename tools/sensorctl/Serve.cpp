@@ -229,6 +229,8 @@ private:
     // What the simulated ISP reports as day/night (command 153): only this
     // server sets it, and asking the controller would add a call to the trace.
     bool m_bNight = false;
+    static constexpr int kNoScheme = -2; // before the first look
+    int m_nTracedScheme = kNoScheme;
 
     std::thread m_drainer;
     std::condition_variable m_cvStop;
@@ -266,6 +268,19 @@ void Console::drainTrace() {
             ",\"kind\":\"video\",\"ch\":" + std::to_string(n.channel) +
             ",\"key\":" + std::to_string(n.key) + ",\"val\":" + std::to_string(n.value) +
             ",\"name\":" + jsonString(sensorKeyName(n.key) ? sensorKeyName(n.key) : "") + "}";
+    }
+    // A scheme switch shows as an entry after the calls that applied it.
+    int nScheme = -1;
+    m_camera.controller().getParamScheme(nScheme);
+    if (nScheme != m_nTracedScheme) {
+        if (m_nTracedScheme != kNoScheme) {
+            m_trace.push_back({++m_nLastSeq, ""});
+            m_trace.back().strJson =
+                "{\"seq\":" + std::to_string(m_nLastSeq) +
+                ",\"kind\":\"scheme\",\"from\":" + std::to_string(m_nTracedScheme) +
+                ",\"to\":" + std::to_string(nScheme) + "}";
+        }
+        m_nTracedScheme = nScheme;
     }
     while (m_trace.size() > kMaxTrace) {
         m_trace.pop_front();
