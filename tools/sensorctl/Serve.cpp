@@ -224,7 +224,6 @@ private:
     std::mutex m_mutex;
     std::deque<Entry> m_trace;
     uint64_t m_nLastSeq = 0;    // the newest entry's number
-    uint64_t m_nDropped = 0;    // entries dropped from the front
     uint64_t m_nLastServed = 0; // where a trace call without a cursor starts
     // What the simulated ISP reports as day/night (command 153): only this
     // server sets it, and asking the controller would add a call to the trace.
@@ -282,10 +281,8 @@ void Console::drainTrace() {
         }
         m_nTracedScheme = nScheme;
     }
-    while (m_trace.size() > kMaxTrace) {
+    while (m_trace.size() > kMaxTrace)
         m_trace.pop_front();
-        ++m_nDropped;
-    }
 }
 
 // The worker polls the ISP every second; draining in the background keeps
