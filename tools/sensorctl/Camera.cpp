@@ -14,6 +14,7 @@
 #include "config/SysConfig.h"
 #include "host/MachineInfo.h"
 #include "storage/DeviceRoot.h"
+#include "storage/SensorFile.h"
 
 namespace fs = std::filesystem;
 
@@ -181,6 +182,14 @@ ModuleConfigure Camera::readModuleConfigure() const {
     ModuleConfigureParser::parse(sensorDevicePath(SENSOR_MODULE_CONFIG_FILE),
                                  objInfo.getHardwareModel(), objInfo.getHardwareCode(), modules);
     return modules.empty() ? ModuleConfigure() : modules.front();
+}
+
+unsigned Camera::schemeCount() const {
+    const std::string strDetail = readModuleConfigure().getDetail();
+    u32 nSchemes = 0;
+    if (getDetailFieldTou32(strDetail.c_str(), "max_scheme", &nSchemes) != 0)
+        nSchemes = 4;
+    return nSchemes;
 }
 
 bool Camera::start(std::string& error) {

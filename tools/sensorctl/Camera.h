@@ -42,6 +42,9 @@ public:
     int ispChannel() const;
     // The controller's channel (a device of type 13 always runs channel 2).
     int controllerChannel() const { return ispChannel() + 1; }
+    // The number of user schemes the module detail gives (4 when it names
+    // none); valid scheme indices run from 0 to this number (the factory slot).
+    unsigned schemeCount() const;
 
 private:
     bool prepareRoot(std::string& error);

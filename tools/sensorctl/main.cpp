@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Camera.h"
+#include "Serve.h"
 #include "Shell.h"
 #include "Tool.h"
 
@@ -18,6 +19,9 @@ const char* const kUsage =
     "commands:\n"
     "  shell [options]     run a simulated camera, reading commands from standard input\n"
     "  demo [options]      a short guided tour on a fresh temporary root\n"
+    "  serve [options] [--port N]\n"
+    "                      the settings page and its HTTP API on 127.0.0.1:N\n"
+    "                      (default 8080; 0: any free port, printed at start)\n"
     "  dump FILE           decode a scheme file, one line per record\n"
     "  merge --detail TEXT STYLE DIVERSITY\n"
     "                      print the style a module with that detail text gets\n"
@@ -104,6 +108,24 @@ bool parseCameraOptions(const std::vector<std::string>& args, sensorctl::CameraO
     return true;
 }
 
+// Takes "--port N" out of the arguments; the rest are the camera's.
+bool takePortOption(std::vector<std::string>& args, int& port, std::string& error) {
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (args[i] != "--port")
+            continue;
+        char* end = nullptr;
+        const long n = i + 1 < args.size() ? std::strtol(args[i + 1].c_str(), &end, 10) : -1;
+        if (i + 1 >= args.size() || args[i + 1].empty() || *end != '\0' || n < 0 || n > 65535) {
+            error = "--port takes a port number from 0 to 65535";
+            return false;
+        }
+        port = static_cast<int>(n);
+        args.erase(args.begin() + static_cast<long>(i), args.begin() + static_cast<long>(i) + 2);
+        --i;
+    }
+    return true;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -124,7 +146,7 @@ int main(int argc, char** argv) {
         return sensorctl::runDump(args);
     if (strCommand == "merge")
         return sensorctl::runMerge(args);
-    if (strCommand != "shell" && strCommand != "demo") {
+    if (strCommand != "shell" && strCommand != "demo" && strCommand != "serve") {
         std::cerr << "sensorctl: unknown command " << strCommand << "\n" << kUsage;
         return 2;
     }
@@ -135,6 +157,11 @@ int main(int argc, char** argv) {
     std::string error;
     if (strCommand == "demo")
         options.dTimeScale = 0.01;
+    sensorctl::ServeOptions serveOptions;
+    if (strCommand == "serve" && !takePortOption(args, serveOptions.nPort, error)) {
+        std::cerr << "sensorctl: " << error << "\n";
+        return 2;
+    }
     if (!parseCameraOptions(args, options, error)) {
         std::cerr << "sensorctl: " << error << "\n";
         return 2;
@@ -143,10 +170,17 @@ int main(int argc, char** argv) {
         options.strRoot.clear();
         return sensorctl::runDemo(options);
     }
+    if (strCommand == "serve")
+        sensorctl::blockStopSignals();
     sensorctl::Camera camera(options);
     if (!camera.start(error)) {
         std::cerr << "sensorctl: " << error << "\n";
         return 1;
+    }
+    if (strCommand == "serve") {
+        const int nRet = sensorctl::runServe(camera, serveOptions);
+        camera.stop();
+        return nRet;
     }
     sensorctl::Shell shell(camera, std::cout);
     shell.run(std::cin);

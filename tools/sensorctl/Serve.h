@@ -1,0 +1,28 @@
+// sensorctl serve: the simulated camera behind a small HTTP API and its
+// settings page, on the loopback interface only.
+#pragma once
+
+#include <string>
+
+#include "Camera.h"
+
+namespace sensorctl {
+
+struct ServeOptions {
+    int nPort = 8080; // 0: any free port; the one taken is printed at start
+};
+
+// Blocks SIGINT and SIGTERM in the calling thread, so that every thread
+// started afterwards (the controller's worker, the server's pool) inherits
+// the mask and the server's own waiter alone receives them. Call before the
+// camera starts.
+void blockStopSignals();
+
+// Serves the camera until SIGINT or SIGTERM. 0 after a clean end, 1 when the
+// port cannot be bound. The caller stops the camera afterwards.
+int runServe(Camera& camera, const ServeOptions& options);
+
+// The settings page, built into the binary.
+extern const char* const kWebPage;
+
+} // namespace sensorctl
