@@ -113,9 +113,12 @@ int mergeStyle(ModuleConfig* p_pstModuleConfig, char** ui_style, char* ui_styleD
     const std::string strMergeFile = sensorDevicePath(SENSOR_MERGE_STYLE_FILE);
     ensureFolderOf(strMergeFile);
     doc_style.SaveFile(strMergeFile.c_str());
-    std::string strXml;
-    doc_style.getXmlString(strXml);
-    SNS_INFO("%s\n", strXml.c_str());
+    // The whole document as text is built only when the info level shows it.
+    if (snsDecide(SNS_LEVEL_INFO)) {
+        std::string strXml;
+        doc_style.getXmlString(strXml);
+        SNS_PRINT_DECIDED(SNS_TAG_INFO, 0, false, "%s\n", strXml.c_str());
+    }
 
     const int64_t file_len = getFileLen(SENSOR_MERGE_STYLE_FILE);
     const size_t nBlock = static_cast<size_t>(file_len > 0 ? file_len : 0) + 1;

@@ -152,21 +152,42 @@ void updateDebugLevel() {
     g_signCache.bAssert = bAssert;
 }
 
-void snsPrint(const char* unit, const char* func, int line, const char* tag, int threshold,
-              int colour, bool log, const char* fmt, ...) {
-    updateDebugLevel();
-    if (!(g_nDebugLevel > threshold))
-        return;
-    va_list ap;
-    va_start(ap, fmt);
+namespace {
+
+void vprintDecided(const char* unit, const char* func, int line, const char* tag, int colour,
+                   bool log, const char* fmt, va_list ap) {
     const std::string strMessage = vformat(fmt, ap);
-    va_end(ap);
     writeOut(colourPrefix(colour) + format(kHeader, tag, unit, func, line) + strMessage +
              kColourSuffix);
     if (log) {
         const std::string strWhere = format("file:%s fun:%s line:%d\n", unit, func, line);
         writeErrorLog(tag, strWhere, &strMessage);
     }
+}
+
+} // namespace
+
+bool snsDecide(int threshold) {
+    updateDebugLevel();
+    return g_nDebugLevel > threshold;
+}
+
+void snsPrintDecided(const char* unit, const char* func, int line, const char* tag, int colour,
+                     bool log, const char* fmt, ...) {
+    va_list ap;
+    va_start(ap, fmt);
+    vprintDecided(unit, func, line, tag, colour, log, fmt, ap);
+    va_end(ap);
+}
+
+void snsPrint(const char* unit, const char* func, int line, const char* tag, int threshold,
+              int colour, bool log, const char* fmt, ...) {
+    if (!snsDecide(threshold))
+        return;
+    va_list ap;
+    va_start(ap, fmt);
+    vprintDecided(unit, func, line, tag, colour, log, fmt, ap);
+    va_end(ap);
 }
 
 void snsPrintBare(int threshold, int colour, const char* fmt, ...) {

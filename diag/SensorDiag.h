@@ -35,6 +35,13 @@ SENSOR_API void updateDebugLevel();
 SENSOR_API void snsPrint(const char* unit, const char* func, int line, const char* tag,
                          int threshold, int colour, bool log, const char* fmt, ...)
     __attribute__((format(printf, 8, 9)));
+// A message whose text is costly to build: snsDecide makes the site's one
+// decision (the sign file is consulted) and tells whether it prints;
+// snsPrintDecided then prints without deciding again. Together they print
+// exactly what snsPrint prints.
+bool snsDecide(int threshold);
+void snsPrintDecided(const char* unit, const char* func, int line, const char* tag, int colour,
+                     bool log, const char* fmt, ...) __attribute__((format(printf, 7, 8)));
 SENSOR_API void snsPrintBare(int threshold, int colour, const char* fmt, ...)
     __attribute__((format(printf, 3, 4)));
 SENSOR_API void snsAssertFail(const char* unit, const char* func, int line, const char* pretty,
@@ -44,6 +51,10 @@ SENSOR_API void snsAssertFail(const char* unit, const char* func, int line, cons
 // The levelled print: tag, threshold, colour, whether to copy to the error log.
 #define SNS_PRINT(tag, threshold, colour, log, fmt, ...)                                           \
     snsPrint(SNS_SOURCE_UNIT, __func__, __LINE__, tag, threshold, colour, log, fmt, ##__VA_ARGS__)
+
+// The print half of a site decided with snsDecide.
+#define SNS_PRINT_DECIDED(tag, colour, log, fmt, ...)                                              \
+    snsPrintDecided(SNS_SOURCE_UNIT, __func__, __LINE__, tag, colour, log, fmt, ##__VA_ARGS__)
 
 #define SNS_DBG(fmt, ...) SNS_PRINT(SNS_TAG_DBG, SNS_LEVEL_DBG, 0, false, fmt, ##__VA_ARGS__)
 #define SNS_DBG_C(colour, fmt, ...)                                                                \

@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Builds Release and runs the benchmarks: every figure beside its floor, the
+# ratios from the same run, the heap after start-up and the stripped library.
+#   scripts/bench.sh [BUILD_DIR] [extra sensor_bench arguments...]
+# SENSOR_BENCH_REPETITIONS (default 5) sets the repetitions whose medians are
+# compared; SENSOR_BENCH_IDLE_SECONDS (default 8) the idle worker's measure.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build=${1:-build-bench}
+shift || true
+scripts/bootstrap.sh
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DSENSOR_BUILD_TESTS=OFF >/dev/null
+cmake --build "$build" -j"$(nproc)" --target sensor sensorsim sensor_bench sensor_heap >/dev/null
+
+reps=${SENSOR_BENCH_REPETITIONS:-5}
+echo "== sensor_bench ($reps repetitions, medians) on $(nproc) cores, $(uname -r)"
+"$build/bench/sensor_bench" --benchmark_repetitions="$reps" \
+  --benchmark_report_aggregates_only=true "$@"
+
+echo
+echo "== sensor_heap"
+"$build/bench/sensor_heap"
+
+echo
+lib=$(readlink -f "$build/libsensor.so")
+stripped=$(mktemp)
+trap 'rm -f "$stripped"' EXIT
+strip --strip-all -o "$stripped" "$lib"
+echo "== libsensor.so: $(stat -c %s "$lib") bytes as built, $(stat -c %s "$stripped") bytes stripped"
