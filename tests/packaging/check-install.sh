@@ -8,7 +8,7 @@
 # programs of a cross build.
 set -euo pipefail
 build=$1; cxx=$2; hostlib=$3; toolchain=${4:-}
-here=$(cd "$(dirname "$0")" && pwd)
+consumer=$(cd "$(dirname "$0")/../../cmake/consumer" && pwd)
 work=$(mktemp -d /tmp/sensor-install-XXXXXX)
 trap 'rm -rf "$work"' EXIT
 prefix=$work/prefix
@@ -49,14 +49,14 @@ hostdir=$(dirname "$hostlib")
 pc() { PKG_CONFIG_LIBDIR="$libdir/pkgconfig" PKG_CONFIG_PATH= pkg-config "$@" sensor; }
 [ "$(pc --modversion)" = 1.0.0 ] || fail "pkg-config gives version $(pc --modversion)"
 # shellcheck disable=SC2046
-"$cxx" -std=c++17 -Wall -Wextra -Werror $(pc --cflags) "$here/host.cpp" -o "$work/host-pkg-config" \
+"$cxx" -std=c++17 -Wall -Wextra -Werror $(pc --cflags) "$consumer/host.cpp" -o "$work/host-pkg-config" \
   -Wl,--no-as-needed $(pc --libs) "$hostlib" -Wl,-rpath,"$libdir:$hostdir"
 run "$work/host-pkg-config"
 
 # find_package(sensor) in a separate project.
 args=(-DCMAKE_PREFIX_PATH="$prefix" -DSENSOR_HOST_LIBRARY="$hostlib" -DCMAKE_CXX_COMPILER="$cxx")
 [ -n "$toolchain" ] && args+=(-DCMAKE_TOOLCHAIN_FILE="$toolchain")
-cmake -S "$here/consumer" -B "$work/consumer" "${args[@]}" > "$work/consumer.log" ||
+cmake -S "$consumer" -B "$work/consumer" "${args[@]}" > "$work/consumer.log" ||
   { cat "$work/consumer.log"; fail "find_package(sensor) project did not configure"; }
 cmake --build "$work/consumer" > "$work/consumer-build.log" ||
   { cat "$work/consumer-build.log"; fail "find_package(sensor) project did not build"; }
