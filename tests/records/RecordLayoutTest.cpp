@@ -30,8 +30,12 @@ TEST(RecordLayout, KeyValArrayIsPackedLikeTheSchemeFile) {
     KeyVal aPairs[3] = {{34, 60}, {2337, 0xfffffffbu}, {9, 1}};
     const unsigned char* p = reinterpret_cast<const unsigned char*>(aPairs);
     // Little-endian words back to back, as the file stores them.
-    const unsigned char aExpected[24] = {34, 0,  0,   0,   60,  0,   0,   0,   0x21, 0x09, 0, 0,
-                                         0xfb, 0xff, 0xff, 0xff, 9, 0, 0, 0, 1, 0, 0, 0};
+    const unsigned char aExpected[24] = {
+        34,   0,    0,    0,    60, 0, 0, 0, // (34, 60)
+        0x21, 0x09, 0,    0,                 // 2337
+        0xfb, 0xff, 0xff, 0xff,              // -5
+        9,    0,    0,    0,    1,  0, 0, 0, // (9, 1)
+    };
     EXPECT_EQ(24u, sizeof(aPairs));
     for (size_t i = 0; i < sizeof(aExpected); ++i)
         EXPECT_EQ(aExpected[i], p[i]) << "byte " << i;
