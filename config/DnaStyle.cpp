@@ -8,6 +8,7 @@
 #include "config/SensorXml.h"
 #include "controller/ISensorController.h"
 #include "diag/SensorDiag.h"
+#include "keyval/SensorNumber.h"
 
 namespace {
 
@@ -24,7 +25,7 @@ bool keepsStyleValue(u32 p_nCmd) {
 
 bool hasId(const TiXmlElement* p_pElement, int p_nId) {
     const char* szId = p_pElement->Attribute("id");
-    return szId != nullptr && std::atoi(szId) == p_nId;
+    return szId != nullptr && sensorAtoi(szId) == p_nId;
 }
 
 // The depth-first search shared by the id helpers: visit(element) for every
@@ -65,7 +66,7 @@ int getNodebyCmdId(TiXmlElement* p_pElement, int p_nId, TiXmlElement*& p_pFound)
 int getDnaValbyCmdId(TiXmlElement* p_pElement, int p_nId, int& p_nValue) {
     return forEachWithId(p_pElement, p_nId, [&](TiXmlElement* pMatch) {
         if (const char* szValue = pMatch->Attribute("value"))
-            p_nValue = std::atoi(szValue);
+            p_nValue = sensorAtoi(szValue);
     });
 }
 
@@ -112,7 +113,7 @@ int doDnaStyle(TiXmlElement* p_pElement, int p_nCmd, const ia_dynamic_params_att
             const char* szIndex = pChoice->Attribute("index");
             if (szIndex == nullptr)
                 return -1;
-            const u32 nIndex = static_cast<u32>(std::atoi(szIndex));
+            const u32 nIndex = static_cast<u32>(sensorAtoi(szIndex));
             const u32* pEnd = p_pRange->item + nItems;
             if (std::find(p_pRange->item, pEnd, nIndex) == pEnd) {
                 SNS_DBG("_________________delete comboitem(%s)__________________\n", szIndex);

@@ -7,6 +7,7 @@
 
 #include "config/SensorXml.h"
 #include "diag/SensorDiag.h"
+#include "keyval/SensorNumber.h"
 
 int style2KeyValN(TiXmlElement* p_pElement, KeyVal* p_pKeyVal, u32* p_pnKeyValNum,
                   u32 p_nCapacity) {
@@ -22,8 +23,8 @@ int style2KeyValN(TiXmlElement* p_pElement, KeyVal* p_pKeyVal, u32* p_pnKeyValNu
                    szValue, p_nCapacity);
         if (*p_pnKeyValNum >= p_nCapacity)
             return -1;
-        p_pKeyVal[*p_pnKeyValNum].key = static_cast<u32>(std::atoi(szId));
-        p_pKeyVal[*p_pnKeyValNum].value = static_cast<u32>(std::atoi(szValue));
+        p_pKeyVal[*p_pnKeyValNum].key = static_cast<u32>(sensorAtoi(szId));
+        p_pKeyVal[*p_pnKeyValNum].value = static_cast<u32>(sensorAtoi(szValue));
         ++*p_pnKeyValNum;
     }
     for (TiXmlElement* pChild = p_pElement->FirstChildElement(); pChild != nullptr;

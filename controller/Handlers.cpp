@@ -104,11 +104,6 @@ int ISensorController::doIaCmd_PanoTuning(u32 p_nKey, u32 /*p_nDir*/, void* p_pV
 // scheme's sibling; the sensitivity travels alone.
 // Caller holds m_objMutex.
 int ISensorController::doDNThr(u32 p_nKey, u32 p_nDir, void* p_pVal) {
-    struct dn_thr_st {
-        u32 d2n_thr;
-        u32 n2d_thr;
-        u32 dn_sensitivity;
-    };
     dn_thr_st stThr = {0, 0, 0};
     const u32 nNew = *static_cast<u32*>(p_pVal);
     const u32 nScheme = static_cast<u32>(m_nCurScheme.load());
@@ -143,12 +138,6 @@ int ISensorController::doDNThr(u32 p_nKey, u32 p_nDir, void* p_pVal) {
 // current scheme's other three.
 // Caller holds m_objMutex.
 int ISensorController::doDNTime(u32 p_nKey, u32 p_nDir, void* p_pVal) {
-    struct dn_time_st {
-        u32 d2n_hour;
-        u32 d2n_min;
-        u32 n2d_hour;
-        u32 n2d_min;
-    };
     dn_time_st stTime = {0, 0, 0, 0};
     const u32 nNew = *static_cast<u32*>(p_pVal);
     const u32 nScheme = static_cast<u32>(m_nCurScheme.load());

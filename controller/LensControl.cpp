@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "host/ia_ioctrl_v2.h"
+#include "keyval/SensorNumber.h"
 
 namespace {
 
@@ -71,10 +72,10 @@ std::vector<int> splitRangeText(const std::string& p_strRange) {
         const std::string::size_type nBlank = strRest.find(' ');
         if (nBlank == std::string::npos) {
             if (!strRest.empty())
-                vecList.push_back(std::atoi(strRest.c_str()));
+                vecList.push_back(sensorAtoi(strRest.c_str()));
             break;
         }
-        vecList.push_back(std::atoi(strRest.substr(0, nBlank).c_str()));
+        vecList.push_back(sensorAtoi(strRest.substr(0, nBlank).c_str()));
         strRest = strRest.substr(nBlank + 1);
     }
     return vecList;

@@ -10,6 +10,7 @@
 
 #include "host/ia_ioctrl_v2.h"
 #include "host/sy_system.h"
+#include "keyval/SensorNumber.h"
 #include "storage/DeviceRoot.h"
 #include "storage/SensorFile.h"
 
@@ -156,7 +157,7 @@ int ISensorController::SensorCheck(std::string& text) {
     // Three numbers are expected; missing ones count as 0.
     i32 aRecord[4] = {0, 0, 0, 0};
     for (size_t i = 0; i < 3 && i < vecFields.size(); ++i)
-        aRecord[i] = atoi(vecFields[i].c_str());
+        aRecord[i] = sensorAtoi(vecFields[i].c_str());
 
     const bool bRead = aRecord[1] == 2;
     const int nRet = ia_ioctrl_v2(m_nCameraID - 1, IA_CMD_SENSOR_CHECK_CMD,

@@ -8,6 +8,7 @@
 
 #include "host/StringHandler.h"
 #include "keyval/SensorKeyVal.h"
+#include "keyval/SensorNumber.h"
 
 using namespace sensor_detail;
 
@@ -62,7 +63,7 @@ bool ISensorController::getParameters(const std::string& ids, std::string& out) 
 
     out.clear();
     for (const std::string& strId : vecIds) {
-        const int nId = atoi(strId.c_str());
+        const int nId = sensorAtoi(strId.c_str());
         int nValue = 0;
         if (!getParameter(nId, nValue))
             continue;

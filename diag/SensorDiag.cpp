@@ -11,6 +11,7 @@
 
 #include "host/KPFile.h"
 #include "host/KPLogger.h"
+#include "keyval/SensorNumber.h"
 #include "storage/DeviceRoot.h"
 
 // The C library's assertion failure, declared here because release builds
@@ -132,10 +133,10 @@ void updateDebugLevel() {
     if (!objFile.open(strPath.c_str(), KPFile::modeRead))
         return;
     std::string strLine = objFile.ReadOneLine();
-    const int nLevel = strLine.empty() ? 1 : std::atoi(strLine.c_str());
+    const int nLevel = strLine.empty() ? 1 : sensorAtoi(strLine.c_str());
     g_nDebugLevel = nLevel;
     strLine = objFile.ReadOneLine();
-    const bool bAssert = strLine.empty() ? false : std::atoi(strLine.c_str()) != 0;
+    const bool bAssert = strLine.empty() ? false : sensorAtoi(strLine.c_str()) != 0;
     g_bEnAssert = bAssert;
     objFile.close();
 

@@ -48,7 +48,23 @@ struct ia_dynamic_params_attr_st {
     uint32_t item[IA_DYNAMIC_ITEMS_MAX];
 };
 
+// The day/night thresholds (commands 145, 146, 154), taken as one record.
+struct dn_thr_st {
+    uint32_t d2n_thr;        // day-to-night threshold
+    uint32_t n2d_thr;        // night-to-day threshold
+    uint32_t dn_sensitivity; // switching sensitivity
+};
+
+// The day/night switching times (commands 149 to 152), taken as one record.
+struct dn_time_st {
+    uint32_t d2n_hour;
+    uint32_t d2n_min;
+    uint32_t n2d_hour;
+    uint32_t n2d_min;
+};
+
 static_assert(sizeof(ia_dynamic_params_cmds_st) == 68, "ISP command list layout");
 static_assert(sizeof(ia_dynamic_params_attr_st) == 276, "ISP range record layout");
+static_assert(sizeof(dn_thr_st) == 12 && sizeof(dn_time_st) == 16, "ISP day/night record layouts");
 
 extern "C" int ia_ioctrl_v2(int channel, int command, int option, void* data);

@@ -7,6 +7,7 @@
 
 #include "diag/SensorDiag.h"
 #include "host/ia_ioctrl_v2.h"
+#include "keyval/SensorNumber.h"
 
 namespace {
 
@@ -34,12 +35,12 @@ template <typename Visit> void forEachGroup(const std::string& text, Visit visit
 void keyval_str2st(const std::string& text, KeyVal* out, u32* count) {
     *count = 0;
     // Whatever a group fails to give keeps the previous group's number.
-    int nKey = 0;
-    int nValue = 0;
+    long long nKey = 0; // wide, then bounded alike on the camera and a PC
+    long long nValue = 0;
     forEachGroup(text, [&](const std::string& strGroup) {
-        (void)std::sscanf(strGroup.c_str(), "(%d,%d)", &nKey, &nValue);
-        out[*count].key = static_cast<u32>(nKey);
-        out[*count].value = static_cast<u32>(nValue);
+        (void)std::sscanf(strGroup.c_str(), "(%lld,%lld)", &nKey, &nValue);
+        out[*count].key = static_cast<u32>(sensorInt32(nKey));
+        out[*count].value = static_cast<u32>(sensorInt32(nValue));
         ++*count;
     });
 }

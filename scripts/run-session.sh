@@ -5,6 +5,7 @@
 # The session may hold a line "#! options: ..." (shell options) and lines
 # "#! restart": the camera then stops and a new sensorctl process starts on
 # the same (kept) device root, as after a power cycle.
+# SENSORCTL_EMULATOR, when set, is the command that runs a cross-built sensorctl.
 # SENSORCTL_UPDATE=1 writes the transcript instead of comparing (review it!).
 set -euo pipefail
 ctl=$1; session=$2; expected=$3
@@ -23,7 +24,7 @@ n=0
 while [ -f "$work/part$n" ]; do
   [ $n -gt 0 ] && echo "#! restart" >> "$actual"
   # shellcheck disable=SC2086
-  "$ctl" shell --root "$root" --keep $opts < "$work/part$n" >> "$actual" 2>&1
+  ${SENSORCTL_EMULATOR:-} "$ctl" shell --root "$root" --keep $opts < "$work/part$n" >> "$actual" 2>&1
   n=$((n + 1))
 done
 

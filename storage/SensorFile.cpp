@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "host/KPFile.h"
+#include "keyval/SensorNumber.h"
 #include "storage/DeviceRoot.h"
 
 namespace {
@@ -199,7 +200,7 @@ int getDetailFieldTou32(const char* p_szDetail, const char* p_szName, u32* p_nVa
     char szVal[10] = {0};
     std::memcpy(szVal, pBegin, nLen < sizeof(szVal) - 1 ? nLen : sizeof(szVal) - 1);
     if (p_nValue != nullptr)
-        *p_nValue = static_cast<u32>(std::atoi(szVal));
+        *p_nValue = static_cast<u32>(sensorAtoi(szVal));
     return SNS_SUCCESS;
 }
 

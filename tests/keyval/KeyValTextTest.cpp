@@ -127,3 +127,14 @@ TEST(KeyValText, WrittenTextParsesBack) {
     keyval_st2str(strText, arPairs, 4);
     EXPECT_TRUE(same(parse(strText), {{0, 1}, {34, 50}, {2337, 60}, {4112, 0}}));
 }
+
+// Numbers beyond 32 bits end at the nearest 32-bit bound, as on the camera,
+// whose C library reads them through a 32-bit long; a PC must not wrap them.
+TEST(KeyValText, NumbersBeyondThirtyTwoBitsStopAtTheBound) {
+    EXPECT_TRUE(same(parse("(770,4294967295)(771,-4294967297)(2147483648,99999999999999999999)"),
+                     {{770, INT32_MAX}, {771, INT32_MIN}, {INT32_MAX, INT32_MAX}}));
+}
+
+TEST(KeyValText, BoundsThemselvesAreKept) {
+    EXPECT_TRUE(same(parse("(2147483647,-2147483648)"), {{INT32_MAX, INT32_MIN}}));
+}
