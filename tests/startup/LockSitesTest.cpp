@@ -57,11 +57,17 @@ class LockSites : public ::testing::TestWithParam<size_t> {
 protected:
     void SetUp() override {
         ASSERT_TRUE(cam.start());
-        cam.stopWorker(); // only the host's call takes the lock
+        // Only the host's call takes the lock: the worker is stopped, and
+        // the one a reset starts again begins no round.
+        cam.stopWorker();
+        sim::pauseThreads(true);
         sim::clearMutexEvents();
         sim::recordMutexEvents(true);
     }
-    void TearDown() override { sim::recordMutexEvents(false); }
+    void TearDown() override {
+        sim::recordMutexEvents(false);
+        sim::pauseThreads(false);
+    }
     camtest::Camera cam;
 };
 
