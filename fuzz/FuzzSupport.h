@@ -83,17 +83,25 @@ inline ModuleConfigure sampleModule() {
     return vecModules.empty() ? ModuleConfigure() : vecModules.front();
 }
 
-// A controller started on the sample tree, kept for the whole run.
-inline ISensorController& startedController() {
+inline sim::SimVideoStreamModule& video() {
     static sim::SimVideoStreamModule objVideo;
+    return objVideo;
+}
+
+// A controller started on the sample tree, kept for the whole run. What the
+// simulated host records of each call is dropped per input, so that a long
+// run does not grow with it.
+inline ISensorController& startedController() {
     static ISensorController* pCtl = [] {
         setUp();
         ISensorController* p = new ISensorController;
         p->setChannelID(1);
-        p->setVideoStreamModule(&objVideo);
+        p->setVideoStreamModule(&video());
         (void)p->init(sampleModule());
         return p;
     }();
+    sim::Isp::instance().clearTrace();
+    video().clearNotices();
     return *pCtl;
 }
 

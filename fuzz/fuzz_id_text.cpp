@@ -9,8 +9,6 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ISensorController& ctl = fuzzsupport::startedController();
-    // The simulated ISP records every call; a long run must not grow with it.
-    sim::Isp::instance().clearTrace();
     const std::string strText(reinterpret_cast<const char*>(data), size);
     std::vector<std::string> vecFields;
     const bool bParsed = ctl.parseSensorParameter(strText, vecFields);
