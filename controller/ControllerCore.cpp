@@ -226,8 +226,11 @@ int ISensorController::setParameters(KeyVal* p_pKeyval, u32 count, bool bCache) 
                           "====================== set %s (%d,%d) func:%s ia_cmd:%d "
                           "=====================\n",
                           stKeyCmdTmp.szKeyName, k, v, stKeyCmdTmp.szHandlerName, stKeyCmdTmp.cmd);
-                const int nRet = (this->*stKeyCmdTmp.handler)(stKeyCmdTmp.cmd, IA_CMD_OPT_SET,
-                                                              &p_pKeyval[i].value);
+                IspValueRoom stRoom = {};
+                stRoom.aWords[0] = p_pKeyval[i].value;
+                const int nRet =
+                    (this->*stKeyCmdTmp.handler)(stKeyCmdTmp.cmd, IA_CMD_OPT_SET, stRoom.aWords);
+                p_pKeyval[i].value = stRoom.aWords[0];
                 if (nRet != SNS_SUCCESS) {
                     if (nRet == -1 || nRet == -4 || nRet == -5)
                         SNS_ERR("set %s (%d,%d) func:%s ia_cmd:%d ~~~failed ia_ret=%d\n",
@@ -322,7 +325,10 @@ bool ISensorController::getParameter(int p_nKey, int& p_nVal) {
         p_nVal = -1;
         return true;
     }
-    const int nRet = doIaCmd(static_cast<u32>(p_nKey), IA_CMD_OPT_GET, &p_nVal);
+    IspValueRoom stRoom = {};
+    const int nRet = doIaCmd(static_cast<u32>(p_nKey), IA_CMD_OPT_GET, stRoom.aWords);
+    if (nRet == SNS_SUCCESS)
+        p_nVal = static_cast<int>(stRoom.aWords[0]);
     SNS_ASSERT_TEXT(SNS_SUCCESS == nRet, "SNS_SUCCESS == doIaCmd(p_nKey, IA_CMD_OPT_GET, &p_nVal)",
                     "get key(%d) val from 2a err", p_nKey);
     return nRet == SNS_SUCCESS;

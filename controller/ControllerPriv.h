@@ -8,6 +8,7 @@
 #include "controller/ISensorController.h"
 #include "diag/SensorDiag.h"
 #include "host/KPMutex.h"
+#include "host/ia_ioctrl_v2.h"
 
 // Takes the controller mutex for the rest of the scope. The line is the one
 // the host's lock diagnostics have always shown for this entry point.
@@ -30,5 +31,16 @@ inline void clearFlag(std::atomic<u8>& flags, u8 bits) {
 inline bool testFlag(const std::atomic<u8>& flags, u8 bits) {
     return (flags.load() & bits) != 0;
 }
+
+// A host's key may name any ISP command, also one whose record is more than
+// one word (day/night times, version text, sensor check, ranges): the ISP then
+// reads or writes that many words. A single value therefore travels in room
+// for the largest record, its first word the value.
+struct IspValueRoom {
+    u32 aWords[sizeof(ia_dynamic_params_attr_st) / sizeof(u32) + 4];
+};
+static_assert(sizeof(IspValueRoom) >= sizeof(ia_dynamic_params_attr_st), "range record");
+static_assert(sizeof(IspValueRoom) >= sizeof(ia_dynamic_params_cmds_st), "command list");
+static_assert(sizeof(IspValueRoom) >= IA_VERSION_TEXT_LEN, "version text");
 
 } // namespace sensor_detail

@@ -1,6 +1,8 @@
 // Start-up and shut-down of a controller: init and uinit.
 #include "controller/ControllerPriv.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -9,6 +11,7 @@
 #include <unistd.h>
 
 #include "config/DnaStyle.h"
+#include "host/KPFile.h"
 #include "host/sy_system.h"
 #include "storage/DeviceRoot.h"
 #include "storage/SensorFile.h"
@@ -46,6 +49,64 @@ std::string schemeFileName(int p_nCameraID, u32 p_nScheme) {
 
 bool fileExists(const std::string& p_strDevicePath) {
     return ::access(sensorDevicePath(p_strDevicePath).c_str(), F_OK) == 0;
+}
+
+// The whole records of a stored scheme file and its size in bytes; no
+// records when it cannot be read. A file far larger than any scheme is not
+// read past the bound: it cannot fit the layout anyway.
+std::vector<KeyVal> readStoredRecords(const std::string& p_strDevicePath, int64_t& p_nBytes) {
+    const int64_t kMaxBytes = 1 << 20;
+    p_nBytes = 0;
+    KPFile objFile;
+    if (!objFile.open(sensorDevicePath(p_strDevicePath).c_str(), KPFile::modeRead))
+        return {};
+    const int64_t nLength = objFile.getLength();
+    std::vector<char> vecBytes(static_cast<size_t>(nLength < 0 ? 0 : std::min(nLength, kMaxBytes)));
+    if (vecBytes.empty())
+        return {};
+    const int nRead = objFile.read(vecBytes.data(), static_cast<int>(vecBytes.size()));
+    if (nRead <= 0)
+        return {};
+    p_nBytes = nLength;
+    std::vector<KeyVal> vecRecords(static_cast<size_t>(nRead) / sizeof(KeyVal));
+    if (!vecRecords.empty())
+        std::memcpy(vecRecords.data(), vecBytes.data(), vecRecords.size() * sizeof(KeyVal));
+    return vecRecords;
+}
+
+// A stored file fits when it holds exactly the factory's keys in the
+// factory's order: then the raw load put every value in its place.
+bool fitsLayout(const std::vector<KeyVal>& p_vecStored, int64_t p_nBytes, const KeyVal* p_pFct,
+                u32 p_nNum) {
+    if (p_vecStored.size() != p_nNum || p_nBytes != static_cast<int64_t>(p_nNum * sizeof(KeyVal)))
+        return false;
+    for (u32 i = 0; i < p_nNum; ++i) {
+        if (p_vecStored[i].key != p_pFct[i].key)
+            return false;
+    }
+    return true;
+}
+
+// Puts the stored values into a scheme laid out as the factory values: the
+// n-th record of a key in the file gives the value of the n-th entry of that
+// key in the scheme. A key the factory no longer has is dropped; a new key
+// keeps its factory value. The number of values kept.
+u32 remapByKey(const std::vector<KeyVal>& p_vecStored, const KeyVal* p_pFct, KeyVal* p_pScheme,
+               u32 p_nNum) {
+    std::memcpy(p_pScheme, p_pFct, p_nNum * sizeof(KeyVal));
+    std::vector<bool> vecTaken(p_nNum, false);
+    u32 nKept = 0;
+    for (const KeyVal& stStored : p_vecStored) {
+        for (u32 i = 0; i < p_nNum; ++i) {
+            if (!vecTaken[i] && p_pFct[i].key == stStored.key) {
+                p_pScheme[i].value = stStored.value;
+                vecTaken[i] = true;
+                ++nKept;
+                break;
+            }
+        }
+    }
+    return nKept;
 }
 
 } // namespace
@@ -158,6 +219,18 @@ bool ISensorController::init(const ModuleConfigure& p_objModuleConfigure) {
         // never uninitialised memory.
         std::memcpy(m_ppUserKeyVal[s], m_pFctKeyVal, nKeyValSum * sizeof(KeyVal));
         (void)keyValFromFile(strName.c_str(), m_ppUserKeyVal[s], nKeyValSum);
+        // A style update may add, drop or reorder factory keys without a new
+        // stamp; a raw load of an older file then misplaces values. Such a
+        // file is taken record by record by key, so that the user's saved
+        // settings survive; the next flush writes it in the new layout.
+        int64_t nStoredBytes = 0;
+        const std::vector<KeyVal> vecStored = readStoredRecords(strName, nStoredBytes);
+        if (!fitsLayout(vecStored, nStoredBytes, m_pFctKeyVal, nKeyValSum)) {
+            const u32 nKept = remapByKey(vecStored, m_pFctKeyVal, m_ppUserKeyVal[s], nKeyValSum);
+            if (!vecStored.empty())
+                SNS_WARN("%s does not fit the factory layout: %u of its %u records kept by key\n",
+                         strName.c_str(), nKept, static_cast<u32>(vecStored.size()));
+        }
         if (s == 0) {
             const KeyVal* pMode = findEntry(m_ppUserKeyVal[0], nKeyValSum, KEY_SCHEME_MODE);
             const u32 nMode = pMode != nullptr ? pMode->value : 0;

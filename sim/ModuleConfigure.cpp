@@ -3,6 +3,8 @@
 
 #include <cstdlib>
 
+#include <sys/stat.h>
+
 #include <tinyxml.h>
 
 ModuleConfigure::ModuleConfigure() : m_nModuleId(0) {}
@@ -49,6 +51,11 @@ std::string attributeText(const TiXmlElement* module, const char* name) {
 bool ModuleConfigureParser::parse(const std::string& path, const std::string& hardwareModel,
                                   const std::string& hardwareCode,
                                   std::vector<ModuleConfigure>& modules) {
+    // TinyXML sizes its buffer by seeking to the end, which for a folder is
+    // no size at all: only regular files are documents.
+    struct stat st;
+    if (::stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode))
+        return false;
     TiXmlDocument doc;
     if (!doc.LoadFile(path.c_str(), TIXML_ENCODING_UTF8))
         return false;

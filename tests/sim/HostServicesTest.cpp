@@ -252,6 +252,14 @@ TEST(ModuleConfigureTest, ParserFailsOnMissingOrBrokenDocument) {
     EXPECT_TRUE(modules.empty());
 }
 
+TEST(ModuleConfigureTest, ParserFailsOnAFolderInPlaceOfTheDocument) {
+    TempDeviceRoot root;
+    root.makeDirs("/folder.xml");
+    std::vector<ModuleConfigure> modules;
+    EXPECT_FALSE(ModuleConfigureParser::parse(root.real("/folder.xml"), "A", "B", modules));
+    EXPECT_TRUE(modules.empty());
+}
+
 // --- StringHandler ----------------------------------------------------------
 
 TEST(StringHandlerTest, SplitKeepsEmptyFields) {
