@@ -90,6 +90,28 @@ struct ShellVerbs {
         res = s.result((c(s).*fn)());
         return true;
     }
+
+    typedef std::function<bool(Shell&, std::string&)> Fn;
+    // A verb that reads a value with get, or writes its one argument with set.
+    static Fn getSet(bool (ISensorController::*get)(int&), bool (ISensorController::*set)(int)) {
+        return [get, set](Shell& s, std::string& r) {
+            return getOrSet(
+                s, r, [&](int& v) { return (c(s).*get)(v); },
+                [&](int v) { return (c(s).*set)(v); });
+        };
+    }
+    // A verb that only reads a value.
+    static Fn getOnly(bool (ISensorController::*get)(int&)) {
+        return [get](Shell& s, std::string& r) {
+            int v = 0;
+            r = (c(s).*get)(v) ? std::to_string(v) : "false";
+            return true;
+        };
+    }
+    // A verb that runs one operation and answers its result.
+    static Fn act(bool (ISensorController::*fn)()) {
+        return [fn](Shell& s, std::string& r) { return action(s, r, fn); };
+    }
 };
 
 const std::vector<Shell::Verb>& Shell::verbs() {
@@ -108,15 +130,9 @@ const std::vector<Shell::Verb>& Shell::verbs() {
         {"all", "all", 0, 0, "every parameter of the current scheme as a pair list",
          [](Shell& s, std::string& r) { V::c(s).getAllParameters(r); return true; }},
         {"scheme", "scheme [N]", 0, 1, "the current scheme, or switch to scheme N",
-         [](Shell& s, std::string& r) {
-             return V::getOrSet(s, r, [&](int& v) { return V::c(s).getParamScheme(v); },
-                                [&](int v) { return V::c(s).setParamScheme(v); });
-         }},
+         V::getSet(&ISensorController::getParamScheme, &ISensorController::setParamScheme)},
         {"mode", "mode [N]", 0, 1, "the parameter mode (0 manual, 1 automatic), or set it",
-         [](Shell& s, std::string& r) {
-             return V::getOrSet(s, r, [&](int& v) { return V::c(s).getParamMode(v); },
-                                [&](int v) { return V::c(s).setParamMode(v); });
-         }},
+         V::getSet(&ISensorController::getParamMode, &ISensorController::setParamMode)},
         {"flush", "flush", 0, 0, "save the current scheme to its file; = 0 or the check's code",
          [](Shell& s, std::string& r) { r = std::to_string(V::c(s).flush()); return true; }},
         {"restore", "restore KEY", 1, 1, "push one key's value stored in the current scheme",
@@ -128,9 +144,9 @@ const std::vector<Shell::Verb>& Shell::verbs() {
              return true;
          }},
         {"last", "last", 0, 0, "go back to the values last saved for the current scheme",
-         [](Shell& s, std::string& r) { return V::action(s, r, &ISensorController::resetToLastParameters); }},
+         V::act(&ISensorController::resetToLastParameters)},
         {"reset", "reset", 0, 0, "factory reset: factory values, files deleted, restart",
-         [](Shell& s, std::string& r) { return V::action(s, r, &ISensorController::resetParameters); }},
+         V::act(&ISensorController::resetParameters)},
         {"round", "round", 0, 0, "run one round of the worker on this thread",
          [](Shell& s, std::string& r) { r = std::to_string(V::c(s).sensorThread()); return true; }},
         {"wait", "wait S", 1, 1, "let the running worker go on for S (scaled) seconds",
@@ -276,17 +292,17 @@ const std::vector<Shell::Verb>& Shell::verbs() {
              return true;
          }},
         {"zoomin", "zoomin", 0, 0, "zoom one step in",
-         [](Shell& s, std::string& r) { return V::action(s, r, &ISensorController::zoomIn); }},
+         V::act(&ISensorController::zoomIn)},
         {"zoomout", "zoomout", 0, 0, "zoom one step out",
-         [](Shell& s, std::string& r) { return V::action(s, r, &ISensorController::zoomOut); }},
+         V::act(&ISensorController::zoomOut)},
         {"focusnear", "focusnear", 0, 0, "focus one step near",
-         [](Shell& s, std::string& r) { return V::action(s, r, &ISensorController::focusNear); }},
+         V::act(&ISensorController::focusNear)},
         {"focusfar", "focusfar", 0, 0, "focus one step far",
-         [](Shell& s, std::string& r) { return V::action(s, r, &ISensorController::focusFar); }},
+         V::act(&ISensorController::focusFar)},
         {"irisup", "irisup", 0, 0, "open the iris one step",
-         [](Shell& s, std::string& r) { return V::action(s, r, &ISensorController::irisUp); }},
+         V::act(&ISensorController::irisUp)},
         {"irisdown", "irisdown", 0, 0, "close the iris one step",
-         [](Shell& s, std::string& r) { return V::action(s, r, &ISensorController::irisDown); }},
+         V::act(&ISensorController::irisDown)},
         {"zoom", "zoom [POS]", 0, 1, "= the zoom position and ratio (thousandths), or move to POS",
          [](Shell& s, std::string& r) {
              if (s.m_args.empty()) {
@@ -303,50 +319,25 @@ const std::vector<Shell::Verb>& Shell::verbs() {
              return true;
          }},
         {"focus", "focus [POS]", 0, 1, "the focus position, or set it",
-         [](Shell& s, std::string& r) {
-             return V::getOrSet(s, r, [&](int& v) { return V::c(s).getFocusValue(v); },
-                                [&](int v) { return V::c(s).setFocusValue(v); });
-         }},
+         V::getSet(&ISensorController::getFocusValue, &ISensorController::setFocusValue)},
         {"focusmode", "focusmode [M]", 0, 1, "the focus mode, or set it",
-         [](Shell& s, std::string& r) {
-             return V::getOrSet(s, r, [&](int& v) { return V::c(s).getFocusMode(v); },
-                                [&](int v) { return V::c(s).setFocusMode(v); });
-         }},
+         V::getSet(&ISensorController::getFocusMode, &ISensorController::setFocusMode)},
         {"iris", "iris [V]", 0, 1, "the iris position, or set it (clamped)",
-         [](Shell& s, std::string& r) {
-             return V::getOrSet(s, r, [&](int& v) { return V::c(s).getIrisValue(v); },
-                                [&](int v) { return V::c(s).setIrisValue(v); });
-         }},
+         V::getSet(&ISensorController::getIrisValue, &ISensorController::setIrisValue)},
         {"ir", "ir [0|1]", 0, 1, "the infrared switch, or set it (the white light goes off)",
-         [](Shell& s, std::string& r) {
-             return V::getOrSet(s, r, [&](int& v) { return V::c(s).getIRSwitch(v); },
-                                [&](int v) { return V::c(s).setIRSwitch(v); });
-         }},
+         V::getSet(&ISensorController::getIRSwitch, &ISensorController::setIRSwitch)},
         {"white", "white [0|1]", 0, 1, "the white-light switch, or set it (the infrared goes off)",
-         [](Shell& s, std::string& r) {
-             return V::getOrSet(s, r, [&](int& v) { return V::c(s).getWhiteSwitch(v); },
-                                [&](int v) { return V::c(s).setWhiteSwitch(v); });
-         }},
+         V::getSet(&ISensorController::getWhiteSwitch, &ISensorController::setWhiteSwitch)},
         {"whitemode", "whitemode [M]", 0, 1, "the white-light mode, or set it",
-         [](Shell& s, std::string& r) {
-             return V::getOrSet(s, r, [&](int& v) { return V::c(s).getWhiteMode(v); },
-                                [&](int v) { return V::c(s).setWhiteMode(v); });
-         }},
+         V::getSet(&ISensorController::getWhiteMode, &ISensorController::setWhiteMode)},
         {"shutter", "shutter [I]", 0, 1, "the shutter's position in the ISP's list, or move to I",
-         [](Shell& s, std::string& r) {
-             return V::getOrSet(s, r, [&](int& v) { return V::c(s).getShutterValue(v); },
-                                [&](int v) { return V::c(s).setShutterValue(v); });
-         }},
+         V::getSet(&ISensorController::getShutterValue, &ISensorController::setShutterValue)},
         {"shutterup", "shutterup", 0, 0, "the next shutter of the list",
-         [](Shell& s, std::string& r) { return V::action(s, r, &ISensorController::shutterUp); }},
+         V::act(&ISensorController::shutterUp)},
         {"shutterdown", "shutterdown", 0, 0, "the previous shutter of the list",
-         [](Shell& s, std::string& r) { return V::action(s, r, &ISensorController::shutterDown); }},
+         V::act(&ISensorController::shutterDown)},
         {"wdr", "wdr", 0, 0, "the ISP's wide-dynamic-range mode",
-         [](Shell& s, std::string& r) {
-             int v = 0;
-             r = V::c(s).getWDR(v) ? std::to_string(v) : "false";
-             return true;
-         }},
+         V::getOnly(&ISensorController::getWDR)},
         {"af", "af", 0, 0, "the autofocus statistic",
          [](Shell& s, std::string& r) {
              unsigned int v = 0;
@@ -376,27 +367,13 @@ const std::vector<Shell::Verb>& Shell::verbs() {
              return true;
          }},
         {"mirror", "mirror [M]", 0, 1, "the mirror setting, or set and save it",
-         [](Shell& s, std::string& r) {
-             return V::getOrSet(s, r, [&](int& v) { return V::c(s).getMirrorValue(v); },
-                                [&](int v) { return V::c(s).setMirrorMode(v); });
-         }},
+         V::getSet(&ISensorController::getMirrorValue, &ISensorController::setMirrorMode)},
         {"beaway", "beaway", 0, 0, "the beaway setting",
-         [](Shell& s, std::string& r) {
-             int v = 0;
-             r = V::c(s).getBeaway(v) ? std::to_string(v) : "false";
-             return true;
-         }},
+         V::getOnly(&ISensorController::getBeaway)},
         {"dnmode", "dnmode [M]", 0, 1, "the day/night mode, or set it",
-         [](Shell& s, std::string& r) {
-             return V::getOrSet(s, r, [&](int& v) { return V::c(s).getDNMode(v); },
-                                [&](int v) { return V::c(s).setDNMode(v); });
-         }},
+         V::getSet(&ISensorController::getDNMode, &ISensorController::setDNMode)},
         {"dnstate", "dnstate", 0, 0, "the ISP's day/night state (non-zero: night)",
-         [](Shell& s, std::string& r) {
-             int v = 0;
-             r = V::c(s).getDNState(v) ? std::to_string(v) : "false";
-             return true;
-         }},
+         V::getOnly(&ISensorController::getDNState)},
         {"showwdr", "showwdr [0|1]", 0, 1, "whether wide dynamic range is offered, or set it",
          [](Shell& s, std::string& r) {
              bool b = false;
