@@ -2,6 +2,8 @@
 // printing the whole document into a string.
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <memory>
 #include <string>
 
 #include "config/SensorXml.h"
@@ -9,10 +11,11 @@
 
 namespace {
 
-const char* const kStyle = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n"
-                           "<style><tab key=\"image\" name=\"Image\">"
-                           "<item id=\"34\" value=\"50\" min=\"0\" max=\"100\" name=\"Brightness\"/>"
-                           "</tab></style>";
+const char* const kStyle =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n"
+    "<style><tab key=\"image\" name=\"Image\">"
+    "<item id=\"34\" value=\"50\" min=\"0\" max=\"100\" name=\"Brightness\"/>"
+    "</tab></style>";
 
 TEST(SensorXml, LoadMemParsesATextInMemory) {
     SensorXmlDocument doc;
@@ -78,6 +81,26 @@ TEST(SensorXml, GetXmlStringOfAnEmptyDocumentIsEmpty) {
     std::string text = "stale";
     doc.getXmlString(text);
     EXPECT_EQ("", text);
+}
+
+} // namespace
+
+namespace {
+
+// TinyXML steps over a UTF-8 sequence by the length its first byte
+// announces. A text cut just after such a byte (a cut or corrupted style on
+// flash) must not make it read on past the terminator into whatever follows
+// in memory; here what follows is a well-formed rest, which it must not see.
+TEST(SensorXml, LoadMemNeverReadsPastTheTerminatorOfATextCutInsideAUtf8Sequence) {
+    const std::string strCut = "<a b=\"\xe0X";
+    std::string strMemory = strCut;
+    strMemory += '\0';
+    strMemory += "YYY\"/>";
+    SensorXmlDocument doc;
+    EXPECT_FALSE(doc.LoadMem(strMemory.c_str(), TIXML_ENCODING_UTF8));
+    std::string strText;
+    doc.getXmlString(strText);
+    EXPECT_EQ(std::string::npos, strText.find("YYY")) << strText;
 }
 
 } // namespace
