@@ -74,7 +74,12 @@ testing::AssertionResult wholeOrAbsent(const Camera& cam, const std::vector<KeyV
 
 TEST(ControllerPowerCut, SchemeFilesAreWholeAfterEveryCutAndTheNextStartUpLoadsThem) {
     const long nKills = envCount("SENSOR_POWER_CUTS", 100);
-    ASSERT_EQ(0, ::prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0));
+    // The killed writer's own children (a reset's file deletion) are ours to
+    // reap, so that nothing goes on deleting after a cut. An emulator without
+    // this control cannot run the test; the file handling it checks is the
+    // same on every target and runs natively.
+    if (::prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0) != 0)
+        GTEST_SKIP() << "no child subreaper here (an emulator?)";
     Camera cam;
     ASSERT_TRUE(cam.start());
     const std::vector<KeyVal> vecFactory = cam.factory();

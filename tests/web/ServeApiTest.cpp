@@ -125,7 +125,16 @@ protected:
 
     void start(const std::vector<std::string>& extra) {
         const std::string strBinary = std::string(SENSOR_BINARY_DIR) + "/tools/sensorctl/sensorctl";
-        std::vector<std::string> args = {strBinary, "serve", "--port", "0", "--time-scale", "0.01"};
+        // On a cross build the test runs under an emulator, which cannot start
+        // another program of the target by itself: the emulator starts it.
+        std::vector<std::string> args;
+        std::istringstream emulator(std::getenv("SENSOR_EMULATOR") ? std::getenv("SENSOR_EMULATOR")
+                                                                   : "");
+        for (std::string word; emulator >> word;)
+            args.push_back(word);
+        const std::vector<std::string> own = {strBinary, "serve",        "--port",
+                                              "0",       "--time-scale", "0.01"};
+        args.insert(args.end(), own.begin(), own.end());
         args.insert(args.end(), extra.begin(), extra.end());
         std::vector<char*> argv;
         for (std::string& a : args)
@@ -150,7 +159,7 @@ protected:
         posix_spawn_file_actions_addopen(&actions, 1, m_strLog.c_str(), O_WRONLY | O_TRUNC, 0);
         posix_spawn_file_actions_adddup2(&actions, 1, 2);
         const int nErr =
-            posix_spawn(&m_pid, strBinary.c_str(), &actions, nullptr, argv.data(), envp.data());
+            posix_spawn(&m_pid, args[0].c_str(), &actions, nullptr, argv.data(), envp.data());
         posix_spawn_file_actions_destroy(&actions);
         ASSERT_EQ(nErr, 0) << "cannot start " << strBinary;
 
