@@ -192,8 +192,7 @@ void snsPrint(const char* unit, const char* func, int line, const char* tag, int
 }
 
 void snsPrintBare(int threshold, int colour, const char* fmt, ...) {
-    updateDebugLevel();
-    if (!(g_nDebugLevel > threshold))
+    if (!snsDecide(threshold))
         return;
     va_list ap;
     va_start(ap, fmt);

@@ -108,6 +108,23 @@ struct ShellVerbs {
             return true;
         };
     }
+    // A verb over one of the controller's show flags: read it, or set it from
+    // its one argument (0 or not) first; answers 1 or 0.
+    static Fn showFlag(bool (ISensorController::*get)(bool&),
+                       void (ISensorController::*set)(bool)) {
+        return [get, set](Shell& s, std::string& r) {
+            if (!s.m_args.empty()) {
+                int v = 0;
+                if (!number(s, 0, v))
+                    return false;
+                (c(s).*set)(v != 0);
+            }
+            bool b = false;
+            (c(s).*get)(b);
+            r = b ? "1" : "0";
+            return true;
+        };
+    }
     // A verb that runs one operation and answers its result.
     static Fn act(bool (ISensorController::*fn)()) {
         return [fn](Shell& s, std::string& r) { return action(s, r, fn); };
@@ -375,31 +392,9 @@ const std::vector<Shell::Verb>& Shell::verbs() {
         {"dnstate", "dnstate", 0, 0, "the ISP's day/night state (non-zero: night)",
          V::getOnly(&ISensorController::getDNState)},
         {"showwdr", "showwdr [0|1]", 0, 1, "whether wide dynamic range is offered, or set it",
-         [](Shell& s, std::string& r) {
-             bool b = false;
-             if (!s.m_args.empty()) {
-                 int v = 0;
-                 if (!V::number(s, 0, v))
-                     return false;
-                 V::c(s).setShowWDRFalg(v != 0);
-             }
-             V::c(s).getShowWDRFalg(b);
-             r = b ? "1" : "0";
-             return true;
-         }},
+         V::showFlag(&ISensorController::getShowWDRFalg, &ISensorController::setShowWDRFalg)},
         {"showbeaway", "showbeaway [0|1]", 0, 1, "whether beaway is offered, or set it",
-         [](Shell& s, std::string& r) {
-             bool b = false;
-             if (!s.m_args.empty()) {
-                 int v = 0;
-                 if (!V::number(s, 0, v))
-                     return false;
-                 V::c(s).setShowBeawayFalg(v != 0);
-             }
-             V::c(s).getShowBeawayFalg(b);
-             r = b ? "1" : "0";
-             return true;
-         }},
+         V::showFlag(&ISensorController::getShowBeawayFalg, &ISensorController::setShowBeawayFalg)},
         {"version", "version", 0, 0, "the ISP's version text",
          [](Shell& s, std::string& r) {
              std::string v;
