@@ -115,8 +115,10 @@ int runDemo(const CameraOptions& options) {
     run("scheme");
     run("get (34)");
 
-    std::cout << "\n# The tour is over: the camera stops.\n";
+    // Said only once the camera has stopped, so that a test reading this line
+    // also knows the shut-down went through.
     camera.stop();
+    std::cout << "\n# The tour is over: the camera has stopped.\n";
     return 0;
 }
 
