@@ -37,7 +37,7 @@ if [ -z "$count" ] || [ "$count" -lt 600 ]; then
 fi
 
 start=$(date +%s)
-ctest --test-dir "$build" -j"$jobs" --output-on-failure --timeout 300
+scripts/ctest-run.sh "$build" -j"$jobs" --timeout 300
 echo "ci-arm: $count tests passed under qemu-arm in $(( $(date +%s) - start )) s (-j$jobs)"
 
 scripts/arm-size-report.sh "$build/libsensor.so"

@@ -8,4 +8,4 @@ shift || true
 scripts/bootstrap.sh
 cmake -S . -B "$build" -DSENSOR_WERROR=ON "$@"
 cmake --build "$build" -j"$(nproc)"
-ctest --test-dir "$build" -j"$(nproc)" --output-on-failure
+scripts/ctest-run.sh "$build" -j"$(nproc)"

@@ -117,6 +117,11 @@ TEST(ConcurrencyStress, EightHostThreadsWorkerSwitchesAndResetsEndWithoutDeadloc
     bStop = true;
     objLight.join();
 
+    // The worker may be halfway through its last switch, and its next round
+    // would follow the light again between the checks below. The parameter
+    // mode is set under the controller mutex: once it returns, a switch under
+    // way has ended and the worker switches no more.
+    ASSERT_TRUE(ctl.setParamMode(0));
     EXPECT_TRUE(cam.acc->sensorThread()->isRunning());
     EXPECT_FALSE(cam.acc->flags() &
                  (ISensorController::resetting_flag | ISensorController::restoring_flag |

@@ -91,6 +91,9 @@ TEST(Stress, HostThreadsWorkerAndResetEndWithoutDeadlock) {
     EXPECT_TRUE(eventually([&] { return nSwitchesSeen > nBefore + 2; }));
     bStop = true;
     objLight.join();
+    // Taken under the controller mutex: a switch under way ends first, and
+    // no later round switches while the flags are read.
+    ASSERT_TRUE(ctl.setParamMode(0));
     EXPECT_TRUE(cam.acc->sensorThread()->isRunning());
     EXPECT_FALSE(cam.acc->flags() &
                  (ISensorController::resetting_flag | ISensorController::restoring_flag |
