@@ -81,11 +81,8 @@ bool ISensorController::resetToLastParameters() {
              m_nCameraID == 2 ? SENSOR_THERMAL_SCHEME_FILE : SENSOR_SCHEME_FILE, nCurScheme);
 
     setFlag(m_nFlags, restoring_flag);
-    // The scratch array starts as the current scheme: a missing or short file
-    // then re-applies nothing beyond what it holds, instead of leftovers of
-    // an earlier parameter text.
-    if (m_pstKeyValTmp != nullptr && m_ppUserKeyVal != nullptr && m_nKeyValSum > 0)
-        std::memcpy(m_pstKeyValTmp, m_ppUserKeyVal[nCurScheme], m_nKeyValSum * sizeof(KeyVal));
+    // A missing or short file leaves the scratch array (or its tail) as the
+    // last parameter text left it, and that is re-applied like the rest.
     SNS_ASSERT_TEXT(SNS_SUCCESS == keyValFromFile(szTmp, m_pstKeyValTmp, m_nKeyValSum),
                     "SNS_SUCCESS == keyValFromFile(szTmp, m_pstKeyValTmp, m_nKeyValSum)",
                     "szTmp(%s), m_nKeyValSum(%d)\n", szTmp, m_nKeyValSum);

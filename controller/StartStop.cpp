@@ -248,6 +248,12 @@ bool ISensorController::init(const ModuleConfigure& p_objModuleConfigure) {
 
     // 12.
     m_pstKeyValTmp = static_cast<KeyVal*>(std::calloc(nKeyValSum + 1, sizeof(KeyVal)));
+    // Until a parameter text is parsed into it, the scratch array holds the
+    // first scheme as start-up found it: a return to the last parameters
+    // whose file cannot be read then re-applies real keys, never empty rows
+    // that would reach the ISP as command 0.
+    if (m_pstKeyValTmp != nullptr && m_ppUserKeyVal != nullptr && nKeyValSum > 0)
+        std::memcpy(m_pstKeyValTmp, m_ppUserKeyVal[0], nKeyValSum * sizeof(KeyVal));
 
     // 13.
     if (!m_bTimeScheme && !m_bDNScheme)

@@ -125,34 +125,76 @@ TEST(ResetToLast, ChannelTwoReadsItsThermalFile) {
     EXPECT_EQ(vecSaved[nIndex].value, cam.value(0, KEY_BRIGHTNESS));
 }
 
-TEST(ResetToLast, MissingFileIsReportedAndPushesNothing) {
+// The set calls of one command, in order, as the values sent.
+std::vector<u32> valuesSent(int p_nCmd) {
+    std::vector<u32> vecOut;
+    for (const sim::IspCall& stCall : setCalls(p_nCmd))
+        vecOut.push_back(stCall.words.at(0));
+    return vecOut;
+}
+
+TEST(ResetToLast, MissingFileRightAfterStartUpPushesNothing) {
     ResetCamera cam;
-    ASSERT_EQ(0, cam.ctl->setParameters("(34,1)(2337,2)", true));
     cam.root.remove(schemeFile(0));
     sim::Isp::instance().clearTrace();
     EXPECT_TRUE(cam.ctl->resetToLastParameters());
-    // Nothing to re-apply: the cache is what the scratch array held.
+    // The scratch array still holds the scheme start-up applied: every value
+    // equals the cache, and no empty row reaches the ISP as command 0.
     EXPECT_TRUE(setCalls().empty());
-    // The file helper reports the missing file itself and still succeeds.
+    EXPECT_TRUE(setCalls(0).empty());
     EXPECT_TRUE(contains(cam.errorLog(), "file.open(file_name)"));
     EXPECT_FALSE(cam.acc->flags() & ISensorController::restoring_flag);
 }
 
-TEST(ResetToLast, ShortFileReappliesOnlyItsHead) {
+TEST(ResetToLast, MissingFileReappliesWhatTheLastTextLeftInTheScratchArray) {
     ResetCamera cam;
-    const int nIndex = cam.indexOf(KEY_BRIGHTNESS);
+    const std::vector<KeyVal> vecStart = cam.scheme(0);
+    const int nBright = cam.indexOf(KEY_BRIGHTNESS);
+    const int nSat = cam.indexOf(KEY_SATURATION);
+    // The text fills the scratch array's first two rows; the rows of both
+    // keys in the start-up copy lie beyond them.
+    ASSERT_GE(nBright, 2);
+    ASSERT_GE(nSat, 2);
+    const u32 nBrightStart = vecStart[nBright].value;
+    const u32 nSatStart = vecStart[nSat].value;
+    ASSERT_NE(1u, nBrightStart);
+    ASSERT_NE(2u, nSatStart);
+    ASSERT_EQ(0, cam.ctl->setParameters("(34,1)(2337,2)", true));
+    ASSERT_EQ(0, cam.ctl->setParameter(KEY_BRIGHTNESS, 9));
+    cam.root.remove(schemeFile(0));
+    sim::Isp::instance().clearTrace();
+
+    EXPECT_TRUE(cam.ctl->resetToLastParameters());
+    // Row 0 (34,1) differs from the cache (9); row 1 (2337,2) does not; the
+    // start-up rows of both keys then differ from what the text left.
+    EXPECT_EQ((std::vector<u32>{1u, nBrightStart}), valuesSent(static_cast<int>(KEY_BRIGHTNESS)));
+    EXPECT_EQ((std::vector<u32>{nSatStart}), valuesSent(static_cast<int>(KEY_SATURATION)));
+    EXPECT_EQ(3u, setCalls().size());
+    EXPECT_EQ(nBrightStart, cam.value(0, KEY_BRIGHTNESS));
+    EXPECT_EQ(nSatStart, cam.value(0, KEY_SATURATION));
+    EXPECT_TRUE(contains(cam.errorLog(), "file.open(file_name)"));
+    EXPECT_FALSE(cam.acc->flags() & ISensorController::restoring_flag);
+}
+
+TEST(ResetToLast, ShortFileReappliesItsHeadThenTheScratchArraysTail) {
+    ResetCamera cam;
+    const int nBright = cam.indexOf(KEY_BRIGHTNESS);
+    const int nSat = cam.indexOf(KEY_SATURATION);
+    ASSERT_LT(nBright, nSat);
     std::vector<KeyVal> vecHead = cam.scheme(0);
-    vecHead.resize(static_cast<size_t>(nIndex) + 1);
-    const u32 nSaved = vecHead[nIndex].value;
-    ASSERT_EQ(0, cam.ctl->setParameter(KEY_BRIGHTNESS, static_cast<int>(nSaved + 2)));
-    ASSERT_EQ(0, cam.ctl->setParameter(KEY_SATURATION, static_cast<int>(nSaved + 3)));
+    const u32 nBrightSaved = vecHead[nBright].value;
+    const u32 nSatStart = vecHead[nSat].value;
+    vecHead.resize(static_cast<size_t>(nBright) + 1);
+    ASSERT_EQ(0, cam.ctl->setParameter(KEY_BRIGHTNESS, static_cast<int>(nBrightSaved + 2)));
+    ASSERT_EQ(0, cam.ctl->setParameter(KEY_SATURATION, static_cast<int>(nSatStart + 3)));
     cam.root.write(schemeFile(0), toBytes(vecHead));
     sim::Isp::instance().clearTrace();
     EXPECT_TRUE(cam.ctl->resetToLastParameters());
-    const std::vector<sim::IspCall> vecSets = setCalls();
-    ASSERT_EQ(1u, vecSets.size());
-    EXPECT_EQ(static_cast<int>(KEY_BRIGHTNESS), vecSets[0].cmd);
-    EXPECT_EQ(nSaved, vecSets[0].words.at(0));
+    // Brightness comes from the file's head; saturation, beyond the head,
+    // from the scratch array's start-up rows.
+    EXPECT_EQ((std::vector<u32>{nBrightSaved}), valuesSent(static_cast<int>(KEY_BRIGHTNESS)));
+    EXPECT_EQ((std::vector<u32>{nSatStart}), valuesSent(static_cast<int>(KEY_SATURATION)));
+    EXPECT_EQ(2u, setCalls().size());
 }
 
 TEST(FactoryReset, NoSchemeFilePredatesTheCall) {
