@@ -139,7 +139,12 @@ int ISensorController::doIaCmd(u32 cmd, u32 opt, void* pVal) {
     SNS_DBG(
         "====================== cmd:%d dir:%d val:%d ======m_nCameraID=(%d)===============begin\n",
         cmd, opt, valueAt(pVal), m_nCameraID);
-    if (m_objZoomFocusParam.getLockZoomFocusEnable() && cmd >= kLensCmdFirst && cmd < kLensCmdEnd)
+    bool bLensLocked = false;
+    {
+        std::lock_guard<std::mutex> objGuard(zoomFocusMutex());
+        bLensLocked = m_objZoomFocusParam.getLockZoomFocusEnable();
+    }
+    if (bLensLocked && cmd >= kLensCmdFirst && cmd < kLensCmdEnd)
         return SNS_SUCCESS;
     const int nRet =
         ia_ioctrl_v2(m_nCameraID - 1, static_cast<int>(cmd), static_cast<int>(opt), pVal);

@@ -4,6 +4,7 @@
 #define SNS_SOURCE_UNIT "ISensorController.cpp"
 
 #include <atomic>
+#include <mutex>
 
 #include "controller/ISensorController.h"
 #include "diag/SensorDiag.h"
@@ -42,5 +43,9 @@ struct IspValueRoom {
 static_assert(sizeof(IspValueRoom) >= sizeof(ia_dynamic_params_attr_st), "range record");
 static_assert(sizeof(IspValueRoom) >= sizeof(ia_dynamic_params_cmds_st), "command list");
 static_assert(sizeof(IspValueRoom) >= IA_VERSION_TEXT_LEN, "version text");
+
+// Guards every controller's zoom and focus record: the host copies it in and
+// out from its own threads while host calls and the worker read its lock.
+std::mutex& zoomFocusMutex();
 
 } // namespace sensor_detail

@@ -346,8 +346,16 @@ bool ISensorController::shutterDown() {
 
 // Zoom and focus record --------------------------------------------------------
 
+// One lock for the records of all channels: copies are rare and short. It is
+// not the controller mutex, whose holders the host can see.
+std::mutex& sensor_detail::zoomFocusMutex() {
+    static std::mutex s_objMutex;
+    return s_objMutex;
+}
+
 // Copies the host's zoom and focus record out; always 0.
 int ISensorController::getSensorZoomFocusParam(SensorZoomFocusParam& p_objParam) {
+    std::lock_guard<std::mutex> objGuard(sensor_detail::zoomFocusMutex());
     p_objParam = m_objZoomFocusParam;
     return 0;
 }
@@ -355,6 +363,7 @@ int ISensorController::getSensorZoomFocusParam(SensorZoomFocusParam& p_objParam)
 // Copies the host's zoom and focus record in, its lock included: while the
 // lock is on, doIaCmd swallows every lens command. Always 0.
 int ISensorController::setSensorZoomFocusParam(SensorZoomFocusParam& p_objParam) {
+    std::lock_guard<std::mutex> objGuard(sensor_detail::zoomFocusMutex());
     m_objZoomFocusParam = p_objParam;
     return 0;
 }

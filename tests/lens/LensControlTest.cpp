@@ -1,5 +1,7 @@
 // Direct lens and iris operations, the zoom ratio, the read-outs and the lens lock.
+#include <atomic>
 #include <climits>
+#include <thread>
 
 #include "tests/lens/LensFixture.h"
 
@@ -252,6 +254,52 @@ TEST_F(LensLockTest, ZoomFocusParamIsCopiedInAndOut) {
     EXPECT_EQ(1234, objOut.getFocusPosition());
     // A copy: changing the caller's object afterwards does not unlock the lens.
     objIn.setLockZoomFocusEnable(false);
+    EXPECT_TRUE(ctrl().zoomIn());
+    EXPECT_EQ(Lines{}, traceText());
+}
+
+TEST_F(LensLockTest, RecordCopiedInAndOutWhileLensCommandsRun) {
+    // The host copies the record from its own threads while other host calls
+    // read the lock; no copy is ever seen half-written. Run under
+    // ThreadSanitizer too, which reports any unguarded access. The writer
+    // goes on until both other threads have done their share alongside it.
+    std::atomic<bool> bStop{false};
+    std::atomic<int> nReads{0};
+    std::atomic<int> nCommands{0};
+    std::atomic<int> nTorn{0};
+    std::thread objWriter([&] {
+        for (int i = 0; i < 2000000 && (nReads < 2000 || nCommands < 2000); ++i) {
+            SensorZoomFocusParam objParam;
+            objParam.setLockZoomFocusEnable(i % 2 == 0);
+            objParam.setZoomPosition(i);
+            objParam.setFocusPosition(i * 2);
+            ctrl().setSensorZoomFocusParam(objParam);
+        }
+        SensorZoomFocusParam objLocked;
+        objLocked.setLockZoomFocusEnable(true);
+        ctrl().setSensorZoomFocusParam(objLocked);
+        bStop = true;
+    });
+    std::thread objReader([&] {
+        while (!bStop) {
+            SensorZoomFocusParam objOut;
+            ctrl().getSensorZoomFocusParam(objOut);
+            if (objOut.getFocusPosition() != objOut.getZoomPosition() * 2)
+                ++nTorn;
+            ++nReads;
+        }
+    });
+    while (!bStop) {
+        (void)ctrl().zoomIn();
+        if (++nCommands % 500 == 0)
+            isp().clearTrace();
+    }
+    objWriter.join();
+    objReader.join();
+    EXPECT_GE(nReads.load(), 2000);
+    EXPECT_GE(nCommands.load(), 2000);
+    EXPECT_EQ(0, nTorn.load());
+    isp().clearTrace();
     EXPECT_TRUE(ctrl().zoomIn());
     EXPECT_EQ(Lines{}, traceText());
 }
