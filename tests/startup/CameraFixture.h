@@ -82,9 +82,11 @@ inline size_t callsOf(int p_nCmd, int p_nOpt) {
     return n;
 }
 
-// Polls a condition with short real sleeps, up to about two seconds.
+// Polls a condition with short real sleeps, up to about ten seconds: a
+// sanitizer build on a loaded machine may need far more than the usual few
+// milliseconds, and a condition that holds ends the wait at once.
 inline bool eventually(const std::function<bool()>& p_fnCondition) {
-    for (int i = 0; i < 2000; ++i) {
+    for (int i = 0; i < 10000; ++i) {
         if (p_fnCondition())
             return true;
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
