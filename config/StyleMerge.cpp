@@ -4,6 +4,7 @@
 #include "config/StyleMerge.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -112,6 +113,10 @@ int mergeStyle(ModuleConfig* p_pstModuleConfig, char** ui_style, char* ui_styleD
     std::lock_guard<std::mutex> guard(g_mergeFileMutex);
     const std::string strMergeFile = sensorDevicePath(SENSOR_MERGE_STYLE_FILE);
     ensureFolderOf(strMergeFile);
+    // The merge file is ours to replace: a pipe in its place would block the
+    // save until someone reads it.
+    if (sensorIsSpecialFile(strMergeFile))
+        (void)::unlink(strMergeFile.c_str());
     doc_style.SaveFile(strMergeFile.c_str());
     // The whole document as text is built only when the info level shows it.
     if (snsDecide(SNS_LEVEL_INFO)) {

@@ -58,7 +58,8 @@ std::vector<KeyVal> readStoredRecords(const std::string& p_strDevicePath, int64_
     const int64_t kMaxBytes = 1 << 20;
     p_nBytes = 0;
     KPFile objFile;
-    if (!objFile.open(sensorDevicePath(p_strDevicePath).c_str(), KPFile::modeRead))
+    const std::string strPath = sensorDevicePath(p_strDevicePath);
+    if (sensorIsSpecialFile(strPath) || !objFile.open(strPath.c_str(), KPFile::modeRead))
         return {};
     const int64_t nLength = objFile.getLength();
     std::vector<char> vecBytes(static_cast<size_t>(nLength < 0 ? 0 : std::min(nLength, kMaxBytes)));

@@ -61,7 +61,10 @@ int KPLogger::writeLog(const char* tag, const char* text) {
             ::unlink(m_strPath.c_str());
     }
 
-    const int fd = ::open(m_strPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    // A pipe without a reader fails the open instead of blocking it; on a
+    // regular file O_NONBLOCK changes nothing.
+    const int fd =
+        ::open(m_strPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, 0644);
     if (fd < 0)
         return -1;
     size_t written = 0;

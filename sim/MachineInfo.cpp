@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <fstream>
 
+#include <sys/stat.h>
+
 namespace {
 
 std::string trimmed(const std::string& text) {
@@ -46,6 +48,11 @@ void MachineInfo::setHardwareCode(const std::string& code) {
 // Keys count before any section and inside [machine]; other sections, unknown
 // keys, comments and malformed lines are skipped.
 bool SystemInfoParser::parseMachineInfo(const std::string& path, MachineInfo& info) {
+    // Only a regular file is read: a pipe would block the host for ever.
+    struct stat st;
+    if (::stat(path.c_str(), &st) != 0 || S_ISFIFO(st.st_mode) || S_ISCHR(st.st_mode) ||
+        S_ISBLK(st.st_mode) || S_ISSOCK(st.st_mode))
+        return false;
     std::ifstream in(path);
     if (!in)
         return false;

@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 
+#include <sys/stat.h>
+
 std::string sensorDeviceRoot() {
     const char* root = std::getenv("SENSOR_ROOT");
     if (root == nullptr)
@@ -31,4 +33,12 @@ std::string sensorRemoveSchemeFilesCommand() {
     }
     strQuoted += "'";
     return "rm -rf " + strQuoted + "/mnt/mtd/code/config*/sensor*";
+}
+
+bool sensorIsSpecialFile(const std::string& realPath) {
+    struct stat st;
+    if (::stat(realPath.c_str(), &st) != 0)
+        return false;
+    return S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode) || S_ISCHR(st.st_mode) ||
+           S_ISBLK(st.st_mode);
 }

@@ -18,6 +18,11 @@ SENSOR_API std::string sensorDevicePath(const std::string& devicePath);
 // The device root itself, "" for the real root.
 SENSOR_API std::string sensorDeviceRoot();
 
+// True when the resolved path names a pipe, a socket or a device. Opening a
+// pipe blocks until someone writes to it, and a device may read without end:
+// the camera neither reads its settings from such a file nor writes over it.
+bool sensorIsSpecialFile(const std::string& realPath);
+
 // The shell command that removes every stored scheme and version file
 // ("rm -rf /mnt/mtd/code/config*/sensor*" under the device root).
 SENSOR_API std::string sensorRemoveSchemeFilesCommand();

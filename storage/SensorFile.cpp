@@ -46,6 +46,10 @@ public:
     ReplacingFile& operator=(const ReplacingFile&) = delete;
 
     bool open() {
+        // The temporary's name is ours: a pipe left there would block the
+        // open until someone reads it.
+        if (sensorIsSpecialFile(m_strTemp))
+            (void)::unlink(m_strTemp.c_str());
         m_bOpened = m_objFile.open(m_strTemp.c_str(), kModeWrite);
         return m_bOpened;
     }
@@ -117,19 +121,25 @@ bool findDetailField(const char* p_szDetail, const char* p_szName, const char*& 
     return true;
 }
 
+// Opens a device file for reading; a pipe, socket or device in its place
+// counts as a file that does not open.
+bool openForReading(KPFile& file, const char* file_name) {
+    const std::string strPath = sensorDevicePath(file_name ? file_name : "");
+    return !sensorIsSpecialFile(strPath) && file.open(strPath.c_str(), kModeRead);
+}
+
 } // namespace
 
 int64_t getFileLen(const char* file_name) {
     KPFile file;
-    SNS_ASSERT_TEXT(file.open(sensorDevicePath(file_name ? file_name : "").c_str(), kModeRead),
-                    kOpenReadText, "file_name(%s)", file_name);
+    SNS_ASSERT_TEXT(openForReading(file, file_name), kOpenReadText, "file_name(%s)", file_name);
     return file.getLength();
 }
 
 int64_t loadFromFile(const char* file_name, void* data, int64_t file_len) {
     SNS_DBG("open file:%s\n", file_name);
     KPFile file;
-    if (!file.open(sensorDevicePath(file_name ? file_name : "").c_str(), kModeRead))
+    if (!openForReading(file, file_name))
         return -1;
     const int nSize = file.read(data, static_cast<int>(file_len));
     if (static_cast<int64_t>(nSize) != file_len)
@@ -155,8 +165,7 @@ int saveToFile(const char* file_name, const void* data, int64_t file_len) {
 
 int keyValFromFile(const char* file_name, KeyVal* p_pKeyVal, u32 p_nKeyValNum) {
     KPFile file;
-    SNS_ASSERT_TEXT(file.open(sensorDevicePath(file_name ? file_name : "").c_str(), kModeRead),
-                    kOpenReadText, "file_name(%s)\n", file_name);
+    SNS_ASSERT_TEXT(openForReading(file, file_name), kOpenReadText, "file_name(%s)\n", file_name);
     const int nWanted = static_cast<int>(sizeof(KeyVal) * p_nKeyValNum);
     const int nSize = file.read(p_pKeyVal, nWanted);
     SNS_ASSERT_TEXT(nSize == nWanted, "nSize == sizeof(KeyVal)*p_nKeyValNum",

@@ -6,12 +6,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "config/SysConfig.h"
 #include "hardening/HardeningSupport.h"
+#include "support/Watchdog.h"
 
 using namespace camtest;
 using namespace hardening;
@@ -281,6 +283,32 @@ TEST(DeviceFileFault, SocketInPlaceOfEveryFileStillStarts) {
         ++nCases;
     }
     reportCases("socket in place of a device file", nCases);
+}
+
+// A pipe blocks whoever opens it until the other end is opened too. None
+// stands in the camera's way: not in place of a device file, nor where it
+// writes its temporaries, its merged style or its error log. A camera that
+// waited on one would end the test through the watchdog.
+TEST(DeviceFileFault, PipeInPlaceOfEveryFileStillStartsWithoutWaiting) {
+    testsupport::Watchdog objWatchdog(std::chrono::seconds(120));
+    Rig rig;
+    Camera& cam = rig.cam;
+    std::vector<std::string> vecPaths = deviceFiles();
+    const std::vector<std::string> vecWritten = {
+        schemeFile(0) + ".tmp", std::string(SENSOR_VERSION_FILE) + ".tmp", "/tmp/merge_style.xml",
+        "/mnt/mtd/log/SensorError.log"};
+    vecPaths.insert(vecPaths.end(), vecWritten.begin(), vecWritten.end());
+    long nCases = 0;
+    for (const std::string& strPath : vecPaths) {
+        rig.reset();
+        ASSERT_TRUE(putPipe(cam, strPath)) << strPath;
+        startAndCheck(cam, "pipe at " + strPath, schemesAsFound(cam));
+        // A failed check writes the error log.
+        EXPECT_EQ(-1, cam.ctl->restore(99999)) << strPath;
+        cam.root.remove(strPath);
+        ++nCases;
+    }
+    reportCases("pipe in place of a file the camera reads or writes", nCases);
 }
 
 TEST(DeviceFileFault, ConfigFolderReplacedByAFileStillStarts) {

@@ -17,6 +17,7 @@
 
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -100,6 +101,11 @@ inline void putFolder(const Camera& cam, const std::string& p_strDevicePath) {
     std::error_code ec;
     std::filesystem::remove_all(cam.root.real(p_strDevicePath), ec);
     std::filesystem::create_directories(cam.root.real(p_strDevicePath), ec);
+}
+inline bool putPipe(const Camera& cam, const std::string& p_strDevicePath) {
+    std::error_code ec;
+    std::filesystem::remove_all(cam.root.real(p_strDevicePath), ec);
+    return ::mkfifo(cam.root.real(p_strDevicePath).c_str(), 0644) == 0;
 }
 inline bool putSocket(const Camera& cam, const std::string& p_strDevicePath) {
     std::error_code ec;
