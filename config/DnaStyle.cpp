@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <vector>
 
 #include "config/SensorXml.h"
 #include "controller/ISensorController.h"
@@ -23,10 +24,63 @@ bool keepsStyleValue(u32 p_nCmd) {
     return p_nCmd == 49 || p_nCmd == 50 || p_nCmd == 1537;
 }
 
+// An element's id as read once by IdCache.
+struct CachedId {
+    const TiXmlElement* pOwner;
+    bool bHas;
+    int nId;
+};
+
+// Set while getDnaStyle walks its own document with its ids cached.
+thread_local bool t_bIdsCached = false;
+
 bool hasId(const TiXmlElement* p_pElement, int p_nId) {
+    if (t_bIdsCached) {
+        const auto* pCached = static_cast<const CachedId*>(p_pElement->GetUserData());
+        if (pCached != nullptr && pCached->pOwner == p_pElement)
+            return pCached->bHas && pCached->nId == p_nId;
+    }
     const char* szId = p_pElement->Attribute("id");
     return szId != nullptr && sensorAtoi(szId) == p_nId;
 }
+
+// The next element after p_pElement in document order, descendants first.
+TiXmlElement* nextInDocument(TiXmlElement* p_pElement) {
+    if (TiXmlElement* pChild = p_pElement->FirstChildElement())
+        return pChild;
+    for (TiXmlNode* pNode = p_pElement; pNode != nullptr; pNode = pNode->Parent()) {
+        if (TiXmlElement* pSibling = pNode->NextSiblingElement())
+            return pSibling;
+    }
+    return nullptr;
+}
+
+// getDnaStyle searches its document by id once per dynamic command and once
+// per kept value: the ids are read and converted once, each element's user
+// data pointing at its own. The document is getDnaStyle's own and outlives
+// the cache; the walks change values and remove choices, never ids.
+class IdCache {
+public:
+    explicit IdCache(TiXmlElement* p_pRoot) : m_bWasCached(t_bIdsCached) {
+        size_t nCount = 0;
+        for (TiXmlElement* p = p_pRoot; p != nullptr; p = nextInDocument(p))
+            ++nCount;
+        m_vecIds.reserve(nCount);
+        for (TiXmlElement* p = p_pRoot; p != nullptr; p = nextInDocument(p)) {
+            const char* szId = p->Attribute("id");
+            m_vecIds.push_back({p, szId != nullptr, szId != nullptr ? sensorAtoi(szId) : 0});
+            p->SetUserData(&m_vecIds.back());
+        }
+        t_bIdsCached = true;
+    }
+    ~IdCache() { t_bIdsCached = m_bWasCached; }
+    IdCache(const IdCache&) = delete;
+    IdCache& operator=(const IdCache&) = delete;
+
+private:
+    std::vector<CachedId> m_vecIds;
+    bool m_bWasCached;
+};
 
 // The depth-first search shared by the id helpers: visit(element) for every
 // element with the id, in document order; a match's descendants are not
@@ -147,6 +201,7 @@ int getDnaStyle(int p_channelID, const char* p_szStyle, std::string& p_strOut,
     SNS_ASSERT_TEXT(objStyleXmlDoc.LoadMem(p_szStyle, TIXML_ENCODING_UTF8),
                     "objStyleXmlDoc.LoadMem(szStyle, TIXML_ENCODING_UTF8)", "");
     TiXmlElement* pRoot = objStyleXmlDoc.RootElement();
+    const IdCache objIds(pRoot);
 
     SNS_DBG("dnaCmdList.cmd_cnt(%d)\n", static_cast<int>(dnaCmdList.cmd_cnt));
     // The list holds 16 commands whatever count the ISP claims.
