@@ -122,7 +122,7 @@ void updateDebugLevel() {
     }
     // A pipe in its place would block the open: it counts as a sign file
     // that cannot be read.
-    if (S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode) || S_ISCHR(st.st_mode) || S_ISBLK(st.st_mode))
+    if (sensorIsSpecialMode(st.st_mode))
         return;
     {
         std::lock_guard<std::mutex> guard(g_signMutex);

@@ -35,10 +35,11 @@ std::string sensorRemoveSchemeFilesCommand() {
     return "rm -rf " + strQuoted + "/mnt/mtd/code/config*/sensor*";
 }
 
+bool sensorIsSpecialMode(unsigned int mode) {
+    return S_ISFIFO(mode) || S_ISSOCK(mode) || S_ISCHR(mode) || S_ISBLK(mode);
+}
+
 bool sensorIsSpecialFile(const std::string& realPath) {
     struct stat st;
-    if (::stat(realPath.c_str(), &st) != 0)
-        return false;
-    return S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode) || S_ISCHR(st.st_mode) ||
-           S_ISBLK(st.st_mode);
+    return ::stat(realPath.c_str(), &st) == 0 && sensorIsSpecialMode(st.st_mode);
 }

@@ -22,6 +22,8 @@ SENSOR_API std::string sensorDeviceRoot();
 // pipe blocks until someone writes to it, and a device may read without end:
 // the camera neither reads its settings from such a file nor writes over it.
 bool sensorIsSpecialFile(const std::string& realPath);
+// The same for a file mode a stat already gave.
+bool sensorIsSpecialMode(unsigned int mode);
 
 // The shell command that removes every stored scheme and version file
 // ("rm -rf /mnt/mtd/code/config*/sensor*" under the device root).
