@@ -8,6 +8,7 @@
 #include <string>
 
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -243,6 +244,21 @@ TEST_F(Diagnostics, UnreadableSignFileKeepsThePreviousValues) {
     EXPECT_EQ(6, g_nDebugLevel.load());
     EXPECT_TRUE(g_bEnAssert.load());
     ::close(fd);
+}
+
+TEST_F(Diagnostics, PipeInPlaceOfTheSignFileKeepsThePreviousValuesWithoutWaiting) {
+    // Opening a pipe for reading would wait for a writer that never comes.
+    const std::string path = root.real("/mnt/mtd/sign/Debug.sign");
+    ASSERT_EQ(0, ::mkfifo(path.c_str(), 0644));
+    g_nDebugLevel = 6;
+    g_bEnAssert = true;
+    updateDebugLevel();
+    EXPECT_EQ(6, g_nDebugLevel.load());
+    EXPECT_TRUE(g_bEnAssert.load());
+    ::unlink(path.c_str());
+    updateDebugLevel(); // gone: the defaults
+    EXPECT_EQ(1, g_nDebugLevel.load());
+    EXPECT_FALSE(g_bEnAssert.load());
 }
 
 using DiagnosticsDeathTest = Diagnostics;
