@@ -24,25 +24,14 @@ bool keepsStyleValue(u32 p_nCmd) {
     return p_nCmd == 49 || p_nCmd == 50 || p_nCmd == 1537;
 }
 
-// An element's id as read once by IdCache.
-struct CachedId {
-    const TiXmlElement* pOwner;
-    bool bHas;
-    int nId;
-};
-
-// Set while getDnaStyle walks its own document with its ids cached.
-thread_local bool t_bIdsCached = false;
-
-bool hasId(const TiXmlElement* p_pElement, int p_nId) {
-    if (t_bIdsCached) {
-        const auto* pCached = static_cast<const CachedId*>(p_pElement->GetUserData());
-        if (pCached != nullptr && pCached->pOwner == p_pElement)
-            return pCached->bHas && pCached->nId == p_nId;
+// Tells an element's id by reading its attribute: the exported helpers work
+// on any document, the host's included.
+struct AttributeIds {
+    bool has(const TiXmlElement* p_pElement, int p_nId) const {
+        const char* szId = p_pElement->Attribute("id");
+        return szId != nullptr && sensorAtoi(szId) == p_nId;
     }
-    const char* szId = p_pElement->Attribute("id");
-    return szId != nullptr && sensorAtoi(szId) == p_nId;
-}
+};
 
 // The next element after p_pElement in document order, descendants first.
 TiXmlElement* nextInDocument(TiXmlElement* p_pElement) {
@@ -55,49 +44,72 @@ TiXmlElement* nextInDocument(TiXmlElement* p_pElement) {
     return nullptr;
 }
 
-// getDnaStyle searches its document by id once per dynamic command and once
-// per kept value: the ids are read and converted once, each element's user
-// data pointing at its own. The document is getDnaStyle's own and outlives
-// the cache; the walks change values and remove choices, never ids.
+// getDnaStyle searches its own document by id once per dynamic command and
+// once per kept value: the ids are read and converted once, each element's
+// user data pointing at its own. The document outlives the cache, and the
+// walks change values and remove choices, never ids.
 class IdCache {
 public:
-    explicit IdCache(TiXmlElement* p_pRoot) : m_bWasCached(t_bIdsCached) {
+    explicit IdCache(TiXmlElement* p_pRoot) {
         size_t nCount = 0;
         for (TiXmlElement* p = p_pRoot; p != nullptr; p = nextInDocument(p))
             ++nCount;
         m_vecIds.reserve(nCount);
         for (TiXmlElement* p = p_pRoot; p != nullptr; p = nextInDocument(p)) {
             const char* szId = p->Attribute("id");
-            m_vecIds.push_back({p, szId != nullptr, szId != nullptr ? sensorAtoi(szId) : 0});
+            m_vecIds.push_back({szId != nullptr, szId != nullptr ? sensorAtoi(szId) : 0});
             p->SetUserData(&m_vecIds.back());
         }
-        t_bIdsCached = true;
     }
-    ~IdCache() { t_bIdsCached = m_bWasCached; }
     IdCache(const IdCache&) = delete;
     IdCache& operator=(const IdCache&) = delete;
 
+    bool has(const TiXmlElement* p_pElement, int p_nId) const {
+        const auto* pCached = static_cast<const CachedId*>(p_pElement->GetUserData());
+        if (pCached == nullptr)
+            return AttributeIds().has(p_pElement, p_nId);
+        return pCached->bHas && pCached->nId == p_nId;
+    }
+
 private:
+    struct CachedId {
+        bool bHas;
+        int nId;
+    };
     std::vector<CachedId> m_vecIds;
-    bool m_bWasCached;
 };
 
 // The depth-first search shared by the id helpers: visit(element) for every
 // element with the id, in document order; a match's descendants are not
 // searched, the rest of the document is.
-template <typename Visit> int forEachWithId(TiXmlElement* p_pElement, int p_nId, Visit visit) {
+template <typename Ids, typename Visit>
+int forEachWithId(TiXmlElement* p_pElement, int p_nId, const Ids& p_objIds, Visit visit) {
     if (p_pElement == nullptr)
         return 0;
-    if (hasId(p_pElement, p_nId)) {
+    if (p_objIds.has(p_pElement, p_nId)) {
         visit(p_pElement);
         return 0;
     }
     for (TiXmlElement* pChild = p_pElement->FirstChildElement(); pChild != nullptr;
          pChild = pChild->NextSiblingElement()) {
-        if (forEachWithId(pChild, p_nId, visit) != 0)
+        if (forEachWithId(pChild, p_nId, p_objIds, visit) != 0)
             return -1;
     }
     return 0;
+}
+
+template <typename Ids>
+int nodeByCmdId(TiXmlElement* p_pElement, int p_nId, const Ids& p_objIds, TiXmlElement*& p_pFound) {
+    return forEachWithId(p_pElement, p_nId, p_objIds,
+                         [&](TiXmlElement* pMatch) { p_pFound = pMatch; });
+}
+
+template <typename Ids>
+int dnaValByCmdId(TiXmlElement* p_pElement, int p_nId, const Ids& p_objIds, int& p_nValue) {
+    return forEachWithId(p_pElement, p_nId, p_objIds, [&](TiXmlElement* pMatch) {
+        if (const char* szValue = pMatch->Attribute("value"))
+            p_nValue = sensorAtoi(szValue);
+    });
 }
 
 // The number of valid entries, whatever count the ISP claims.
@@ -105,23 +117,20 @@ u32 validItems(const ia_dynamic_params_attr_st& p_stRange) {
     return std::min<u32>(p_stRange.items_cnt, IA_DYNAMIC_ITEMS_MAX);
 }
 
-void deleteItemById(TiXmlElement* p_pRoot, int p_nId) {
+void deleteItemById(TiXmlElement* p_pRoot, int p_nId, const IdCache& p_objIds) {
     TiXmlElement* pFound = nullptr;
-    getNodebyCmdId(p_pRoot, p_nId, pFound);
+    nodeByCmdId(p_pRoot, p_nId, p_objIds, pFound);
     DeleteNode(p_pRoot, pFound);
 }
 
 } // namespace
 
 int getNodebyCmdId(TiXmlElement* p_pElement, int p_nId, TiXmlElement*& p_pFound) {
-    return forEachWithId(p_pElement, p_nId, [&](TiXmlElement* pMatch) { p_pFound = pMatch; });
+    return nodeByCmdId(p_pElement, p_nId, AttributeIds(), p_pFound);
 }
 
 int getDnaValbyCmdId(TiXmlElement* p_pElement, int p_nId, int& p_nValue) {
-    return forEachWithId(p_pElement, p_nId, [&](TiXmlElement* pMatch) {
-        if (const char* szValue = pMatch->Attribute("value"))
-            p_nValue = sensorAtoi(szValue);
-    });
+    return dnaValByCmdId(p_pElement, p_nId, AttributeIds(), p_nValue);
 }
 
 int ModifyNodebyCmdId(TiXmlElement* p_pElement, int p_nId) {
@@ -132,7 +141,7 @@ int ModifyNodebyCmdId(TiXmlElement* p_pElement, int p_nId) {
         szOther = "128";
     else if (p_nId == 128) // KEY_BLC_SWITCH
         szOther = "112";
-    return forEachWithId(p_pElement, p_nId, [&](TiXmlElement* pMatch) {
+    return forEachWithId(p_pElement, p_nId, AttributeIds(), [&](TiXmlElement* pMatch) {
         if (szOther != nullptr)
             pMatch->SetAttribute("enable_list", szOther);
     });
@@ -148,12 +157,18 @@ int DeleteNode(TiXmlElement* p_pRoot, TiXmlElement* p_pNode) {
     return 0;
 }
 
-int doDnaStyle(TiXmlElement* p_pElement, int p_nCmd, const ia_dynamic_params_attr_st* p_pRange) {
+namespace {
+
+// The walk of doDnaStyle with a way to tell ids. Same name, so that its
+// messages name the function the host knows.
+template <typename Ids>
+int doDnaStyle(TiXmlElement* p_pElement, int p_nCmd, const ia_dynamic_params_attr_st* p_pRange,
+               const Ids& p_objIds) {
     if (p_pElement == nullptr)
         return 0;
     if (p_pRange == nullptr)
         return -1;
-    if (hasId(p_pElement, p_nCmd)) {
+    if (p_objIds.has(p_pElement, p_nCmd)) {
         SNS_DBG("_________________cmd(%d) default(%d)__________________\n", p_nCmd,
                 static_cast<int>(p_pRange->default_value));
         p_pElement->SetAttribute("value", static_cast<int>(p_pRange->default_value));
@@ -178,10 +193,16 @@ int doDnaStyle(TiXmlElement* p_pElement, int p_nCmd, const ia_dynamic_params_att
     }
     for (TiXmlElement* pChild = p_pElement->FirstChildElement(); pChild != nullptr;
          pChild = pChild->NextSiblingElement()) {
-        if (doDnaStyle(pChild, p_nCmd, p_pRange) != 0)
+        if (doDnaStyle(pChild, p_nCmd, p_pRange, p_objIds) != 0)
             return -1;
     }
     return 0;
+}
+
+} // namespace
+
+int doDnaStyle(TiXmlElement* p_pElement, int p_nCmd, const ia_dynamic_params_attr_st* p_pRange) {
+    return doDnaStyle(p_pElement, p_nCmd, p_pRange, AttributeIds());
 }
 
 int getDnaStyle(int p_channelID, const char* p_szStyle, std::string& p_strOut,
@@ -226,7 +247,7 @@ int getDnaStyle(int p_channelID, const char* p_szStyle, std::string& p_strOut,
 
         if (keepsStyleValue(nCmd)) {
             int nVal = 0;
-            getDnaValbyCmdId(pRoot, static_cast<int>(nCmd), nVal);
+            dnaValByCmdId(pRoot, static_cast<int>(nCmd), objIds, nVal);
             // 100 has always meant "take the ISP's default" for these items.
             if (nVal != 100) {
                 printf("dnaCmdList.cmd_list[%d] = dnaParamList.items_cnt(%d)\n",
@@ -243,16 +264,17 @@ int getDnaStyle(int p_channelID, const char* p_szStyle, std::string& p_strOut,
             }
         }
 
-        SNS_ASSERT_TEXT(SNS_SUCCESS == doDnaStyle(pRoot, static_cast<int>(nCmd), &dnaParamList),
+        SNS_ASSERT_TEXT(SNS_SUCCESS ==
+                            doDnaStyle(pRoot, static_cast<int>(nCmd), &dnaParamList, objIds),
                         "SNS_SUCCESS == doDnaStyle(objStyleXmlDoc.RootElement(), "
                         "dnaCmdList.cmd_list[i], &dnaParamList)",
                         "");
     }
 
     if (p_bShowWDRFalg)
-        deleteItemById(pRoot, kEmpty1Id);
+        deleteItemById(pRoot, kEmpty1Id, objIds);
     if (getshowBeawayFalg())
-        deleteItemById(pRoot, kEmpty2Id);
+        deleteItemById(pRoot, kEmpty2Id, objIds);
 
     // The document was parsed from memory and has no file name, so saving it
     // could write nowhere; it is only serialised.
