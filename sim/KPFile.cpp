@@ -8,6 +8,29 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace {
+
+// Moves up to length bytes with step (read or write), going on after an
+// interrupted call or a short count; the count moved, or -1 when nothing
+// moved and the call failed.
+template <typename Step> int transfer(int p_nFd, char* p_pData, int p_nLength, Step step) {
+    int total = 0;
+    while (total < p_nLength) {
+        const ssize_t n = step(p_nFd, p_pData + total, static_cast<size_t>(p_nLength - total));
+        if (n < 0) {
+            if (errno == EINTR)
+                continue;
+            return total > 0 ? total : -1;
+        }
+        if (n == 0)
+            break;
+        total += static_cast<int>(n);
+    }
+    return total;
+}
+
+} // namespace
+
 KPFile::KPFile() : m_nFd(-1) {}
 
 KPFile::~KPFile() {
@@ -51,37 +74,18 @@ int KPFile::read(void* buffer, int length) {
         m_strPending.erase(0, n);
         total = n;
     }
-    while (total < length) {
-        const ssize_t n = ::read(m_nFd, out + total, length - total);
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            return total > 0 ? total : -1;
-        }
-        if (n == 0)
-            break;
-        total += static_cast<int>(n);
-    }
-    return total;
+    const int nRead = transfer(m_nFd, out + total, length - total, ::read);
+    if (nRead < 0)
+        return total > 0 ? total : -1;
+    return total + nRead;
 }
 
 int KPFile::write(const void* data, int length) {
     if (m_nFd < 0 || data == nullptr || length < 0)
         return -1;
-    const char* in = static_cast<const char*>(data);
-    int total = 0;
-    while (total < length) {
-        const ssize_t n = ::write(m_nFd, in + total, length - total);
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            return total > 0 ? total : -1;
-        }
-        if (n == 0)
-            break;
-        total += static_cast<int>(n);
-    }
-    return total;
+    // write takes const bytes; transfer hands it the caller's own buffer.
+    char* in = const_cast<char*>(static_cast<const char*>(data));
+    return transfer(m_nFd, in, length, [](int fd, char* p, size_t n) { return ::write(fd, p, n); });
 }
 
 int64_t KPFile::getLength() {

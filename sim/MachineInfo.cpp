@@ -48,10 +48,10 @@ void MachineInfo::setHardwareCode(const std::string& code) {
 // Keys count before any section and inside [machine]; other sections, unknown
 // keys, comments and malformed lines are skipped.
 bool SystemInfoParser::parseMachineInfo(const std::string& path, MachineInfo& info) {
-    // Only a regular file is read: a pipe would block the host for ever.
+    // Only a regular file is read, as for the module configuration: a pipe
+    // would block the host for ever.
     struct stat st;
-    if (::stat(path.c_str(), &st) != 0 || S_ISFIFO(st.st_mode) || S_ISCHR(st.st_mode) ||
-        S_ISBLK(st.st_mode) || S_ISSOCK(st.st_mode))
+    if (::stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode))
         return false;
     std::ifstream in(path);
     if (!in)
