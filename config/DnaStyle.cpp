@@ -8,20 +8,17 @@
 
 #include "config/SensorXml.h"
 #include "controller/ISensorController.h"
+#include "controller/SensorKeys.h"
 #include "diag/SensorDiag.h"
 #include "keyval/SensorNumber.h"
 
 namespace {
 
-// Style items the show flags withdraw: the wide-dynamic-range and beaway
-// placeholders.
-const int kEmpty1Id = 10; // KEY_EMPTY1
-const int kEmpty2Id = 11; // KEY_EMPTY2
-
 // The commands whose value in the style is the user's own choice (shutters
 // and the focus near limit): the style keeps it when the ISP accepts it.
 bool keepsStyleValue(u32 p_nCmd) {
-    return p_nCmd == 49 || p_nCmd == 50 || p_nCmd == 1537;
+    return p_nCmd == KEY_MAX_SHUTTER || p_nCmd == KEY_FIX_SHUTTER ||
+           p_nCmd == KEY_AUTO_FOCUS_NEAR_LIMIT;
 }
 
 // Tells an element's id by reading its attribute: the exported helpers work
@@ -137,9 +134,9 @@ int ModifyNodebyCmdId(TiXmlElement* p_pElement, int p_nId) {
     // High-light and back-light compensation exclude each other: each item
     // names the other as the one it disables.
     const char* szOther = nullptr;
-    if (p_nId == 112) // KEY_HLC_SWITCH
+    if (p_nId == KEY_HLC_SWITCH)
         szOther = "128";
-    else if (p_nId == 128) // KEY_BLC_SWITCH
+    else if (p_nId == KEY_BLC_SWITCH)
         szOther = "112";
     return forEachWithId(p_pElement, p_nId, AttributeIds(), [&](TiXmlElement* pMatch) {
         if (szOther != nullptr)
@@ -272,9 +269,9 @@ int getDnaStyle(int p_channelID, const char* p_szStyle, std::string& p_strOut,
     }
 
     if (p_bShowWDRFalg)
-        deleteItemById(pRoot, kEmpty1Id, objIds);
+        deleteItemById(pRoot, KEY_EMPTY1, objIds);
     if (getshowBeawayFalg())
-        deleteItemById(pRoot, kEmpty2Id, objIds);
+        deleteItemById(pRoot, KEY_EMPTY2, objIds);
 
     // The document was parsed from memory and has no file name, so saving it
     // could write nowhere; it is only serialised.

@@ -26,5 +26,5 @@ SENSOR_API int style2KeyValN(TiXmlElement* p_pElement, KeyVal* p_pKeyVal, u32* p
 // The factory values of channel p_channelID (from 1); 0 always. out has room
 // for SENSOR_FACTORY_CAPACITY records.
 #define SENSOR_FACTORY_CAPACITY 150
-SENSOR_API int getFctData(int p_channelID, char* p_szStyle, KeyVal* p_pKeyVal,
-                          u32* p_pnKeyValNum, bool p_bShowWDRFalg);
+SENSOR_API int getFctData(int p_channelID, char* p_szStyle, KeyVal* p_pKeyVal, u32* p_pnKeyValNum,
+                          bool p_bShowWDRFalg);

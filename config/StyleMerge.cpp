@@ -3,10 +3,12 @@
 
 #include "config/StyleMerge.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -30,38 +32,19 @@ std::mutex g_mergeFileMutex;
 
 // Whether one rule attribute agrees with the module detail: one of its
 // comma-separated values, or the whole value, agrees with the detail field
-// of the same name in its first characters.
-bool attributeAgrees(const char* p_szDetail, const TiXmlAttribute* modi_attr) {
-    SNS_DBG("modi_attr->Name()(%s), modi_attr->Value()(%s)\n", modi_attr->Name(),
-            modi_attr->Value());
-    // Detail values longer than the buffer are cut; only five characters count.
-    char nVal[8];
+// of the same name in its first characters. nVal receives the detail value
+// (cut to the buffer; only five characters count).
+bool attributeAgrees(const char* p_szDetail, const TiXmlAttribute* modi_attr, char (&nVal)[8]) {
     std::memset(nVal, 0, sizeof(nVal));
-    if (getDetailFieldToStrN(p_szDetail, modi_attr->Name(), nVal, sizeof(nVal) - 1) ==
-        SNS_SUCCESS) {
-        std::vector<std::string> vecValues;
-        StringHandler::split(modi_attr->Value(), ",", vecValues);
-        for (const std::string& strValue : vecValues) {
-            if (std::strncmp(strValue.c_str(), nVal, kCompareLen) == 0)
-                return true;
-        }
-        if (std::strncmp(modi_attr->Value(), nVal, kCompareLen) == 0)
+    if (getDetailFieldToStrN(p_szDetail, modi_attr->Name(), nVal, sizeof(nVal) - 1) != SNS_SUCCESS)
+        return false;
+    std::vector<std::string> vecValues;
+    StringHandler::split(modi_attr->Value(), ",", vecValues);
+    for (const std::string& strValue : vecValues) {
+        if (std::strncmp(strValue.c_str(), nVal, kCompareLen) == 0)
             return true;
     }
-    SNS_DBG("modi_attr->Name()(%s), modi_attr->Value()(%s) nVal(%s)\n", modi_attr->Name(),
-            modi_attr->Value(), nVal);
-    return false;
-}
-
-// The first attribute of the rule that agrees with the module, or null.
-const TiXmlAttribute* findAgreeingAttribute(const char* p_szDetail,
-                                            const TiXmlElement* node_first) {
-    for (const TiXmlAttribute* modi_attr = node_first->FirstAttribute(); modi_attr != nullptr;
-         modi_attr = modi_attr->Next()) {
-        if (attributeAgrees(p_szDetail, modi_attr))
-            return modi_attr;
-    }
-    return nullptr;
+    return std::strncmp(modi_attr->Value(), nVal, kCompareLen) == 0;
 }
 
 // SaveFile writes into the device's "/tmp"; a fresh device root may lack it.
@@ -78,6 +61,91 @@ void ensureFolderOf(const std::string& p_strPath) {
         return;
 }
 
+// Whether the file at p_strPath holds exactly p_strText.
+bool fileHolds(const std::string& p_strPath, const std::string& p_strText) {
+    const int fd = ::open(p_strPath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    std::string strOld(p_strText.size() + 1, '\0');
+    size_t nRead = 0;
+    while (nRead < strOld.size()) {
+        const ssize_t n = ::read(fd, &strOld[nRead], strOld.size() - nRead);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            break;
+        nRead += static_cast<size_t>(n);
+    }
+    ::close(fd);
+    return nRead == p_strText.size() && strOld.compare(0, nRead, p_strText) == 0;
+}
+
+// Finds text nodes: TinyXML's printer lays out a text beside other children
+// (and a CDATA section) otherwise than SaveFile does; for elements,
+// attributes, comments, declarations and other markup the two agree.
+class TextFinder : public TiXmlVisitor {
+public:
+    bool Visit(const TiXmlText&) override {
+        m_bFound = true;
+        return false;
+    }
+    bool found() const { return m_bFound; }
+
+private:
+    bool m_bFound = false;
+};
+
+// Whether the printer writes the document exactly as SaveFile does: no text
+// nodes, and no byte-order mark that SaveFile would write back.
+bool printsAsSaved(const TiXmlDocument& p_objDoc, const char* p_szText) {
+    if (p_szText != nullptr && std::strncmp(p_szText, "\xEF\xBB\xBF", 3) == 0)
+        return false;
+    TextFinder objFinder;
+    p_objDoc.Accept(&objFinder);
+    return !objFinder.found();
+}
+
+// Writes the document to the merge file exactly as TinyXML's SaveFile
+// writes it: through the printer where the two agree (a style is elements
+// and attributes), else through SaveFile's own print to a stream in memory. A merge file that
+// already holds these bytes (the same style at every start-up) is written
+// over in place rather than cut to nothing and filled again.
+void saveMergeFile(const TiXmlDocument& p_objDoc, bool p_bPrintable, const std::string& p_strPath) {
+    std::string strText;
+    if (p_bPrintable) {
+        TiXmlPrinter objPrinter;
+        p_objDoc.Accept(&objPrinter);
+        strText = objPrinter.Str();
+    } else {
+        char* pBuf = nullptr;
+        size_t nLen = 0;
+        FILE* pMem = ::open_memstream(&pBuf, &nLen);
+        if (pMem == nullptr) {
+            p_objDoc.SaveFile(p_strPath.c_str());
+            return;
+        }
+        p_objDoc.SaveFile(pMem);
+        std::fclose(pMem);
+        strText.assign(pBuf != nullptr ? pBuf : "", nLen);
+        std::free(pBuf);
+    }
+
+    const int nFlags = fileHolds(p_strPath, strText) ? O_WRONLY : O_WRONLY | O_CREAT | O_TRUNC;
+    const int fd = ::open(p_strPath.c_str(), nFlags | O_CLOEXEC, 0666);
+    if (fd < 0)
+        return;
+    size_t nDone = 0;
+    while (nDone < strText.size()) {
+        const ssize_t n = ::write(fd, strText.data() + nDone, strText.size() - nDone);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            break;
+        nDone += static_cast<size_t>(n);
+    }
+    ::close(fd);
+}
+
 } // namespace
 
 int mergeStyle(ModuleConfig* p_pstModuleConfig, char** ui_style, char* ui_styleDiversity) {
@@ -92,7 +160,17 @@ int mergeStyle(ModuleConfig* p_pstModuleConfig, char** ui_style, char* ui_styleD
 
     // Rules apply in document order; a later rule sees what earlier ones did.
     for (; node_first != nullptr; node_first = node_first->NextSiblingElement()) {
-        const TiXmlAttribute* modi_attr = findAgreeingAttribute(szDetail, node_first);
+        // Attributes are alternatives: the first that agrees makes the rule apply.
+        const TiXmlAttribute* modi_attr = node_first->FirstAttribute();
+        for (; modi_attr != nullptr; modi_attr = modi_attr->Next()) {
+            SNS_DBG("modi_attr->Name()(%s), modi_attr->Value()(%s)\n", modi_attr->Name(),
+                    modi_attr->Value());
+            char nVal[8];
+            if (attributeAgrees(szDetail, modi_attr, nVal))
+                break;
+            SNS_DBG("modi_attr->Name()(%s), modi_attr->Value()(%s) nVal(%s)\n", modi_attr->Name(),
+                    modi_attr->Value(), nVal);
+        }
         if (modi_attr == nullptr)
             continue;
         SNS_DBG("modi_attr->Name()(%s), modi_attr->Value()(%s)\n", modi_attr->Name(),
@@ -117,7 +195,8 @@ int mergeStyle(ModuleConfig* p_pstModuleConfig, char** ui_style, char* ui_styleD
     // save until someone reads it.
     if (sensorIsSpecialFile(strMergeFile))
         (void)::unlink(strMergeFile.c_str());
-    doc_style.SaveFile(strMergeFile.c_str());
+    // The style text as given is still *ui_style here.
+    saveMergeFile(doc_style, printsAsSaved(doc_style, *ui_style), strMergeFile);
     // The whole document as text is built only when the info level shows it.
     if (snsDecide(SNS_LEVEL_INFO)) {
         std::string strXml;

@@ -66,6 +66,31 @@ std::string chooseDocument(int p_nCameraId, u32 p_nDeviceType, const char* p_szF
     return strName + (usesCameraStyle(p_nDeviceType) ? ".xml" : "_dome.xml");
 }
 
+// A whole document's block: its length and a terminator.
+size_t blockFor(int64_t p_nLen) {
+    return static_cast<size_t>(p_nLen > 0 ? p_nLen : 0) + 1;
+}
+
+// Zeroes the block as far as the file's length (asked again) and its
+// terminator reach, never past the block: a file that grew since the block
+// was sized cannot overrun it.
+void zeroBlock(char* p_pBlock, size_t p_nBlock, int64_t p_nLen) {
+    if (p_pBlock == nullptr)
+        return;
+    const size_t nZero = blockFor(p_nLen);
+    std::memset(p_pBlock, 0, nZero < p_nBlock ? nZero : p_nBlock);
+    // What lies beyond a shorter length is zeroed too, so the text always ends.
+    if (nZero < p_nBlock)
+        std::memset(p_pBlock + nZero, 0, p_nBlock - nZero);
+}
+
+// The length to read into a block: the file's, bounded by the block less its
+// terminator.
+int64_t readLen(int64_t p_nLen, size_t p_nBlock) {
+    const int64_t nRoom = static_cast<int64_t>(p_nBlock) - 1;
+    return p_nLen < nRoom ? p_nLen : nRoom;
+}
+
 } // namespace
 
 int initSysConf(int cameraId, const ModuleConfigure& p_objModuleConfigure, SysConfig* p_stSysConf) {
@@ -109,22 +134,28 @@ int initSysConf(int cameraId, const ModuleConfigure& p_objModuleConfigure, SysCo
 
     const std::string strStyleFileName = chooseDocument(
         cameraId, p_stSysConf->nDeviceType, "/hd1/moduleConfig/sensorConfig/style/", "Style");
-    const int64_t nStyleLen = getFileLen(strStyleFileName.c_str());
-    p_stSysConf->szUIStyle =
-        static_cast<char*>(std::calloc(static_cast<size_t>(nStyleLen > 0 ? nStyleLen : 0) + 1, 1));
-    SNS_ASSERT(loadFromFile(strStyleFileName.c_str(), p_stSysConf->szUIStyle,
-                            getFileLen(strStyleFileName.c_str())) > 0,
-               "");
+    // The file's length is asked anew for each use: the block, its zeroing
+    // and the read (a missing document is reported each time).
+    const size_t nStyleBlock = blockFor(getFileLen(strStyleFileName.c_str()));
+    p_stSysConf->szUIStyle = static_cast<char*>(std::malloc(nStyleBlock));
+    zeroBlock(p_stSysConf->szUIStyle, nStyleBlock, getFileLen(strStyleFileName.c_str()));
+    SNS_ASSERT_TEXT(loadFromFile(strStyleFileName.c_str(), p_stSysConf->szUIStyle,
+                                 readLen(getFileLen(strStyleFileName.c_str()), nStyleBlock)) > 0,
+                    "loadFromFile(strStyleFileName.c_str(), p_stSysConf->szUIStyle, "
+                    "getFileLen(strStyleFileName.c_str())) > 0",
+                    "");
 
     const std::string strStyleDivFileName =
         chooseDocument(cameraId, p_stSysConf->nDeviceType,
                        "/hd1/moduleConfig/sensorConfig/styleDiversity/", "StyleDiversity");
-    const int64_t nDivLen = getFileLen(strStyleDivFileName.c_str());
-    char* ui_styleDiversity =
-        static_cast<char*>(std::calloc(static_cast<size_t>(nDivLen > 0 ? nDivLen : 0) + 1, 1));
-    SNS_ASSERT(loadFromFile(strStyleDivFileName.c_str(), ui_styleDiversity,
-                            getFileLen(strStyleDivFileName.c_str())) > 0,
-               "");
+    const size_t nDivBlock = blockFor(getFileLen(strStyleDivFileName.c_str()));
+    char* ui_styleDiversity = static_cast<char*>(std::malloc(nDivBlock));
+    zeroBlock(ui_styleDiversity, nDivBlock, getFileLen(strStyleDivFileName.c_str()));
+    SNS_ASSERT_TEXT(loadFromFile(strStyleDivFileName.c_str(), ui_styleDiversity,
+                                 readLen(getFileLen(strStyleDivFileName.c_str()), nDivBlock)) > 0,
+                    "loadFromFile(strStyleDivFileName.c_str(), ui_styleDiversity, "
+                    "getFileLen(strStyleDivFileName.c_str())) > 0",
+                    "");
 
     SNS_ASSERT(SNS_SUCCESS == mergeStyle(&p_stSysConf->moduleConfig, &p_stSysConf->szUIStyle,
                                          ui_styleDiversity),

@@ -6,6 +6,7 @@
 #include <exception>
 
 #include "controller/SafePointer.h"
+#include "controller/SensorKeys.h"
 #include "host/ia_ioctrl_v2.h"
 #include "storage/DeviceRoot.h"
 #include "storage/SensorFile.h"
@@ -17,30 +18,21 @@ namespace {
 // The device type whose single visible channel is the second sensor.
 const int kDeviceTypeLpr = 13;
 
-const u32 kKeySchemeMode = 8000;
-const u32 kKeySchemeEndMin = 8004;
-const u32 kKeyEmpty1 = 10;
-const u32 kKeyEmpty2 = 11;
-const u32 kKeyNoneColorMode = 8201;
-const u32 kKeyTemperatureStrip = 8217;
-const u32 kKeyMirror = 2384;
-const u32 kKeyAntiShakeSwitch = 2416;
-
 // Lens commands 0x600..0x650, swallowed while the lens is locked.
-const u32 kLensCmdFirst = 1536;
+const u32 kLensCmdFirst = KEY_AUTO_FOCUS_MODE;
 const u32 kLensCmdEnd = 1617;
 
 // Day/night mode, thresholds and times: shared by schemes 0 and 1 when the
 // schemes follow day and night.
 bool isSharedDayNightKey(u32 key) {
     switch (key) {
-        case 144:
-        case 145:
-        case 146:
-        case 149:
-        case 150:
-        case 151:
-        case 152:
+        case KEY_DN_MODE:
+        case KEY_DTN_THR:
+        case KEY_NTD_THR:
+        case KEY_DTN_H:
+        case KEY_DTN_M:
+        case KEY_NTD_H:
+        case KEY_NTD_M:
             return true;
         default:
             return false;
@@ -49,7 +41,8 @@ bool isSharedDayNightKey(u32 key) {
 
 // Infrared keys that are answered "not set" rather than asked of the ISP.
 bool isUncachedInfraredKey(int key) {
-    return key == 160 || key == 161 || key == 163 || key == 165 || key == 167;
+    return key == KEY_IR_SWITCH || key == KEY_IR_MODE || key == KEY_IR_MANUAL_STRG_NEAR ||
+           key == KEY_IR_MANUAL_STRG_MEDIUM || key == KEY_IR_MANUAL_STRG_FAR;
 }
 
 u32 valueAt(const void* pVal) {
@@ -134,7 +127,8 @@ void ISensorController::printDebugMsg() {}
 
 // The one place a key's command reaches the ISP. While the lens is locked,
 // lens commands are swallowed and count as done.
-// Caller holds m_objMutex.
+// It needs no lock: the lens, iris and light calls and getDNState reach it
+// from the host's threads without the controller mutex.
 int ISensorController::doIaCmd(u32 cmd, u32 opt, void* pVal) {
     SNS_DBG(
         "====================== cmd:%d dir:%d val:%d ======m_nCameraID=(%d)===============begin\n",
@@ -156,9 +150,10 @@ int ISensorController::doIaCmd(u32 cmd, u32 opt, void* pVal) {
 // Applies the entries in order: the controller's own keys are kept, the rest
 // go through their row's handler. With bCache, values equal to the cached
 // ones are skipped and applied values are cached in the current scheme.
-// Caller holds m_objMutex (the worker calls it during its switch, unlocked,
-// guarded by the busy bits).
+// The caller holds the mutex: a locked entry point, or the worker's round,
+// which switches under its try-lock.
 int ISensorController::setParameters(KeyVal* p_pKeyval, u32 count, bool bCache) {
+    SNS_REQUIRE_LOCK();
     if (p_pKeyval == nullptr)
         count = 0;
     for (u32 i = 0; i < count; ++i) {
@@ -174,28 +169,29 @@ int ISensorController::setParameters(KeyVal* p_pKeyval, u32 count, bool bCache) 
         }
 
         bool bStoreOnly = false;
-        if (k == kKeySchemeMode) {
+        if (k == KEY_SCHEME_MODE) {
             // The mode lives in scheme 0 and is mirrored into every user scheme.
             if (m_nCurScheme == 0) {
                 m_bTimeScheme = (v == 1);
                 m_bDNScheme = (v == 2);
                 const u32 nMode = (v == 1 || v == 2) ? v : 0;
                 for (u32 s = 1; s < m_stSysConf.nSchemeSum; ++s)
-                    setKeyValToCache(s, kKeySchemeMode, nMode, true);
+                    setKeyValToCache(s, KEY_SCHEME_MODE, nMode, true);
             }
             bStoreOnly = true;
-        } else if ((k > kKeySchemeMode && k <= kKeySchemeEndMin) || k == kKeyEmpty1 ||
-                   k == kKeyEmpty2) {
+        } else if ((k > KEY_SCHEME_MODE && k <= KEY_SCHEME_END_MIN) || k == KEY_EMPTY1 ||
+                   k == KEY_EMPTY2) {
             bStoreOnly = true;
-        } else if (m_nCameraID == 2 && (k == kKeyNoneColorMode || k == kKeyTemperatureStrip)) {
+        } else if (m_nCameraID == 2 &&
+                   (k == KEY_NONE_COLOR_MODE || k == KEY_TEMPERATURE_STRIP_SWITCH)) {
             // The thermal channel's colour and strip settings are the pipeline's.
             notifyToVideo(static_cast<int>(k), static_cast<int>(v));
             bStoreOnly = true;
-        } else if (m_nCameraID == 2 && k == kKeyMirror) {
+        } else if (m_nCameraID == 2 && k == KEY_MIRROR) {
             u32 nVal = v;
             doMirror(k, IA_CMD_OPT_SET, &nVal);
             bStoreOnly = true;
-        } else if (m_nCameraID == 2 && k == kKeyAntiShakeSwitch) {
+        } else if (m_nCameraID == 2 && k == KEY_ANTI_SHAKE_SWITCH) {
             u32 nVal = v;
             doDIS(k, IA_CMD_OPT_SET, &nVal);
             bStoreOnly = true;
@@ -261,7 +257,7 @@ int ISensorController::setParameters(KeyVal* p_pKeyval, u32 count, bool bCache) 
 }
 
 int ISensorController::setParameter(int key, int value, bool bCache) {
-    SNS_LOCK_GUARD(722);
+    SNS_LOCK_GUARD(kSetParameter);
     SNS_DBG("p_Parameters22222222222(%d, %d)\n", key, value);
     KeyVal stKeyVal = {static_cast<u32>(key), static_cast<u32>(value)};
     return setParameters(&stKeyVal, 1, bCache);
@@ -269,8 +265,8 @@ int ISensorController::setParameter(int key, int value, bool bCache) {
 
 // The factory slot (index nSchemeSum) is written only by force. Returns the
 // entry's index, -1 when the key is not in the scheme, -2 for a refused slot.
-// Caller holds m_objMutex.
 int ISensorController::setKeyValToCache(u32 scheme, u32 key, u32 value, bool bForce) {
+    SNS_REQUIRE_LOCK();
     if (!bForce && scheme >= m_stSysConf.nSchemeSum)
         return -2;
     // Even a forced write stays inside the scheme block.
@@ -287,8 +283,8 @@ int ISensorController::setKeyValToCache(u32 scheme, u32 key, u32 value, bool bFo
 }
 
 // Reads the factory slot too. value is untouched when the key is not there.
-// Caller holds m_objMutex.
 int ISensorController::getKeyValFromCache(u32 scheme, u32 key, u32& value) {
+    SNS_REQUIRE_LOCK();
     if (scheme > m_stSysConf.nSchemeSum) {
         SNS_DBG("can not find val, invalid sheme(%d) \n", scheme);
         return -1;
@@ -307,8 +303,8 @@ int ISensorController::getKeyValFromCache(u32 scheme, u32 key, u32& value) {
 
 // During a switch the incoming scheme is compared with the outgoing one, so
 // only the differences reach the ISP.
-// Caller holds m_objMutex.
 bool ISensorController::isKeyValSame(const KeyVal& kv) {
+    SNS_REQUIRE_LOCK();
     const int nScheme =
         testFlag(m_nFlags, switching_flag) ? m_nLastScheme.load() : m_nCurScheme.load();
     u32 nCached = 0;
@@ -318,7 +314,7 @@ bool ISensorController::isKeyValSame(const KeyVal& kv) {
 }
 
 bool ISensorController::getParameter(int p_nKey, int& p_nVal) {
-    SNS_LOCK_GUARD(1021);
+    SNS_LOCK_GUARD(kGetParameter);
     SNS_DBG("p_nKey(%d)\n", p_nKey);
     u32 nCached = static_cast<u32>(-1);
     if (getKeyValFromCache(static_cast<u32>(m_nCurScheme.load()), static_cast<u32>(p_nKey),
@@ -330,18 +326,21 @@ bool ISensorController::getParameter(int p_nKey, int& p_nVal) {
         p_nVal = -1;
         return true;
     }
+    // The ISP works on the caller's value: it sees it, and whatever it writes
+    // reaches the caller, also when it then refuses. The rest of the room
+    // takes the words of a command whose record is longer than one value.
     IspValueRoom stRoom = {};
+    stRoom.aWords[0] = static_cast<u32>(p_nVal);
     const int nRet = doIaCmd(static_cast<u32>(p_nKey), IA_CMD_OPT_GET, stRoom.aWords);
-    if (nRet == SNS_SUCCESS)
-        p_nVal = static_cast<int>(stRoom.aWords[0]);
+    p_nVal = static_cast<int>(stRoom.aWords[0]);
     SNS_ASSERT_TEXT(SNS_SUCCESS == nRet, "SNS_SUCCESS == doIaCmd(p_nKey, IA_CMD_OPT_GET, &p_nVal)",
                     "get key(%d) val from 2a err", p_nKey);
     return nRet == SNS_SUCCESS;
 }
 
 // Tells the video pipeline of a change; success when there is no pipeline.
-// Caller holds m_objMutex.
 int ISensorController::notifyToVideo(int key, int value) {
+    SNS_REQUIRE_LOCK();
     if (m_pVideoStreamModule == nullptr)
         return SNS_SUCCESS;
     const int nChannel = m_objMachineInfo.getDeviceType() == kDeviceTypeLpr ? 1 : m_nCameraID;
@@ -359,8 +358,8 @@ bool ISensorController::getCmdExecStatus(int cmd, int& value) {
 
 // The current scheme's window as hhmm: both ends at most 2400, and the start
 // before the end (a window may not wrap past midnight).
-// Caller holds m_objMutex.
 int ISensorController::paramCheck() {
+    SNS_REQUIRE_LOCK();
     const int nCurScheme = m_nCurScheme;
     if (m_ppUserKeyVal == nullptr || nCurScheme < 0 ||
         static_cast<u32>(nCurScheme) > m_stSysConf.nSchemeSum || m_nKeyValSum < 5)
@@ -390,15 +389,13 @@ int ISensorController::paramCheck() {
 // yet" are not saved; a scheme with an impossible time window is refused
 // with paramCheck's code.
 int ISensorController::flush() {
-    SNS_LOCK_GUARD(1120);
+    SNS_LOCK_GUARD(kFlush);
     const int nCurScheme = m_nCurScheme;
     if (nCurScheme < 0 || static_cast<u32>(nCurScheme) >= m_stSysConf.nSchemeSum)
         return SNS_SUCCESS;
     const int nCheck = paramCheck();
     if (nCheck != SNS_SUCCESS)
         return nCheck;
-    char szFile[128];
-    std::snprintf(szFile, sizeof(szFile),
-                  m_nCameraID == 2 ? SENSOR_THERMAL_SCHEME_FILE : SENSOR_SCHEME_FILE, nCurScheme);
-    return keyValToFile(szFile, m_ppUserKeyVal[nCurScheme], m_nKeyValSum);
+    return keyValToFile(sensorSchemeFile(m_nCameraID, nCurScheme).c_str(),
+                        m_ppUserKeyVal[nCurScheme], m_nKeyValSum);
 }

@@ -7,13 +7,15 @@
 #include <mutex>
 
 #include "controller/ISensorController.h"
+#include "controller/LockSites.h"
 #include "diag/SensorDiag.h"
 #include "host/KPMutex.h"
 #include "host/ia_ioctrl_v2.h"
 
-// Takes the controller mutex for the rest of the scope. The line is the one
-// the host's lock diagnostics have always shown for this entry point.
-#define SNS_LOCK_GUARD(line) KPMutexManager objMutexGuard(m_objMutex, "ISensorController.cpp", line)
+// Takes the controller mutex for the rest of the scope at a lock site of
+// controller/LockSites.h: the line the host's lock diagnostics have always
+// shown for this entry point.
+#define SNS_LOCK_GUARD(site) ISensorController::LockGuard objMutexGuard(*this, lock_site::site)
 
 namespace sensor_detail {
 

@@ -2,22 +2,13 @@
 
 #include <atomic>
 
+#include "controller/SensorKeys.h"
 #include "host/ia_ioctrl_v2.h"
 
 using namespace sensor_detail;
 
 namespace {
 
-const u32 kKeyDnMode = 144;
-const u32 kKeyDtnThr = 145;
-const u32 kKeyNtdThr = 146;
-const u32 kKeyDnSensitivity = 154;
-const u32 kKeyDtnH = 149;
-const u32 kKeyDtnM = 150;
-const u32 kKeyNtdH = 151;
-const u32 kKeyNtdM = 152;
-const u32 kKeyMirror = 2384;
-const u32 kKeyBeaway = 2385;
 // Brackets a wide-dynamic-range mode change for the video pipeline (0 before, 1 after).
 const int kNoticeWdrChange = 2370;
 
@@ -51,8 +42,8 @@ bool getshowBeawayFalg() {
 // shutter reset) are stored in schemes like any key, but must only happen
 // when a user asks: they are dropped while the controller starts, resets,
 // replays or switches schemes.
-// Caller holds m_objMutex.
 int ISensorController::doIaCmd_User(u32 p_nKey, u32 p_nDir, void* p_pVal) {
+    SNS_REQUIRE_LOCK();
     if (!testFlag(m_nFlags, kUserDropMask))
         return doIaCmd(p_nKey, p_nDir, p_pVal);
     SNS_DBG("ignored auto focus once !!!\n");
@@ -61,8 +52,8 @@ int ISensorController::doIaCmd_User(u32 p_nKey, u32 p_nDir, void* p_pVal) {
 
 // A wide-dynamic-range mode change, bracketed by notices so the pipeline can
 // hold its streams. It counts as done when the pipeline accepted it.
-// Caller holds m_objMutex.
 int ISensorController::doHwdr(u32 p_nKey, u32 p_nDir, void* p_pVal) {
+    SNS_REQUIRE_LOCK();
     if (!m_bShowWDRFalg) {
         // The streams cannot carry it: the mode is stored as off.
         *static_cast<u32*>(p_pVal) = 0;
@@ -75,15 +66,15 @@ int ISensorController::doHwdr(u32 p_nKey, u32 p_nDir, void* p_pVal) {
     return nRet;
 }
 
-// Caller holds m_objMutex.
 int ISensorController::doImageAdjust(u32 p_nKey, u32 p_nDir, void* p_pVal) {
+    SNS_REQUIRE_LOCK();
     SNS_ASSERT(SNS_SUCCESS == doIaCmd(p_nKey, p_nDir, p_pVal), "");
     return notifyToVideo(static_cast<int>(p_nKey), *static_cast<int*>(p_pVal));
 }
 
 // Stabilisation: the pipeline first, then the ISP, whose result counts.
-// Caller holds m_objMutex.
 int ISensorController::doDIS(u32 p_nKey, u32 p_nDir, void* p_pVal) {
+    SNS_REQUIRE_LOCK();
     SNS_ASSERT_TEXT(SNS_SUCCESS ==
                         notifyToVideo(static_cast<int>(p_nKey), *static_cast<int*>(p_pVal)),
                     "SNS_SUCCESS == notifyToVideo(p_nKey, *(u32*)p_pVal)", "");
@@ -92,8 +83,8 @@ int ISensorController::doDIS(u32 p_nKey, u32 p_nDir, void* p_pVal) {
 
 // Panorama stitching is the video pipeline's work: the ISP is not involved
 // and the value is only stored.
-// Caller holds m_objMutex.
 int ISensorController::doIaCmd_PanoTuning(u32 p_nKey, u32 /*p_nDir*/, void* p_pVal) {
+    SNS_REQUIRE_LOCK();
     const int nKey = static_cast<int>(p_nKey);
     const int nVal = *static_cast<int*>(p_pVal);
     SNS_ASSERT(SNS_SUCCESS == notifyToVideo(nKey, nVal), "");
@@ -102,22 +93,22 @@ int ISensorController::doIaCmd_PanoTuning(u32 p_nKey, u32 /*p_nDir*/, void* p_pV
 
 // The ISP takes the thresholds as one record: the new value and the current
 // scheme's sibling; the sensitivity travels alone.
-// Caller holds m_objMutex.
 int ISensorController::doDNThr(u32 p_nKey, u32 p_nDir, void* p_pVal) {
+    SNS_REQUIRE_LOCK();
     dn_thr_st stThr = {0, 0, 0};
     const u32 nNew = *static_cast<u32*>(p_pVal);
     const u32 nScheme = static_cast<u32>(m_nCurScheme.load());
     switch (p_nKey) {
-        case kKeyDtnThr:
+        case KEY_DTN_THR:
             stThr.d2n_thr = nNew;
-            getKeyValFromCache(nScheme, kKeyNtdThr, stThr.n2d_thr);
+            getKeyValFromCache(nScheme, KEY_NTD_THR, stThr.n2d_thr);
             break;
-        case kKeyNtdThr:
-            getKeyValFromCache(nScheme, kKeyDtnThr, stThr.d2n_thr);
+        case KEY_NTD_THR:
+            getKeyValFromCache(nScheme, KEY_DTN_THR, stThr.d2n_thr);
             stThr.n2d_thr = nNew;
             break;
-        case kKeyDnSensitivity:
-            getKeyValFromCache(nScheme, kKeyDnSensitivity, stThr.dn_sensitivity);
+        case KEY_DN_SENSITIVITY:
+            getKeyValFromCache(nScheme, KEY_DN_SENSITIVITY, stThr.dn_sensitivity);
             stThr.dn_sensitivity = nNew;
             break;
         default:
@@ -136,28 +127,28 @@ int ISensorController::doDNThr(u32 p_nKey, u32 p_nDir, void* p_pVal) {
 
 // The ISP takes both switching times as one record: the new member and the
 // current scheme's other three.
-// Caller holds m_objMutex.
 int ISensorController::doDNTime(u32 p_nKey, u32 p_nDir, void* p_pVal) {
+    SNS_REQUIRE_LOCK();
     dn_time_st stTime = {0, 0, 0, 0};
     const u32 nNew = *static_cast<u32*>(p_pVal);
     const u32 nScheme = static_cast<u32>(m_nCurScheme.load());
-    if (p_nKey == kKeyDtnH)
+    if (p_nKey == KEY_DTN_H)
         stTime.d2n_hour = nNew;
     else
-        getKeyValFromCache(nScheme, kKeyDtnH, stTime.d2n_hour);
-    if (p_nKey == kKeyDtnM)
+        getKeyValFromCache(nScheme, KEY_DTN_H, stTime.d2n_hour);
+    if (p_nKey == KEY_DTN_M)
         stTime.d2n_min = nNew;
     else
-        getKeyValFromCache(nScheme, kKeyDtnM, stTime.d2n_min);
-    if (p_nKey == kKeyNtdH)
+        getKeyValFromCache(nScheme, KEY_DTN_M, stTime.d2n_min);
+    if (p_nKey == KEY_NTD_H)
         stTime.n2d_hour = nNew;
     else
-        getKeyValFromCache(nScheme, kKeyNtdH, stTime.n2d_hour);
+        getKeyValFromCache(nScheme, KEY_NTD_H, stTime.n2d_hour);
     // Every other key sets the minute to day (152 in practice).
-    if (p_nKey != kKeyDtnH && p_nKey != kKeyDtnM && p_nKey != kKeyNtdH)
+    if (p_nKey != KEY_DTN_H && p_nKey != KEY_DTN_M && p_nKey != KEY_NTD_H)
         stTime.n2d_min = nNew;
     else
-        getKeyValFromCache(nScheme, kKeyNtdM, stTime.n2d_min);
+        getKeyValFromCache(nScheme, KEY_NTD_M, stTime.n2d_min);
     SNS_BARE(0,
              "m_nCurScheme(%u) dn_time_st.d2n_hour(%u) dn_time_st.d2n_min(%u) "
              "dn_time_st.n2d_hour(%u) dn_time_st.n2d_min(%u) \n",
@@ -167,13 +158,13 @@ int ISensorController::doDNTime(u32 p_nKey, u32 p_nDir, void* p_pVal) {
 
 // Always true, whatever getParameter answered.
 bool ISensorController::getDNMode(int& p_nMode) {
-    getParameter(kKeyDnMode, p_nMode);
+    getParameter(KEY_DN_MODE, p_nMode);
     return true;
 }
 
 // Sets the mode in the current scheme; saving is the host's flush.
 bool ISensorController::setDNMode(int p_nMode) {
-    return setParameter(kKeyDnMode, p_nMode, true) == SNS_SUCCESS;
+    return setParameter(KEY_DN_MODE, p_nMode, true) == SNS_SUCCESS;
 }
 
 // The ISP's present state (non-zero: night); never cached.
@@ -183,11 +174,11 @@ bool ISensorController::getDNState(int& p_nState) {
 
 // The user's mirror is stored as chosen; the pipeline and the ISP get it
 // mapped through the stored beaway.
-// Caller holds m_objMutex.
 int ISensorController::doMirror(u32 p_nKey, u32 p_nDir, void* p_pVal) {
+    SNS_REQUIRE_LOCK();
     const u32 nAsSet = *static_cast<u32*>(p_pVal);
     u32 nBeaway = 0;
-    getKeyValFromCache(static_cast<u32>(m_nCurScheme.load()), kKeyBeaway, nBeaway);
+    getKeyValFromCache(static_cast<u32>(m_nCurScheme.load()), KEY_BEAWAY, nBeaway);
     u32 nMirror = beawayMapping(nAsSet, nBeaway);
     SNS_DBG("nMirror(%u --> %u), nBeaway:%u\n", nAsSet, nMirror, nBeaway);
     SNS_ASSERT(SNS_SUCCESS == notifyToVideo(p_nKey, nMirror), "");
@@ -196,8 +187,8 @@ int ISensorController::doMirror(u32 p_nKey, u32 p_nDir, void* p_pVal) {
 
 // Beaway changes the mirror in effect: the pipeline hears the new effective
 // mirror and the beaway; the ISP gets the beaway only.
-// Caller holds m_objMutex.
 int ISensorController::doBeaway(u32 p_nKey, u32 p_nDir, void* p_pVal) {
+    SNS_REQUIRE_LOCK();
     if (!getshowBeawayFalg()) {
         // Withdrawn on this camera: stored as off, nothing sent.
         *static_cast<u32*>(p_pVal) = 0;
@@ -205,7 +196,7 @@ int ISensorController::doBeaway(u32 p_nKey, u32 p_nDir, void* p_pVal) {
     }
     u32 nBeaway = *static_cast<u32*>(p_pVal);
     u32 nMirror = 0;
-    getKeyValFromCache(static_cast<u32>(m_nCurScheme.load()), kKeyMirror, nMirror);
+    getKeyValFromCache(static_cast<u32>(m_nCurScheme.load()), KEY_MIRROR, nMirror);
     nMirror = beawayMapping(nMirror, nBeaway);
     SNS_ASSERT(SNS_SUCCESS == notifyToVideo(IA_CMD_UI_MIRROR, nMirror), "");
     SNS_ASSERT(SNS_SUCCESS == notifyToVideo(p_nKey, nBeaway), "");
@@ -214,18 +205,18 @@ int ISensorController::doBeaway(u32 p_nKey, u32 p_nDir, void* p_pVal) {
 
 // Sets the mirror and, only when that succeeded, saves the scheme.
 bool ISensorController::setMirrorMode(int p_nMode) {
-    if (setParameter(kKeyMirror, p_nMode, true) != SNS_SUCCESS)
+    if (setParameter(KEY_MIRROR, p_nMode, true) != SNS_SUCCESS)
         return false;
     flush();
     return true;
 }
 
 bool ISensorController::getMirrorValue(int& p_nVal) {
-    return getParameter(kKeyMirror, p_nVal);
+    return getParameter(KEY_MIRROR, p_nVal);
 }
 
 bool ISensorController::getBeaway(int& p_nVal) {
-    return getParameter(kKeyBeaway, p_nVal);
+    return getParameter(KEY_BEAWAY, p_nVal);
 }
 
 void ISensorController::setShowBeawayFalg(bool p_bShow) {

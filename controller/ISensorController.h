@@ -33,6 +33,13 @@ struct keycmd {
 SENSOR_API void setshowBeawayFalg(bool p_bShow);
 SENSOR_API bool getshowBeawayFalg();
 
+// Locking. One mutex per controller serialises the host's entry points. The
+// entry points marked "Locks" take it for their whole run; those marked
+// "Needs the lock" take none and must be called by a thread that holds it
+// (the controller's own locked entry points and its worker do); the rest take
+// no lock of the controller. init and uinit take none: the host calls them
+// while no other call runs. The worker round only tries the mutex and skips
+// its switch while a host call holds it.
 class SENSOR_API ISensorController {
 public:
     // State bits of m_nFlags.
@@ -64,46 +71,58 @@ public:
     void printDebugMsg();
 
     // Single keys and the per-scheme cache -------------------------------
+    // Takes no lock and needs none: the one place a command reaches the ISP.
+    // The lens, iris and light calls and getDNState reach it without the
+    // controller mutex; the locked entry points and the worker with it.
     int doIaCmd(u32 cmd, u32 opt, void* pVal);
-    // 0 when every entry was applied, else the negated key of the first failure.
+    // Needs the lock. 0 when every entry was applied, else the negated key of
+    // the first failure.
     int setParameters(KeyVal* p_pKeyval, u32 count, bool bCache);
-    int setParameter(int key, int value, bool bCache = true);
-    bool getParameter(int p_nKey, int& p_nVal);
+    int setParameter(int key, int value, bool bCache = true); // Locks.
+    bool getParameter(int p_nKey, int& p_nVal);               // Locks.
+    // Needs the lock (the four cache functions below).
     int setKeyValToCache(u32 scheme, u32 key, u32 value, bool bForce);
     int getKeyValFromCache(u32 scheme, u32 key, u32& value);
     bool isKeyValSame(const KeyVal& kv);
     int findFromKeyCmdMap(const keycmd* map, u32 key, keycmd& out);
-    int notifyToVideo(int key, int value);
+    int notifyToVideo(int key, int value); // Needs the lock.
+    // Takes no lock: a direct ISP read.
     bool getCmdExecStatus(int cmd, int& value);
-    int paramCheck();
+    int paramCheck(); // Needs the lock.
     // Allocates and fills m_pKeyCmdMap from the key-command table.
     void buildKeyCmdMap();
 
     // Parameter text ------------------------------------------------------
     bool parseSensorParameter(const std::string& text, std::vector<std::string>& fields);
-    int setParameters(const std::string& text, bool bCache);
+    int setParameters(const std::string& text, bool bCache); // Locks.
+    // Takes no lock itself: every getParameter it makes locks on its own.
     bool getParameters(const std::string& ids, std::string& out);
-    bool getAllParameters(std::string& out);
+    bool getAllParameters(std::string& out); // Locks.
 
     // Schemes, modes, the worker and saving -------------------------------
+    // Need the lock (the three below).
     int switch_to(int nScheme, bool force = false);
     int LPR_switch_to(int nScheme);
     int judgeCurScheme(int& nScheme, int& nSchedule);
+    // Lock (the four below).
     bool setParamScheme(int p_nScheme);
     bool getParamScheme(int& scheme);
     bool setParamMode(int p_nMode);
     bool getParamMode(int& mode);
+    // The worker's round: tries the lock, never waits for it.
     int sensorThread();
-    int flush();
+    int flush(); // Locks.
 
     // Restore and reset ---------------------------------------------------
-    int restore(int p_nKey);
-    bool restoreAeMode();
-    bool resetToLastParameters();
-    bool resetParameters();
+    int restore(int p_nKey);      // Locks.
+    bool restoreAeMode();         // Two restores, each locking on its own.
+    bool resetToLastParameters(); // Locks.
+    bool resetParameters();       // Locks, and starts the controller again under it.
+    // Takes no lock: a direct ISP call.
     int SensorCheck(std::string& text);
 
     // Handlers ------------------------------------------------------------
+    // Need the lock: they run from setParameters, under its caller's hold.
     int doIaCmd_User(u32 p_nKey, u32 p_nDir, void* p_pVal);
     int doHwdr(u32 p_nKey, u32 p_nDir, void* p_pVal);
     int doImageAdjust(u32 p_nKey, u32 p_nDir, void* p_pVal);
@@ -115,8 +134,12 @@ public:
     int doBeaway(u32 p_nKey, u32 p_nDir, void* p_pVal);
 
     // Day/night, mirror and beaway -----------------------------------------
+    // The mode, mirror and beaway calls lock through getParameter,
+    // setParameter and flush; the beaway switch itself takes no lock.
     bool getDNMode(int& p_nMode);
     bool setDNMode(int p_nMode);
+    // Takes no lock: reads the ISP's state directly (the worker calls it
+    // under its own hold).
     bool getDNState(int& p_nState);
     bool setMirrorMode(int p_nMode);
     bool getMirrorValue(int& p_nVal);
@@ -125,6 +148,11 @@ public:
     bool getShowBeawayFalg(bool& p_bShow);
 
     // Lens, iris, shutter and lights ---------------------------------------
+    // These take no lock of the controller: the lens, iris, light and shutter
+    // calls reach the ISP directly, through doIaCmd, without the mutex. Only
+    // the settings stored like keys (the illuminator switches, the
+    // white-light mode and the shutter setters and steps) lock, through
+    // setParameter.
     bool focusFar();
     bool focusNear();
     bool zoomIn();
@@ -154,17 +182,27 @@ public:
     bool setShutterValue(int p_nIndex);
     bool shutterUp();
     bool shutterDown();
+    // Copy the zoom and focus record under its own lock, not the controller's.
     int getSensorZoomFocusParam(SensorZoomFocusParam& p_objParam);
     int setSensorZoomFocusParam(SensorZoomFocusParam& p_objParam);
     bool getSensorParamRange(int p_nCmd, int& p_nDefault, std::string& p_strRange);
 
     // Texts for the host's UI ----------------------------------------------
+    // Lock (the three below).
     std::string getUIStyleFile();
     std::string getUILanguageFile(int p_nLanguageId);
     std::string getUICommonFile(int p_nLanguageId);
 
 private:
     friend class ISensorControllerTestAccess;
+
+    // The guards of the lock contract (controller/LockSites.h).
+    class LockGuard;
+    class TriedLock;
+    class SoleUse;
+    // In checked builds: aborts unless this thread holds m_objMutex or is
+    // the controller's sole user.
+    void requireLock(const char* p_szFunction) const;
 
     // Members in their fixed order. Fields that the worker and the host's
     // threads share are atomics of the plain type's size.

@@ -6,35 +6,21 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "controller/SensorKeys.h"
 #include "host/ia_ioctrl_v2.h"
 #include "keyval/SensorNumber.h"
 
 namespace {
 
-// ISP commands and keys served here.
+// ISP commands served here that are not a key of the same number, or that
+// no key names. The other commands are the keys' own numbers.
 enum : u32 {
-    kCmdExposeMode = 16,
-    kCmdMaxShutter = 49,
-    kCmdFixShutter = 50,
-    kCmdIrisPosition = 82,
-    kCmdIrisUp = 83,
-    kCmdIrisDown = 84,
-    kCmdIrSwitch = 160,
-    kCmdWhiteSwitch = 168,
-    kCmdWhiteMode = 169,
-    kKeyWhiteSwitch = 170,
-    kKeyWhiteMode = 171,
-    kCmdFocusMode = 1536,
-    kCmdFocusNearLimit = 1537,
-    kCmdFocusPosition = 1552,
-    kCmdFocusNear = 1553,
-    kCmdFocusFar = 1554,
-    kCmdZoomPosition = 1568,
-    kCmdZoomIn = 1569,
-    kCmdZoomOut = 1570,
-    kCmdPtzRunState = 1632,
-    kCmdAfStatistic = 1648,
-    kCmdWdrMode = 2368,
+    kCmdIrisUp = sensor_keys::commandOf(KEY_IRIS_UP),
+    kCmdIrisDown = sensor_keys::commandOf(KEY_IRIS_DOWN),
+    kCmdWhiteSwitch = sensor_keys::commandOf(KEY_WHITE_SWITCH),
+    kCmdWhiteMode = sensor_keys::commandOf(KEY_WHITE_MODE),
+    kCmdPtzRunState = IA_CMD_PTZ_RUN_STATE,
+    kCmdAfStatistic = IA_CMD_AF_STATISTIC,
 };
 
 // A manual focus step is only honoured in focus mode 1, a manual iris step or
@@ -57,10 +43,24 @@ const size_t kShutterListMax = 30;
 
 // Only these commands may have their range asked for.
 bool isRangeCommandAllowed(int p_nCmd) {
-    return p_nCmd == static_cast<int>(kCmdMaxShutter) ||
-           p_nCmd == static_cast<int>(kCmdFixShutter) ||
-           p_nCmd == static_cast<int>(kCmdIrisPosition) ||
-           p_nCmd == static_cast<int>(kCmdFocusNearLimit);
+    for (u32 nCmd : sensor_keys::kRangeKeys)
+        if (p_nCmd == static_cast<int>(nCmd))
+            return true;
+    return false;
+}
+
+// Before one illuminator goes on, the other goes off when the ISP says it is
+// on: the infrared and white lights are never on together. False when the
+// other light cannot be read or switched off.
+bool otherLightOff(ISensorController& p_objCtrl, int p_nVal,
+                   bool (ISensorController::*p_pGetOther)(int&),
+                   bool (ISensorController::*p_pSetOther)(int)) {
+    if (p_nVal != 1)
+        return true;
+    int nOther = 0;
+    if (!(p_objCtrl.*p_pGetOther)(nOther))
+        return false;
+    return nOther != 1 || (p_objCtrl.*p_pSetOther)(0);
 }
 
 // Splits a range text at single blanks into at most kShutterListMax numbers,
@@ -98,35 +98,35 @@ int findInList(const std::vector<int>& p_vecList, int p_nValue) {
 bool ISensorController::focusFar() {
     // The mode's result is ignored: the step itself tells whether it worked.
     u32 nMode = kManualFocusMode;
-    (void)doIaCmd(kCmdFocusMode, IA_CMD_OPT_SET, &nMode);
+    (void)doIaCmd(KEY_AUTO_FOCUS_MODE, IA_CMD_OPT_SET, &nMode);
     u32 nStep = 1;
-    return doIaCmd(kCmdFocusFar, IA_CMD_OPT_SET, &nStep) == SNS_SUCCESS;
+    return doIaCmd(KEY_FOCUS_FAR, IA_CMD_OPT_SET, &nStep) == SNS_SUCCESS;
 }
 
 // One focus step towards near. True when the ISP took the step.
 bool ISensorController::focusNear() {
     u32 nMode = kManualFocusMode;
-    (void)doIaCmd(kCmdFocusMode, IA_CMD_OPT_SET, &nMode);
+    (void)doIaCmd(KEY_AUTO_FOCUS_MODE, IA_CMD_OPT_SET, &nMode);
     u32 nStep = 1;
-    return doIaCmd(kCmdFocusNear, IA_CMD_OPT_SET, &nStep) == SNS_SUCCESS;
+    return doIaCmd(KEY_FOCUS_NEAR, IA_CMD_OPT_SET, &nStep) == SNS_SUCCESS;
 }
 
 // One zoom step towards tele.
 bool ISensorController::zoomIn() {
     u32 nStep = 1;
-    return doIaCmd(kCmdZoomIn, IA_CMD_OPT_SET, &nStep) == SNS_SUCCESS;
+    return doIaCmd(KEY_ZOOM_IN, IA_CMD_OPT_SET, &nStep) == SNS_SUCCESS;
 }
 
 // One zoom step towards wide.
 bool ISensorController::zoomOut() {
     u32 nStep = 1;
-    return doIaCmd(kCmdZoomOut, IA_CMD_OPT_SET, &nStep) == SNS_SUCCESS;
+    return doIaCmd(KEY_ZOOM_OUT, IA_CMD_OPT_SET, &nStep) == SNS_SUCCESS;
 }
 
 // One iris step open; false without a step when the exposure mode is refused.
 bool ISensorController::irisUp() {
     u32 nMode = kManualIrisExposeMode;
-    if (doIaCmd(kCmdExposeMode, IA_CMD_OPT_SET, &nMode) != SNS_SUCCESS)
+    if (doIaCmd(KEY_EXPOSE_MODE, IA_CMD_OPT_SET, &nMode) != SNS_SUCCESS)
         return false;
     u32 nStep = 1;
     return doIaCmd(kCmdIrisUp, IA_CMD_OPT_SET, &nStep) == SNS_SUCCESS;
@@ -135,7 +135,7 @@ bool ISensorController::irisUp() {
 // One iris step closed; false without a step when the exposure mode is refused.
 bool ISensorController::irisDown() {
     u32 nMode = kManualIrisExposeMode;
-    if (doIaCmd(kCmdExposeMode, IA_CMD_OPT_SET, &nMode) != SNS_SUCCESS)
+    if (doIaCmd(KEY_EXPOSE_MODE, IA_CMD_OPT_SET, &nMode) != SNS_SUCCESS)
         return false;
     u32 nStep = 1;
     return doIaCmd(kCmdIrisDown, IA_CMD_OPT_SET, &nStep) == SNS_SUCCESS;
@@ -145,14 +145,14 @@ bool ISensorController::irisDown() {
 
 // Moves the zoom motor to p_nPos.
 bool ISensorController::setZoomValue(int p_nPos) {
-    return doIaCmd(kCmdZoomPosition, IA_CMD_OPT_SET, &p_nPos) == SNS_SUCCESS;
+    return doIaCmd(KEY_MZ_POSITION, IA_CMD_OPT_SET, &p_nPos) == SNS_SUCCESS;
 }
 
 // Reads the zoom motor position and converts it into the zoom factor in
 // thousandths (1000 = 1x). Beyond the last table position the ratio is left
 // as it was and the result is still true.
 bool ISensorController::getZoomValue(int& p_nPos, int& p_nRatio) {
-    if (doIaCmd(kCmdZoomPosition, IA_CMD_OPT_GET, &p_nPos) != SNS_SUCCESS)
+    if (doIaCmd(KEY_MZ_POSITION, IA_CMD_OPT_GET, &p_nPos) != SNS_SUCCESS)
         return false;
     if (p_nPos <= static_cast<int>(kZoomRatioPos[0])) {
         p_nRatio = 1000;
@@ -177,19 +177,19 @@ bool ISensorController::setPTZRunState(int p_nState) {
 }
 
 bool ISensorController::setFocusValue(int p_nVal) {
-    return doIaCmd(kCmdFocusPosition, IA_CMD_OPT_SET, &p_nVal) == SNS_SUCCESS;
+    return doIaCmd(KEY_MF_POSITION, IA_CMD_OPT_SET, &p_nVal) == SNS_SUCCESS;
 }
 
 bool ISensorController::getFocusValue(int& p_nVal) {
-    return doIaCmd(kCmdFocusPosition, IA_CMD_OPT_GET, &p_nVal) == SNS_SUCCESS;
+    return doIaCmd(KEY_MF_POSITION, IA_CMD_OPT_GET, &p_nVal) == SNS_SUCCESS;
 }
 
 bool ISensorController::setFocusMode(int p_nMode) {
-    return doIaCmd(kCmdFocusMode, IA_CMD_OPT_SET, &p_nMode) == SNS_SUCCESS;
+    return doIaCmd(KEY_AUTO_FOCUS_MODE, IA_CMD_OPT_SET, &p_nMode) == SNS_SUCCESS;
 }
 
 bool ISensorController::getFocusMode(int& p_nMode) {
-    return doIaCmd(kCmdFocusMode, IA_CMD_OPT_GET, &p_nMode) == SNS_SUCCESS;
+    return doIaCmd(KEY_AUTO_FOCUS_MODE, IA_CMD_OPT_GET, &p_nMode) == SNS_SUCCESS;
 }
 
 // The autofocus measure of the current picture.
@@ -199,7 +199,7 @@ bool ISensorController::getAFStatistic(unsigned int& p_nVal) {
 
 // The wide-dynamic-range mode as the ISP holds it, not as cached.
 bool ISensorController::getWDR(int& p_nVal) {
-    return doIaCmd(kCmdWdrMode, IA_CMD_OPT_GET, &p_nVal) == SNS_SUCCESS;
+    return doIaCmd(KEY_WDR_MODE, IA_CMD_OPT_GET, &p_nVal) == SNS_SUCCESS;
 }
 
 // Iris ---------------------------------------------------------------------
@@ -216,13 +216,13 @@ bool ISensorController::setIrisValue(int p_nVal) {
         nIris = kIrisBeyondMax;
 
     u32 nMode = kManualIrisExposeMode;
-    if (doIaCmd(kCmdExposeMode, IA_CMD_OPT_SET, &nMode) != SNS_SUCCESS)
+    if (doIaCmd(KEY_EXPOSE_MODE, IA_CMD_OPT_SET, &nMode) != SNS_SUCCESS)
         return false;
-    return doIaCmd(kCmdIrisPosition, IA_CMD_OPT_SET, &nIris) == SNS_SUCCESS;
+    return doIaCmd(KEY_IRIS_POSITION, IA_CMD_OPT_SET, &nIris) == SNS_SUCCESS;
 }
 
 bool ISensorController::getIrisValue(int& p_nVal) {
-    return doIaCmd(kCmdIrisPosition, IA_CMD_OPT_GET, &p_nVal) == SNS_SUCCESS;
+    return doIaCmd(KEY_IRIS_POSITION, IA_CMD_OPT_GET, &p_nVal) == SNS_SUCCESS;
 }
 
 // Illuminators ---------------------------------------------------------------
@@ -231,32 +231,24 @@ bool ISensorController::getIrisValue(int& p_nVal) {
 // infrared and white lights are never on together: switching one on first
 // switches the other off.
 bool ISensorController::setIRSwitch(int p_nVal) {
-    if (p_nVal == 1) {
-        int nWhite = 0;
-        if (!getWhiteSwitch(nWhite))
-            return false;
-        if (nWhite == 1 && !setWhiteSwitch(0))
-            return false;
-    }
-    return setParameter(kCmdIrSwitch, p_nVal, true) == SNS_SUCCESS;
+    if (!otherLightOff(*this, p_nVal, &ISensorController::getWhiteSwitch,
+                       &ISensorController::setWhiteSwitch))
+        return false;
+    return setParameter(KEY_IR_SWITCH, p_nVal, true) == SNS_SUCCESS;
 }
 
 // The infrared switch as the ISP holds it.
 bool ISensorController::getIRSwitch(int& p_nVal) {
-    return doIaCmd(kCmdIrSwitch, IA_CMD_OPT_GET, &p_nVal) == SNS_SUCCESS;
+    return doIaCmd(KEY_IR_SWITCH, IA_CMD_OPT_GET, &p_nVal) == SNS_SUCCESS;
 }
 
 // Switches the white-light illuminator and stores the switch like a key; the
 // infrared light goes off first when it is on.
 bool ISensorController::setWhiteSwitch(int p_nVal) {
-    if (p_nVal == 1) {
-        int nIr = 0;
-        if (!getIRSwitch(nIr))
-            return false;
-        if (nIr == 1 && !setIRSwitch(0))
-            return false;
-    }
-    return setParameter(kKeyWhiteSwitch, p_nVal, true) == SNS_SUCCESS;
+    if (!otherLightOff(*this, p_nVal, &ISensorController::getIRSwitch,
+                       &ISensorController::setIRSwitch))
+        return false;
+    return setParameter(KEY_WHITE_SWITCH, p_nVal, true) == SNS_SUCCESS;
 }
 
 // The white-light switch as the ISP holds it.
@@ -266,7 +258,7 @@ bool ISensorController::getWhiteSwitch(int& p_nVal) {
 
 // Sets the white-light mode and stores it like a key.
 bool ISensorController::setWhiteMode(int p_nVal) {
-    return setParameter(kKeyWhiteMode, p_nVal, true) == SNS_SUCCESS;
+    return setParameter(KEY_WHITE_MODE, p_nVal, true) == SNS_SUCCESS;
 }
 
 // The white-light mode as the ISP holds it.
@@ -285,7 +277,7 @@ namespace {
 std::vector<int> shutterList(ISensorController& p_objCtrl) {
     int nDefault = 0;
     std::string strRange;
-    (void)p_objCtrl.getSensorParamRange(kCmdMaxShutter, nDefault, strRange);
+    (void)p_objCtrl.getSensorParamRange(KEY_MAX_SHUTTER, nDefault, strRange);
     return splitRangeText(strRange);
 }
 
@@ -296,7 +288,7 @@ std::vector<int> shutterList(ISensorController& p_objCtrl) {
 bool ISensorController::getShutterValue(int& p_nIndex) {
     const std::vector<int> vecList = shutterList(*this);
     int nValue = 0;
-    if (doIaCmd(kCmdMaxShutter, IA_CMD_OPT_GET, &nValue) != SNS_SUCCESS)
+    if (doIaCmd(KEY_MAX_SHUTTER, IA_CMD_OPT_GET, &nValue) != SNS_SUCCESS)
         return false;
     const int nIndex = findInList(vecList, nValue);
     if (nIndex < 0)
@@ -311,7 +303,7 @@ bool ISensorController::setShutterValue(int p_nIndex) {
     const std::vector<int> vecList = shutterList(*this);
     if (vecList.empty() || p_nIndex < 0 || static_cast<size_t>(p_nIndex) >= vecList.size())
         return false;
-    return setParameter(kCmdMaxShutter, vecList[p_nIndex], true) == SNS_SUCCESS;
+    return setParameter(KEY_MAX_SHUTTER, vecList[p_nIndex], true) == SNS_SUCCESS;
 }
 
 // Moves the shutter one position up the list; at the last position the
@@ -319,14 +311,14 @@ bool ISensorController::setShutterValue(int p_nIndex) {
 bool ISensorController::shutterUp() {
     const std::vector<int> vecList = shutterList(*this);
     int nValue = 0;
-    if (doIaCmd(kCmdMaxShutter, IA_CMD_OPT_GET, &nValue) != SNS_SUCCESS)
+    if (doIaCmd(KEY_MAX_SHUTTER, IA_CMD_OPT_GET, &nValue) != SNS_SUCCESS)
         return false;
     const int nIndex = findInList(vecList, nValue);
     if (nIndex < 0)
         return false;
     if (static_cast<size_t>(nIndex) + 1 < vecList.size())
         nValue = vecList[nIndex + 1];
-    return setParameter(kCmdMaxShutter, nValue, true) == SNS_SUCCESS;
+    return setParameter(KEY_MAX_SHUTTER, nValue, true) == SNS_SUCCESS;
 }
 
 // Moves the shutter one position down the list; at the first position the
@@ -334,14 +326,14 @@ bool ISensorController::shutterUp() {
 bool ISensorController::shutterDown() {
     const std::vector<int> vecList = shutterList(*this);
     int nValue = 0;
-    if (doIaCmd(kCmdMaxShutter, IA_CMD_OPT_GET, &nValue) != SNS_SUCCESS)
+    if (doIaCmd(KEY_MAX_SHUTTER, IA_CMD_OPT_GET, &nValue) != SNS_SUCCESS)
         return false;
     const int nIndex = findInList(vecList, nValue);
     if (nIndex < 0)
         return false;
     if (nIndex > 0)
         nValue = vecList[nIndex - 1];
-    return setParameter(kCmdMaxShutter, nValue, true) == SNS_SUCCESS;
+    return setParameter(KEY_MAX_SHUTTER, nValue, true) == SNS_SUCCESS;
 }
 
 // Zoom and focus record --------------------------------------------------------

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "controller/SensorKeys.h"
 #include "host/ia_ioctrl_v2.h"
 #include "host/sy_system.h"
 #include "keyval/SensorNumber.h"
@@ -17,10 +18,6 @@
 using namespace sensor_detail;
 
 namespace {
-
-const int KEY_EXPOSE_MODE = 16;
-const int KEY_AUTO_FOCUS_MODE = 1536;
-const int IA_CMD_SENSOR_CHECK_CMD = 2816;
 
 // A NUL-terminated copy of a fixed text field that may lack its terminator.
 std::string boundedText(const char* p_szText, size_t p_nSize) {
@@ -36,7 +33,7 @@ std::string boundedText(const char* p_szText, size_t p_nSize) {
 // already holds it. SNS_SUCCESS, the apply result, or -1 for a key the scheme
 // does not hold.
 int ISensorController::restore(int p_nKey) {
-    SNS_LOCK_GUARD(730);
+    SNS_LOCK_GUARD(kRestore);
     SNS_DBG("p_nKey(%d)\n", p_nKey);
 
     int nPos = -1;
@@ -71,14 +68,13 @@ bool ISensorController::resetToLastParameters() {
     SNS_DBG("\n");
     // Locked before the scheme index is read: a reset on another thread
     // rewrites the index and the scheme count.
-    SNS_LOCK_GUARD(1192);
+    SNS_LOCK_GUARD(kResetToLastParameters);
     const int nCurScheme = m_nCurScheme;
     if (nCurScheme < 0 || static_cast<u32>(nCurScheme) >= m_stSysConf.nSchemeSum)
         return true;
 
-    char szTmp[128] = {0};
-    snprintf(szTmp, sizeof(szTmp),
-             m_nCameraID == 2 ? SENSOR_THERMAL_SCHEME_FILE : SENSOR_SCHEME_FILE, nCurScheme);
+    const std::string strFile = sensorSchemeFile(m_nCameraID, nCurScheme);
+    const char* szTmp = strFile.c_str();
 
     setFlag(m_nFlags, restoring_flag);
     // A missing or short file leaves the scratch array (or its tail) as the
@@ -96,7 +92,7 @@ bool ISensorController::resetToLastParameters() {
 // starts the controller again from the module description of its last start
 // and makes scheme 0 current. Always true.
 bool ISensorController::resetParameters() {
-    SNS_LOCK_GUARD(1145);
+    SNS_LOCK_GUARD(kResetParameters);
     SNS_DBG("resetting\n");
 
     setFlag(m_nFlags, resetting_flag);
@@ -157,7 +153,7 @@ int ISensorController::SensorCheck(std::string& text) {
         aRecord[i] = sensorAtoi(vecFields[i].c_str());
 
     const bool bRead = aRecord[1] == 2;
-    const int nRet = ia_ioctrl_v2(m_nCameraID - 1, IA_CMD_SENSOR_CHECK_CMD,
+    const int nRet = ia_ioctrl_v2(m_nCameraID - 1, IA_CMD_SENSOR_CHECK,
                                   bRead ? IA_CMD_OPT_GET : IA_CMD_OPT_SET, aRecord);
     if (bRead) {
         char szResult[16] = {0};

@@ -5,14 +5,13 @@
 #include <cstring>
 #include <thread>
 
+#include "controller/SensorKeys.h"
 #include "host/KPDeviceTime.h"
 #include "host/TarvelTime.h"
 
 using namespace sensor_detail;
 
 namespace {
-
-const u32 KEY_DN_MODE = 144;
 
 // Waits in steps of 0.5 s while a reset, a restore or a switch is under way.
 void waitWhileBusy(const std::atomic<u8>& p_nFlags) {
@@ -22,25 +21,12 @@ void waitWhileBusy(const std::atomic<u8>& p_nFlags) {
     }
 }
 
-// Releases a lock that was taken with TryLock.
-class TryLockRelease {
-public:
-    TryLockRelease(KPMutex& p_objMutex, int p_nLine) : m_objMutex(p_objMutex), m_nLine(p_nLine) {}
-    ~TryLockRelease() { m_objMutex.Unlock("ISensorController.cpp", m_nLine); }
-    TryLockRelease(const TryLockRelease&) = delete;
-    TryLockRelease& operator=(const TryLockRelease&) = delete;
-
-private:
-    KPMutex& m_objMutex;
-    int m_nLine;
-};
-
 } // namespace
 
 // Makes nScheme current and pushes its values: with force every value, else
 // only those that differ from the scheme applied before. Always SNS_SUCCESS.
-// Caller holds m_objMutex.
 int ISensorController::switch_to(int nScheme, bool force) {
+    SNS_REQUIRE_LOCK();
     SNS_DBG("switch_to(): %d -> %d\n", m_nCurScheme.load(), nScheme);
 
     setFlag(m_nFlags, switching_flag);
@@ -70,8 +56,8 @@ int ISensorController::switch_to(int nScheme, bool force) {
 // The switch of a plate-reading device leaving its time windows: the whole
 // scheme is pushed with the day/night mode forced to 0 (the stored scheme
 // keeps its own mode). Always SNS_SUCCESS.
-// Caller holds m_objMutex.
 int ISensorController::LPR_switch_to(int nScheme) {
+    SNS_REQUIRE_LOCK();
     setFlag(m_nFlags, switching_flag);
     m_nLastScheme = m_nCurScheme.load();
     m_nCurScheme = nScheme;
@@ -95,8 +81,8 @@ int ISensorController::LPR_switch_to(int nScheme) {
 
 // The lowest user scheme whose window [start, end) holds the device time
 // (nSchedule 1), else scheme 0 (nSchedule 0). Always SNS_SUCCESS.
-// Caller holds m_objMutex.
 int ISensorController::judgeCurScheme(int& nScheme, int& nSchedule) {
+    SNS_REQUIRE_LOCK();
     const KPDateTime stNow = KPDeviceTime::getCurrentTime();
     const u32 nNow = static_cast<u32>(stNow.hour * 100 + stNow.minute);
 
@@ -121,7 +107,7 @@ int ISensorController::judgeCurScheme(int& nScheme, int& nSchedule) {
 // values). An out-of-range index is reported and still used. True when the
 // switch succeeded.
 bool ISensorController::setParamScheme(int p_nScheme) {
-    SNS_LOCK_GUARD(1210);
+    SNS_LOCK_GUARD(kSetParamScheme);
     SNS_ASSERT_TEXT(p_nScheme >= 0 && (u32)p_nScheme <= m_stSysConf.nSchemeSum,
                     "p_nScheme >= 0 && (u32)p_nScheme <= m_stSysConf.nSchemeSum", "p_nScheme(%d)\n",
                     p_nScheme);
@@ -131,7 +117,7 @@ bool ISensorController::setParamScheme(int p_nScheme) {
 
 // The current scheme index (-1 before the first switch). Always true.
 bool ISensorController::getParamScheme(int& scheme) {
-    SNS_LOCK_GUARD(1222);
+    SNS_LOCK_GUARD(kGetParamScheme);
     scheme = m_nCurScheme;
     return true;
 }
@@ -139,7 +125,7 @@ bool ISensorController::getParamScheme(int& scheme) {
 // 0: the worker never switches; 1: it switches by the clock or by day/night.
 // Any other value is reported and still stored. Always true.
 bool ISensorController::setParamMode(int p_nMode) {
-    SNS_LOCK_GUARD(1229);
+    SNS_LOCK_GUARD(kSetParamMode);
     SNS_ASSERT_TEXT(0 == p_nMode || 1 == (u32)p_nMode, "0 == p_nMode || 1 == p_nMode",
                     "p_nMode(%d)\n", p_nMode);
     waitWhileBusy(m_nFlags);
@@ -149,7 +135,7 @@ bool ISensorController::setParamMode(int p_nMode) {
 
 // The parameter mode. Always true.
 bool ISensorController::getParamMode(int& mode) {
-    SNS_LOCK_GUARD(1243);
+    SNS_LOCK_GUARD(kGetParamMode);
     mode = static_cast<int>(m_nParamMode.load());
     return true;
 }
@@ -168,11 +154,11 @@ int ISensorController::sensorThread() {
     // switch is left to the next round. It never waits for it, because a host
     // call may hold it while it stops this thread (a reset). The mutex is
     // recursive, so the round that init runs under a reset's lock gets it.
-    if (!m_objMutex.TryLock("ISensorController.cpp", 1262)) {
+    if (!m_objMutex.TryLock(lock_site::kFile, lock_site::kWorkerRound)) {
         std::this_thread::yield();
         return 0;
     }
-    TryLockRelease objRelease(m_objMutex, 1262);
+    TriedLock objRelease(*this, lock_site::kWorkerRound);
 
     if (m_nParamMode == 0)
         return 0;

@@ -12,6 +12,7 @@
 
 #include "config/DnaStyle.h"
 #include "host/KPFile.h"
+#include "controller/SensorKeys.h"
 #include "host/sy_system.h"
 #include "storage/DeviceRoot.h"
 #include "storage/SensorFile.h"
@@ -19,8 +20,6 @@
 using namespace sensor_detail;
 
 namespace {
-
-const u32 KEY_SCHEME_MODE = 8000;
 
 // The first entry with the key, or null.
 KeyVal* findEntry(KeyVal* p_pKeyVal, u32 p_nNum, u32 p_nKey) {
@@ -37,14 +36,6 @@ void setFirst(KeyVal* p_pKeyVal, u32 p_nNum, u32 p_nKey, u32 p_nValue) {
     KeyVal* pEntry = findEntry(p_pKeyVal, p_nNum, p_nKey);
     if (pEntry != nullptr)
         pEntry->value = p_nValue;
-}
-
-std::string schemeFileName(int p_nCameraID, u32 p_nScheme) {
-    char szName[128] = {0};
-    snprintf(szName, sizeof(szName),
-             p_nCameraID == 2 ? SENSOR_THERMAL_SCHEME_FILE : SENSOR_SCHEME_FILE,
-             static_cast<int>(p_nScheme));
-    return szName;
 }
 
 bool fileExists(const std::string& p_strDevicePath) {
@@ -116,16 +107,20 @@ u32 remapByKey(const std::vector<KeyVal>& p_vecStored, const KeyVal* p_pFct, Key
 // first scheme and starts the worker. Every failure is reported and start-up
 // goes on: the result is always true.
 bool ISensorController::init(const ModuleConfigure& p_objModuleConfigure) {
-    // 1.
+    // The host starts a controller while no other call reaches it and its
+    // worker does not run yet: start-up fills the schemes and makes the
+    // first switch as the controller's sole user, without the mutex.
+    SoleUse objSoleUse(*this);
+    // Start-up in progress: a previous start's finished state no longer holds.
     clearFlag(m_nFlags, initing_flag | inited_flag);
     setFlag(m_nFlags, initing_flag);
 
-    // 2.
+    // The channel's configuration: module, merged style, languages.
     SNS_ASSERT_TEXT(SNS_SUCCESS == initSysConf(m_nCameraID, p_objModuleConfigure, &m_stSysConf),
                     "SNS_SUCCESS == initSysConf(m_nCameraID,p_objModuleConfigure, &m_stSysConf)",
                     "");
 
-    // 3. The factory data may fill up to its capacity whatever row count a
+    // The factory data may fill up to its capacity whatever row count a
     // previous start-up left behind, so the room is never below it.
     const u32 nFctRoom =
         m_nKeyCmdNum > SENSOR_FACTORY_CAPACITY ? m_nKeyCmdNum : SENSOR_FACTORY_CAPACITY;
@@ -133,7 +128,7 @@ bool ISensorController::init(const ModuleConfigure& p_objModuleConfigure) {
     m_pstKeyValTmp2 = static_cast<KeyVal*>(std::calloc(nFctRoom, sizeof(KeyVal)));
     m_pFctKeyVal = pFctTmp;
 
-    // 4.
+    // The factory values, from the style as the ISP's ranges rewrite it.
     m_nKeyValSum = 0;
     SNS_ASSERT_TEXT(SNS_SUCCESS == getFctData(m_nCameraID, m_stSysConf.szUIStyle, m_pFctKeyVal,
                                               &m_nKeyValSum, m_bShowWDRFalg),
@@ -143,7 +138,7 @@ bool ISensorController::init(const ModuleConfigure& p_objModuleConfigure) {
     if (m_nKeyValSum > nFctRoom)
         m_nKeyValSum = nFctRoom;
 
-    // 5. One block for every scheme and the factory slot; +1 keeps the block
+    // One block for every scheme and the factory slot; +1 keeps the block
     // a real allocation even for an empty factory set.
     const u32 nSchemeSum = m_stSysConf.nSchemeSum;
     const u32 nKeyValSum = m_nKeyValSum;
@@ -169,13 +164,13 @@ bool ISensorController::init(const ModuleConfigure& p_objModuleConfigure) {
         m_ppUserKeyVal[s] = pBlock + static_cast<size_t>(s) * nKeyValSum;
     SNS_DBG("m_nKeyCmdNum(%d), m_nKeyValNum(%d)\n", m_nKeyCmdNum, m_nKeyValSum);
 
-    // 6.
+    // The factory slot is the last array of the block; the temporary goes.
     if (nKeyValSum > 0)
         std::memcpy(m_ppUserKeyVal[nSchemeSum], pFctTmp, nKeyValSum * sizeof(KeyVal));
     std::free(pFctTmp);
     m_pFctKeyVal = m_ppUserKeyVal[nSchemeSum];
 
-    // 7.
+    // Files of another version may not fit these keys: they are deleted.
     u32 nLocalVersion = 0;
     if (getVersion(&nLocalVersion) != SNS_SUCCESS || nLocalVersion != m_nVersion) {
         SNS_WARN("check the sensor version,   local(%u) --> libsensordll.so(%u), source the cmd: "
@@ -184,7 +179,7 @@ bool ISensorController::init(const ModuleConfigure& p_objModuleConfigure) {
         (void)sy_system(sensorRemoveSchemeFilesCommand().c_str(), 30);
     }
 
-    // 8.
+    // Vehicle detection without an infrared choice is a plate-reading camera.
     MachineInfo objMachineInfo;
     (void)SystemInfoParser::parseMachineInfo(sensorDevicePath(SENSOR_MACHINE_INFO_FILE),
                                              objMachineInfo);
@@ -195,9 +190,9 @@ bool ISensorController::init(const ModuleConfigure& p_objModuleConfigure) {
         std::strstr(szDetail, "(isInfrared=1)") == nullptr)
         m_bLprMode = true;
 
-    // 9.
+    // Every user scheme: written from the factory values when missing, then loaded.
     for (u32 s = 0; s < nSchemeSum; ++s) {
-        const std::string strName = schemeFileName(m_nCameraID, s);
+        const std::string strName = sensorSchemeFile(m_nCameraID, static_cast<int>(s));
         if (!fileExists(strName)) {
             const KeyVal* pSource = m_pFctKeyVal;
             if (!m_bLprMode) {
@@ -207,26 +202,26 @@ bool ISensorController::init(const ModuleConfigure& p_objModuleConfigure) {
                 // The night scheme of a plate-reading device: colour off,
                 // short shutter, metering and strong near infrared.
                 std::memcpy(m_pstKeyValTmp2, m_pFctKeyVal, nKeyValSum * sizeof(KeyVal));
-                setFirst(m_pstKeyValTmp2, nKeyValSum, 144, 0);  // KEY_DN_MODE
-                setFirst(m_pstKeyValTmp2, nKeyValSum, 49, 18);  // KEY_MAX_SHUTTER
-                setFirst(m_pstKeyValTmp2, nKeyValSum, 96, 1);   // KEY_METER_AREA
-                setFirst(m_pstKeyValTmp2, nKeyValSum, 161, 2);  // KEY_IR_MODE
-                setFirst(m_pstKeyValTmp2, nKeyValSum, 163, 40); // KEY_IR_MANUAL_STRG_NEAR
+                setFirst(m_pstKeyValTmp2, nKeyValSum, KEY_DN_MODE, 0);
+                setFirst(m_pstKeyValTmp2, nKeyValSum, KEY_MAX_SHUTTER, 18);
+                setFirst(m_pstKeyValTmp2, nKeyValSum, KEY_METER_AREA, 1);
+                setFirst(m_pstKeyValTmp2, nKeyValSum, KEY_IR_MODE, 2);
+                setFirst(m_pstKeyValTmp2, nKeyValSum, KEY_IR_MANUAL_STRG_NEAR, 40);
                 pSource = m_pstKeyValTmp2;
             }
             (void)keyValToFile(strName.c_str(), pSource, nKeyValSum);
         }
-        // A short or unreadable file leaves the factory values in the tail,
-        // never uninitialised memory.
-        std::memcpy(m_ppUserKeyVal[s], m_pFctKeyVal, nKeyValSum * sizeof(KeyVal));
-        (void)keyValFromFile(strName.c_str(), m_ppUserKeyVal[s], nKeyValSum);
-        // A style update may add, drop or reorder factory keys without a new
-        // stamp; a raw load of an older file then misplaces values. Such a
-        // file is taken record by record by key, so that the user's saved
-        // settings survive; the next flush writes it in the new layout.
+        // The file is read once. One in the factory's layout is the raw load;
+        // any other takes the raw load for its reports, then record by record
+        // by key (a style update may change the keys without a new stamp).
         int64_t nStoredBytes = 0;
         const std::vector<KeyVal> vecStored = readStoredRecords(strName, nStoredBytes);
-        if (!fitsLayout(vecStored, nStoredBytes, m_pFctKeyVal, nKeyValSum)) {
+        const bool bFits =
+            nKeyValSum > 0 && fitsLayout(vecStored, nStoredBytes, m_pFctKeyVal, nKeyValSum);
+        if (bFits) {
+            std::memcpy(m_ppUserKeyVal[s], vecStored.data(), nKeyValSum * sizeof(KeyVal));
+        } else {
+            (void)keyValFromFile(strName.c_str(), m_ppUserKeyVal[s], nKeyValSum);
             const u32 nKept = remapByKey(vecStored, m_pFctKeyVal, m_ppUserKeyVal[s], nKeyValSum);
             if (!vecStored.empty())
                 SNS_WARN("%s does not fit the factory layout: %u of its %u records kept by key\n",
@@ -240,14 +235,14 @@ bool ISensorController::init(const ModuleConfigure& p_objModuleConfigure) {
         }
     }
 
-    // 10.
+    // The stamp names this version from now on.
     SNS_ASSERT_TEXT(SNS_SUCCESS == setVersion(m_nVersion), "SNS_SUCCESS == setVersion(m_nVersion)",
                     "m_nVersion(%d)\n", m_nVersion);
 
-    // 11.
+    // The key-command table.
     buildKeyCmdMap();
 
-    // 12.
+    // The scratch array for parameter texts.
     m_pstKeyValTmp = static_cast<KeyVal*>(std::calloc(nKeyValSum + 1, sizeof(KeyVal)));
     // Until a parameter text is parsed into it, the scratch array holds the
     // first scheme as start-up found it: a return to the last parameters
@@ -256,17 +251,17 @@ bool ISensorController::init(const ModuleConfigure& p_objModuleConfigure) {
     if (m_pstKeyValTmp != nullptr && m_ppUserKeyVal != nullptr && nKeyValSum > 0)
         std::memcpy(m_pstKeyValTmp, m_ppUserKeyVal[0], nKeyValSum * sizeof(KeyVal));
 
-    // 13.
+    // A fixed scheme applies scheme 0 now; the automatic modes leave it to the worker.
     if (!m_bTimeScheme && !m_bDNScheme)
         (void)switch_to(0, false);
 
-    // 14.
+    // One round of the worker on the calling thread ...
     (void)sensorThread();
 
-    // 15.
+    // ... then the worker itself, once a second.
     SNS_ASSERT_TEXT(m_pSensorThread->start(), "m_pSensorThread->start()", "");
 
-    // 16. Streams at 50/60 fps cannot carry wide dynamic range; small
+    // Streams at 50/60 fps cannot carry wide dynamic range; small
     // encoded streams of the AV200 models cannot carry beaway.
     m_bShowWDRFalg = true;
     setshowBeawayFalg(true);
@@ -282,7 +277,7 @@ bool ISensorController::init(const ModuleConfigure& p_objModuleConfigure) {
             setshowBeawayFalg(false);
     }
 
-    // 17.
+    // Started.
     clearFlag(m_nFlags, initing_flag);
     setFlag(m_nFlags, inited_flag);
     SNS_DBG("ISensorController::initSensor  success\n");

@@ -28,7 +28,7 @@ bool ISensorController::parseSensorParameter(const std::string& text,
 // Applies a pair list; the result of the array form (0, or the negated key
 // of the first pair that failed).
 int ISensorController::setParameters(const std::string& text, bool bCache) {
-    SNS_LOCK_GUARD(713);
+    SNS_LOCK_GUARD(kSetParametersText);
     SNS_DBG("p_Parameters1111111111(%s)\n", text.c_str());
 
     // The text comes from a web page: a list longer than a scheme does not
@@ -78,7 +78,7 @@ bool ISensorController::getParameters(const std::string& ids, std::string& out) 
 // The current scheme's whole array as a pair list, its dynamic values first
 // corrected by the ISP. Always true.
 bool ISensorController::getAllParameters(std::string& out) {
-    SNS_LOCK_GUARD(1111);
+    SNS_LOCK_GUARD(kGetAllParameters);
     const int nCurScheme = m_nCurScheme;
     // Before the first switch (or after shut-down) there is no current array.
     if (m_ppUserKeyVal == nullptr || nCurScheme < 0 ||

@@ -21,8 +21,16 @@ const UILanguageEntry* findLanguage(const SysConfig& p_stSysConf, int p_nLanguag
     return &p_stSysConf.pLanguageTab[0];
 }
 
-std::string textOf(const char* p_szText) {
-    return p_szText != nullptr ? std::string(p_szText) : std::string();
+// One text of the language id's entry (the first entry's for an unknown id);
+// empty before start-up, when there is no configuration, and for an empty table.
+std::string languageText(const SysConfig& p_stSysConf, bool p_bInited, int p_nLanguageId,
+                         char* UILanguageEntry::*p_pText) {
+    if (!p_bInited)
+        return std::string();
+    const UILanguageEntry* pEntry = findLanguage(p_stSysConf, p_nLanguageId);
+    if (pEntry == nullptr || pEntry->*p_pText == nullptr)
+        return std::string();
+    return std::string(pEntry->*p_pText);
 }
 
 } // namespace
@@ -30,7 +38,7 @@ std::string textOf(const char* p_szText) {
 // The style document rewritten with the ranges the ISP reports now; rebuilt
 // on every call.
 std::string ISensorController::getUIStyleFile() {
-    SNS_LOCK_GUARD(1290);
+    SNS_LOCK_GUARD(kGetUIStyleFile);
     std::string strTmp;
     // Before start-up (or after shut-down) there is no style: an empty one.
     const char* szStyle = m_stSysConf.szUIStyle != nullptr && testFlag(m_nFlags, inited_flag)
@@ -47,20 +55,16 @@ std::string ISensorController::getUIStyleFile() {
 // The language text of the language id (the first entry's for an unknown id,
 // empty for an empty table).
 std::string ISensorController::getUILanguageFile(int p_nLanguageId) {
-    SNS_LOCK_GUARD(1300);
+    SNS_LOCK_GUARD(kGetUILanguageFile);
     SNS_DBG("LanguageId(%d)\n", p_nLanguageId);
-    if (!testFlag(m_nFlags, inited_flag))
-        return std::string(); // no configuration before start-up
-    const UILanguageEntry* pEntry = findLanguage(m_stSysConf, p_nLanguageId);
-    return pEntry != nullptr ? textOf(pEntry->szLanguageFile) : std::string();
+    return languageText(m_stSysConf, testFlag(m_nFlags, inited_flag), p_nLanguageId,
+                        &UILanguageEntry::szLanguageFile);
 }
 
 // The common text of the language id, chosen as getUILanguageFile does.
 std::string ISensorController::getUICommonFile(int p_nLanguageId) {
-    SNS_LOCK_GUARD(1310);
+    SNS_LOCK_GUARD(kGetUICommonFile);
     SNS_DBG("LanguageId(%d)\n", p_nLanguageId);
-    if (!testFlag(m_nFlags, inited_flag))
-        return std::string(); // no configuration before start-up
-    const UILanguageEntry* pEntry = findLanguage(m_stSysConf, p_nLanguageId);
-    return pEntry != nullptr ? textOf(pEntry->szCommonFile) : std::string();
+    return languageText(m_stSysConf, testFlag(m_nFlags, inited_flag), p_nLanguageId,
+                        &UILanguageEntry::szCommonFile);
 }

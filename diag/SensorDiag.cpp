@@ -111,9 +111,16 @@ void writeErrorLog(const char* tag, const std::string& first, const std::string*
 } // namespace
 
 void updateDebugLevel() {
-    const std::string strPath = sensorDevicePath(kSignFile);
+    // Asked before every decision: the path is built without allocating.
+    char szPath[512];
+    std::string strLong;
+    const char* szSign = szPath;
+    if (!sensorDevicePathInto(kSignFile, szPath, sizeof(szPath))) {
+        strLong = sensorDevicePath(kSignFile);
+        szSign = strLong.c_str();
+    }
     struct stat st;
-    if (::stat(strPath.c_str(), &st) != 0) {
+    if (::stat(szSign, &st) != 0) {
         g_nDebugLevel = 1;
         g_bEnAssert = false;
         std::lock_guard<std::mutex> guard(g_signMutex);
@@ -134,7 +141,7 @@ void updateDebugLevel() {
     }
 
     KPFile objFile;
-    if (!objFile.open(strPath.c_str(), KPFile::modeRead))
+    if (!objFile.open(szSign, KPFile::modeRead))
         return;
     std::string strLine = objFile.ReadOneLine();
     const int nLevel = strLine.empty() ? 1 : sensorAtoi(strLine.c_str());

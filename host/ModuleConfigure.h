@@ -8,7 +8,7 @@ class ModuleConfigure {
 public:
     ModuleConfigure();
     unsigned int getModuleId() const;
-    std::string getDetail() const;     // "(name=value)(name=value)..."
+    std::string getDetail() const; // "(name=value)(name=value)..."
     std::string getParameters() const;
     void setModuleId(unsigned int id);
     void setDetail(const std::string& detail);

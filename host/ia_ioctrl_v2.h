@@ -16,17 +16,17 @@ enum ia_cmd_opt_e {
 // Command numbers that the controller names itself. Every key of the
 // key-command table is also a command number; only those used by name are here.
 enum ia_cmd_e {
-    IA_CMD_DN_THR_D2N = 145,        // record dn_thr_st (three u32)
-    IA_CMD_DN_THR_N2D = 146,        // record dn_thr_st
-    IA_CMD_DN_TIME_FIRST = 149,     // 149..152 take record dn_time_st (four u32)
+    IA_CMD_DN_THR_D2N = 145,    // record dn_thr_st (three u32)
+    IA_CMD_DN_THR_N2D = 146,    // record dn_thr_st
+    IA_CMD_DN_TIME_FIRST = 149, // 149..152 take record dn_time_st (four u32)
     IA_CMD_DN_TIME_LAST = 152,
-    IA_CMD_DN_STATE = 153,          // day/night state, read only; non-zero is night
-    IA_CMD_DN_SENSITIVITY = 154,    // record dn_thr_st
+    IA_CMD_DN_STATE = 153,       // day/night state, read only; non-zero is night
+    IA_CMD_DN_SENSITIVITY = 154, // record dn_thr_st
     IA_CMD_PTZ_RUN_STATE = 1632,
     IA_CMD_AF_STATISTIC = 1648,
     IA_CMD_UI_MIRROR = 2384,
-    IA_CMD_VERSION = 2496,          // 50-byte version text
-    IA_CMD_SENSOR_CHECK = 2816,     // four i32: three numbers and the result
+    IA_CMD_VERSION = 2496,      // 50-byte version text
+    IA_CMD_SENSOR_CHECK = 2816, // four i32: three numbers and the result
     IA_CMD_DYNAMIC_PARAMS_CMDS_GET = 4112,
 };
 
@@ -44,7 +44,7 @@ struct ia_dynamic_params_attr_st {
     uint32_t default_value; // the ISP's default for the command
     uint32_t min_value;     // bounds of a non-list range
     uint32_t max_value;
-    uint32_t items_cnt;     // valid entries of item
+    uint32_t items_cnt; // valid entries of item
     uint32_t item[IA_DYNAMIC_ITEMS_MAX];
 };
 

@@ -45,12 +45,37 @@ void keyval_str2st(const std::string& text, KeyVal* out, u32* count) {
     });
 }
 
+namespace {
+
+// Writes n as "%d" writes it, backwards from p_pEnd; the first character.
+char* decimalBefore(char* p_pEnd, int n) {
+    // The magnitude as unsigned, so that INT_MIN has one too.
+    unsigned int u = n < 0 ? 0u - static_cast<unsigned int>(n) : static_cast<unsigned int>(n);
+    char* p = p_pEnd;
+    do {
+        *--p = static_cast<char>('0' + u % 10);
+        u /= 10;
+    } while (u != 0);
+    if (n < 0)
+        *--p = '-';
+    return p;
+}
+
+} // namespace
+
+// Each pair as "(%d,%d)" formats it, without the formatter's cost per pair:
+// a long list is the whole current scheme.
 void keyval_st2str(std::string& text, KeyVal* in, u32 count) {
     char szPair[32];
+    char* const pEnd = szPair + sizeof(szPair);
     for (u32 i = 0; i < count; ++i) {
-        std::snprintf(szPair, sizeof(szPair), "(%d,%d)", static_cast<int>(in[i].key),
-                      static_cast<int>(in[i].value));
-        text += szPair;
+        char* p = pEnd;
+        *--p = ')';
+        p = decimalBefore(p, static_cast<int>(in[i].value));
+        *--p = ',';
+        p = decimalBefore(p, static_cast<int>(in[i].key));
+        *--p = '(';
+        text.append(p, static_cast<size_t>(pEnd - p));
     }
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "host/ModuleConfigure.h"
 #include "host/VideoStreamModule.h"
 
 namespace sim {
@@ -36,6 +37,13 @@ void clearMutexEvents();
 
 // Copies the sample device tree (a mirror of the device's paths) into root.
 bool populateDeviceRoot(const std::string& root, const std::string& dataDir);
+
+// The module a device tree describes for its machine, as a host picks it
+// before it starts a controller: the first module of the tree's module
+// configuration that matches the hardware model and code of its machine
+// information; an empty module when none does. root is the folder that holds
+// the tree ("" for the real root).
+ModuleConfigure machineModule(const std::string& root);
 
 // The simulated video pipeline: records every notification, answers a
 // settable result, lists settable streams.

@@ -1,25 +1,13 @@
 // The simulated image signal processor.
 //
-// Default profile (installed by the constructor and by reset(); sample style
-// documents and tests rely on exactly these lists):
-//
-//   Dynamic command list (command 4112): 49, 50, 96, 144, 768, 1537, 2305, 2368,
-//   each with a list range (type 0):
-//     49   KEY_MAX_SHUTTER            {1, 2, 4, 8, 16, 25, 30, 50, 60, 100, 120,
-//                                      250, 500, 1000, 2000, 5000, 10000} default 30
-//     50   KEY_FIX_SHUTTER            the same items, default 50
-//     96   KEY_METER_AREA             {0, 1, 2, 3} default 0
-//     144  KEY_DN_MODE                {0, 1, 2, 3} default 0
-//     768  KEY_WB_MODE                {0, 1, 2, 3, 4} default 0
-//     1537 KEY_AUTO_FOCUS_NEAR_LIMIT  {10, 30, 50, 100, 150, 300, 600} default 30
-//     2305 KEY_2D_NR_MODE             {0, 1} default 0
-//     2368 KEY_WDR_MODE               {0, 1, 2} default 0
-//   Min/max ranges (type 1), not in the dynamic list:
-//     34, 2337, 2353, 2321            0..100, default 50
-//
-//   Version text (command 2496): "SIMISP V1.2.0 build 20261121" on every channel.
-//   Sensor check result (command 2816): 1 on every channel.
-//   Day/night state (command 153): 0 (day). Execution status: 0.
+// Its default profile (defaultProfile() below, installed by the constructor
+// and by reset()): the shutter lists, the metering area, the day/night mode,
+// the white-balance mode, the focus near limit, the 2D noise-reduction mode
+// and the wide-dynamic-range mode are dynamic commands with list ranges;
+// brightness, saturation, contrast and sharpness have min/max ranges 0..100
+// outside the dynamic list. The version text is the same on every channel,
+// the sensor check reports 1, the day/night state is day (0) and every
+// execution status 0.
 #include "sim/SimIsp.h"
 
 #include <algorithm>
@@ -29,11 +17,12 @@
 #include <optional>
 #include <utility>
 
+#include "controller/SensorKeys.h"
+
 namespace sim {
 
 namespace {
 
-constexpr const char* kDefaultVersionText = "SIMISP V1.2.0 build 20261121";
 constexpr size_t kRangeWords = sizeof(ia_dynamic_params_attr_st) / 4;
 constexpr size_t kCmdListWords = sizeof(ia_dynamic_params_cmds_st) / 4;
 constexpr size_t kVersionWords = (IA_VERSION_TEXT_LEN + 3) / 4;
@@ -115,6 +104,8 @@ struct Isp::Impl {
     std::optional<ia_dynamic_params_cmds_st> rawCmdList;
     std::map<int, ia_dynamic_params_attr_st> ranges;
     std::map<int, int> commandFailures;
+    // Words an injected refusal of a command writes into the caller's record first.
+    std::map<int, std::vector<uint32_t>> failureWrites;
     std::optional<int> allFailure;
     std::vector<IspCall> trace;
 
@@ -128,22 +119,17 @@ struct Isp::Impl {
         rawCmdList.reset();
         ranges.clear();
         commandFailures.clear();
+        failureWrites.clear();
         allFailure.reset();
         trace.clear();
 
-        const std::vector<uint32_t> shutterItems = {1,   2,   4,   8,   16,   25,   30,   50,   60,
-                                                    100, 120, 250, 500, 1000, 2000, 5000, 10000};
-        dynamicCmds = {49, 50, 96, 144, 768, 1537, 2305, 2368};
-        ranges[49] = makeListRange(30, shutterItems);
-        ranges[50] = makeListRange(50, shutterItems);
-        ranges[96] = makeListRange(0, {0, 1, 2, 3});
-        ranges[144] = makeListRange(0, {0, 1, 2, 3});
-        ranges[768] = makeListRange(0, {0, 1, 2, 3, 4});
-        ranges[1537] = makeListRange(30, {10, 30, 50, 100, 150, 300, 600});
-        ranges[2305] = makeListRange(0, {0, 1});
-        ranges[2368] = makeListRange(0, {0, 1, 2});
-        for (int cmd : {34, 2337, 2353, 2321})
-            ranges[cmd] = makeMinMaxRange(50, 0, 100);
+        const IspProfile& profile = defaultProfile();
+        dynamicCmds = profile.dynamicCmds;
+        for (const ProfileRange& range : profile.ranges)
+            ranges[static_cast<int>(range.cmd)] =
+                range.items.empty()
+                    ? makeMinMaxRange(range.defaultValue, range.minValue, range.maxValue)
+                    : makeListRange(range.defaultValue, range.items);
     }
 
     // Caller holds mutex.
@@ -173,9 +159,35 @@ struct Isp::Impl {
     // Caller holds mutex.
     std::string versionText(int channel) const {
         const auto it = versionTexts.find(channel);
-        return it != versionTexts.end() ? it->second : std::string(kDefaultVersionText);
+        return it != versionTexts.end() ? it->second : defaultProfile().versionText;
     }
 };
+
+const IspProfile& defaultProfile() {
+    static const IspProfile profile = [] {
+        const std::vector<uint32_t> shutterItems = {1,   2,   4,   8,   16,   25,   30,   50,   60,
+                                                    100, 120, 250, 500, 1000, 2000, 5000, 10000};
+        IspProfile p;
+        p.ranges = {
+            {KEY_MAX_SHUTTER, 30, shutterItems, 0, 0},
+            {KEY_FIX_SHUTTER, 50, shutterItems, 0, 0},
+            {KEY_METER_AREA, 0, {0, 1, 2, 3}, 0, 0},
+            {KEY_DN_MODE, 0, {0, 1, 2, 3}, 0, 0},
+            {KEY_WB_MODE, 0, {0, 1, 2, 3, 4}, 0, 0},
+            {KEY_AUTO_FOCUS_NEAR_LIMIT, 30, {10, 30, 50, 100, 150, 300, 600}, 0, 0},
+            {KEY_2D_NR_MODE, 0, {0, 1}, 0, 0},
+            {KEY_WDR_MODE, 0, {0, 1, 2}, 0, 0},
+        };
+        // The list ranges make the dynamic command list, in this order.
+        for (const ProfileRange& range : p.ranges)
+            p.dynamicCmds.push_back(range.cmd);
+        for (uint32_t cmd : {KEY_BRIGHTNESS, KEY_SATURATION, KEY_CONTRAST, KEY_SHARPNESS})
+            p.ranges.push_back({cmd, 50, {}, 0, 100});
+        p.versionText = "SIMISP V1.2.0 build 20261121";
+        return p;
+    }();
+    return profile;
+}
 
 // The one ISP of the process. Never destroyed, so that a worker thread still
 // running at exit never finds it gone.
@@ -285,11 +297,19 @@ void Isp::setRawRange(int cmd, const ia_dynamic_params_attr_st& range) {
 void Isp::failCommand(int cmd, int result) {
     std::lock_guard<std::mutex> lock(m_pImpl->mutex);
     m_pImpl->commandFailures[cmd] = result;
+    m_pImpl->failureWrites.erase(cmd);
+}
+
+void Isp::failCommandAfterWriting(int cmd, int result, const std::vector<uint32_t>& words) {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    m_pImpl->commandFailures[cmd] = result;
+    m_pImpl->failureWrites[cmd] = words;
 }
 
 void Isp::clearFailure(int cmd) {
     std::lock_guard<std::mutex> lock(m_pImpl->mutex);
     m_pImpl->commandFailures.erase(cmd);
+    m_pImpl->failureWrites.erase(cmd);
 }
 
 void Isp::failAll(int result) {
@@ -300,6 +320,7 @@ void Isp::failAll(int result) {
 void Isp::clearFailures() {
     std::lock_guard<std::mutex> lock(m_pImpl->mutex);
     m_pImpl->commandFailures.clear();
+    m_pImpl->failureWrites.clear();
     m_pImpl->allFailure.reset();
 }
 
@@ -361,9 +382,13 @@ int Isp::call(int channel, int cmd, int opt, void* data) {
     const size_t bytes = recordBytes(cmd, opt);
     IspCall entry{channel, cmd, opt, {}, 0};
 
-    // An injected result changes nothing and writes nothing.
+    // An injected result changes nothing and writes nothing, unless it was
+    // given words to write into the caller's record before refusing.
     if (const std::optional<int> injected = d.injectedResult(cmd)) {
         entry.words = wordsFrom(data, bytes, words);
+        const auto itWrite = d.failureWrites.find(cmd);
+        if (itWrite != d.failureWrites.end() && data != nullptr)
+            std::memcpy(data, itWrite->second.data(), std::min(itWrite->second.size() * 4, bytes));
         entry.result = *injected;
         d.trace.push_back(std::move(entry));
         return *injected;

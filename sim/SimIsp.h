@@ -15,6 +15,28 @@
 
 namespace sim {
 
+// One run-time range of a profile: a list range (type 0) when it has items,
+// else a min/max range (type 1).
+struct ProfileRange {
+    uint32_t cmd;
+    uint32_t defaultValue;
+    std::vector<uint32_t> items;
+    uint32_t minValue;
+    uint32_t maxValue;
+};
+
+// What the ISP reports before a test or session changes it.
+struct IspProfile {
+    std::vector<uint32_t> dynamicCmds; // the dynamic command list (command 4112)
+    std::vector<ProfileRange> ranges;  // the listed commands' ranges, then the others'
+    std::string versionText;           // command 2496, on every channel
+};
+
+// The default profile, installed when the ISP is made and by reset(): the
+// sample style documents, sensorctl's sessions and the tests rely on exactly
+// it.
+const IspProfile& defaultProfile();
+
 struct IspCall {
     int channel;
     int cmd;
@@ -52,6 +74,10 @@ public:
 
     // Injected results: for one command, or for every command (per-command wins).
     void failCommand(int cmd, int result);
+    // A refusal that first writes words into the caller's record, as an ISP
+    // may fill its answer before it finds it cannot serve it; the trace shows
+    // the record as passed in.
+    void failCommandAfterWriting(int cmd, int result, const std::vector<uint32_t>& words);
     void clearFailure(int cmd);
     void failAll(int result);
     void clearFailures();

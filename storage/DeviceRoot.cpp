@@ -1,21 +1,44 @@
 #include "storage/DeviceRoot.h"
 
 #include <cstdlib>
+#include <cstring>
 
 #include <sys/stat.h>
 
+namespace {
+
+// How much of SENSOR_ROOT is the root: trailing slashes dropped, and "/"
+// alone (or no root) is the real root, length 0.
+size_t rootLength(const char* root) {
+    size_t nRoot = root != nullptr ? std::strlen(root) : 0;
+    while (nRoot > 1 && root[nRoot - 1] == '/')
+        --nRoot;
+    return nRoot == 1 && root[0] == '/' ? 0 : nRoot;
+}
+
+} // namespace
+
 std::string sensorDeviceRoot() {
     const char* root = std::getenv("SENSOR_ROOT");
-    if (root == nullptr)
-        return std::string();
-    std::string strRoot(root);
-    while (strRoot.size() > 1 && strRoot.back() == '/')
-        strRoot.pop_back();
-    return strRoot == "/" ? std::string() : strRoot;
+    return std::string(root != nullptr ? root : "", rootLength(root));
 }
 
 std::string sensorDevicePath(const std::string& devicePath) {
     return sensorDeviceRoot() + devicePath;
+}
+
+// Allocates nothing: the diagnostics build the sign file's path with it
+// before every decision.
+bool sensorDevicePathInto(const char* devicePath, char* out, size_t outSize) {
+    const char* root = std::getenv("SENSOR_ROOT");
+    const size_t nRoot = rootLength(root);
+    const size_t nPath = std::strlen(devicePath);
+    if (nRoot + nPath + 1 > outSize)
+        return false;
+    if (nRoot > 0) // root may be null, and memcpy takes no null even for 0 bytes
+        std::memcpy(out, root, nRoot);
+    std::memcpy(out + nRoot, devicePath, nPath + 1);
+    return true;
 }
 
 std::string sensorRemoveSchemeFilesCommand() {

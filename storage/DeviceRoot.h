@@ -8,12 +8,17 @@
 // SENSOR_ROOT, or the real root when it is unset or empty.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include "diag/SensorDefs.h"
 
 // The device path under the current device root.
 SENSOR_API std::string sensorDevicePath(const std::string& devicePath);
+
+// The same written into a caller's buffer, without allocating: false when it
+// does not fit (the caller then takes the string form).
+bool sensorDevicePathInto(const char* devicePath, char* out, size_t outSize);
 
 // The device root itself, "" for the real root.
 SENSOR_API std::string sensorDeviceRoot();

@@ -7,8 +7,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "host/KPFile.h"
@@ -30,35 +32,90 @@ std::string folderOf(const std::string& strPath) {
     return pos == 0 ? std::string("/") : strPath.substr(0, pos);
 }
 
+// The file a device path stands for: a symbolic link in its place (an
+// integrator may link a scheme file onto another partition) is followed to
+// the file it points at, so that a save writes there and the link stays.
+// False for a chain of links that never ends.
+bool resolveLinks(std::string& p_strPath) {
+    for (int nDepth = 0; nDepth < 40; ++nDepth) {
+        struct stat st;
+        if (::lstat(p_strPath.c_str(), &st) != 0 || !S_ISLNK(st.st_mode))
+            return true;
+        std::vector<char> vecTarget(static_cast<size_t>(st.st_size > 0 ? st.st_size : 255) + 1);
+        const ssize_t n = ::readlink(p_strPath.c_str(), vecTarget.data(), vecTarget.size());
+        if (n < 0 || static_cast<size_t>(n) >= vecTarget.size())
+            return false;
+        const std::string strTarget(vecTarget.data(), static_cast<size_t>(n));
+        p_strPath = strTarget[0] == '/' ? strTarget : folderOf(p_strPath) + "/" + strTarget;
+    }
+    return false;
+}
+
 // A file on flash replaced as a whole: the bytes go to a temporary beside the
 // target, reach the flash (fsync), and only then take the target's name by one
 // rename, after which the folder is synced too. A power cut at any instant
 // leaves either the old file or the new one, never a torn or empty one. The
 // temporary's name is the target's plus ".tmp", so that it still matches the
-// removal pattern "/mnt/mtd/code/config*/sensor*" of a version change.
+// removal pattern "/mnt/mtd/code/config*/sensor*" of a version change. The
+// temporary gets the target's permissions and, where the process may, its
+// owner. A target its writer may not write is not replaced: the save fails as
+// opening it for writing fails. A writable target in a folder where no
+// temporary can be made is written in place, as a plain open-truncate-write.
 class ReplacingFile {
 public:
     explicit ReplacingFile(const char* devicePath)
-        : m_strTarget(sensorDevicePath(devicePath ? devicePath : "")),
-          m_strTemp(m_strTarget + ".tmp") {}
+        : m_strDevicePath(devicePath ? devicePath : ""),
+          m_strTarget(sensorDevicePath(m_strDevicePath)) {
+        m_bResolved = resolveLinks(m_strTarget);
+        m_strTemp = m_strTarget + ".tmp";
+    }
     ~ReplacingFile() { abandon(); }
     ReplacingFile(const ReplacingFile&) = delete;
     ReplacingFile& operator=(const ReplacingFile&) = delete;
 
-    bool open() {
+    // Opens for saving data (length bytes).
+    bool open(const void* data, int length) {
+        if (!m_bResolved)
+            return false;
+        struct stat stTarget;
+        const bool bTargetIsFile =
+            ::stat(m_strTarget.c_str(), &stTarget) == 0 && S_ISREG(stTarget.st_mode);
+        if (bTargetIsFile && !mayWrite(m_strTarget))
+            return false;
+        // A file that already holds exactly these bytes cannot be torn by
+        // writing them again over themselves: after a cut it holds them
+        // either way. Written in place, without a temporary or a sync.
+        if (bTargetIsFile && stTarget.st_size == length && holds(data, length)) {
+            m_bSame = m_objFile.open(m_strTarget.c_str(), KPFile::modeWrite);
+            if (m_bSame)
+                return true;
+        }
         // The temporary's name is ours: a pipe left there would block the
         // open until someone reads it.
         if (sensorIsSpecialFile(m_strTemp))
             (void)::unlink(m_strTemp.c_str());
         m_bOpened = m_objFile.open(m_strTemp.c_str(), kModeWrite);
-        return m_bOpened;
+        if (m_bOpened) {
+            if (bTargetIsFile)
+                takeOwnerAndMode(stTarget);
+            return true;
+        }
+        if (!bTargetIsFile || mayCreateIn(folderOf(m_strTarget)))
+            return false;
+        m_bInPlace = m_objFile.open(m_strTarget.c_str(), kModeWrite);
+        if (m_bInPlace)
+            SNS_WARN("file_name(%s) written in place, not crash-safe: no temporary can be "
+                     "made in its folder\n",
+                     m_strDevicePath.c_str());
+        return m_bInPlace;
     }
 
     // The count written, as KPFile reports it; a complete write that did not
     // reach the flash counts as nothing written.
     int write(const void* data, int length) {
         const int nSize = m_objFile.write(data, length);
-        if (nSize == length && m_bOpened && ::fsync(m_objFile.getFileHandle()) != 0)
+        if (nSize == length && (m_bOpened || m_bInPlace) && !m_bSame &&
+            ::fsync(m_objFile.getFileHandle()) != 0)
             return -1;
         return nSize;
     }
@@ -66,6 +123,10 @@ public:
     // Puts the complete temporary in the target's place; false when the
     // target cannot be replaced (for instance a folder stands in its place).
     bool commit() {
+        if (m_bInPlace || m_bSame) {
+            m_objFile.close();
+            return true;
+        }
         if (!m_bOpened)
             return false;
         m_objFile.close();
@@ -77,8 +138,43 @@ public:
     }
 
 private:
+    // Whether this process may open an existing file for writing, by its
+    // effective ids, as the open itself would decide.
+    static bool mayWrite(const std::string& p_strPath) {
+        return ::faccessat(AT_FDCWD, p_strPath.c_str(), W_OK, AT_EACCESS) == 0;
+    }
+
+    // Whether the target's bytes are exactly data's (its size was checked).
+    bool holds(const void* data, int length) const {
+        if (length <= 0 || data == nullptr)
+            return length == 0;
+        KPFile objFile;
+        if (!objFile.open(m_strTarget.c_str(), kModeRead))
+            return false;
+        std::vector<char> vecOld(static_cast<size_t>(length) + 1);
+        return objFile.read(vecOld.data(), length + 1) == length &&
+               std::memcmp(vecOld.data(), data, static_cast<size_t>(length)) == 0;
+    }
+
+    static bool mayCreateIn(const std::string& p_strFolder) {
+        return ::faccessat(AT_FDCWD, p_strFolder.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
+    }
+
+    // The temporary becomes what the target was: owner first (a change of
+    // owner clears the set-id bits), then the permission bits.
+    void takeOwnerAndMode(const struct stat& p_stTarget) {
+        const int fd = m_objFile.getFileHandle();
+        if (::fchown(fd, p_stTarget.st_uid, p_stTarget.st_gid) != 0)
+            (void)::fchown(fd, static_cast<uid_t>(-1), p_stTarget.st_gid);
+        (void)::fchmod(fd, p_stTarget.st_mode & 07777);
+    }
+
     // An incomplete temporary never survives; the target stays as it was.
     void abandon() {
+        if (m_bInPlace || m_bSame) {
+            m_objFile.close();
+            m_bInPlace = m_bSame = false;
+        }
         if (!m_bOpened)
             return;
         m_objFile.close();
@@ -96,9 +192,13 @@ private:
     }
 
     KPFile m_objFile;
+    std::string m_strDevicePath;
     std::string m_strTarget;
     std::string m_strTemp;
+    bool m_bResolved = false;
     bool m_bOpened = false;
+    bool m_bInPlace = false;
+    bool m_bSame = false;
 };
 
 // Finds "name", then "=", then ")" as the camera's detail texts are searched:
@@ -150,7 +250,8 @@ int64_t loadFromFile(const char* file_name, void* data, int64_t file_len) {
 
 int saveToFile(const char* file_name, const void* data, int64_t file_len) {
     ReplacingFile file(file_name);
-    SNS_ASSERT_TEXT(file.open(), kOpenWriteText, "file_name(%s)\n", file_name);
+    SNS_ASSERT_TEXT(file.open(data, static_cast<int>(file_len)), kOpenWriteText, "file_name(%s)\n",
+                    file_name);
     int nSize = file.write(data, static_cast<int>(file_len));
     if (nSize == file_len && !file.commit()) {
         // To the caller a target that cannot be replaced is one that did not
@@ -177,8 +278,8 @@ int keyValFromFile(const char* file_name, KeyVal* p_pKeyVal, u32 p_nKeyValNum) {
 
 int keyValToFile(const char* file_name, const KeyVal* p_pKeyVal, u32 p_nKeyValSum) {
     ReplacingFile file(file_name);
-    SNS_ASSERT_TEXT(file.open(), kOpenWriteText, "file_name(%s)\n", file_name);
     const int nWanted = static_cast<int>(sizeof(KeyVal) * p_nKeyValSum);
+    SNS_ASSERT_TEXT(file.open(p_pKeyVal, nWanted), kOpenWriteText, "file_name(%s)\n", file_name);
     int nSize = file.write(p_pKeyVal, nWanted);
     if (nSize == nWanted && !file.commit()) {
         // A target that cannot be replaced did not open for writing.

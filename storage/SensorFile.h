@@ -4,6 +4,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <string>
 
 #include "diag/SensorDefs.h"
 #include "keyval/KeyVal.h"
@@ -12,6 +14,15 @@
 #define SENSOR_VERSION_FILE "/mnt/mtd/code/config_file/snsversion.cfg"
 #define SENSOR_SCHEME_FILE "/mnt/mtd/code/config_file/sensor%d.cfg"
 #define SENSOR_THERMAL_SCHEME_FILE "/mnt/mtd/code/config_file/sensor-thermal%d.cfg"
+
+// The device path of a channel's scheme file: the thermal channel (camera id
+// 2) keeps its schemes in files of their own.
+inline std::string sensorSchemeFile(int p_nCameraID, int p_nScheme) {
+    char szName[128] = {0};
+    std::snprintf(szName, sizeof(szName),
+                  p_nCameraID == 2 ? SENSOR_THERMAL_SCHEME_FILE : SENSOR_SCHEME_FILE, p_nScheme);
+    return szName;
+}
 
 SENSOR_API int64_t getFileLen(const char* file_name);
 // The bytes read (== length), or -1. The buffer is not terminated.
