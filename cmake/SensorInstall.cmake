@@ -1,6 +1,7 @@
 # Installing libsensor.so as a camera's firmware integrates it:
 #   lib/libsensor.so.1.0.0 (SONAME libsensor.so.1) and its links,
-#   include/sensor/: ISensorController.h and every header it includes, with
+#   include/sensor/: ISensorController.h, the key names (SensorKeys.h) and
+#     every header they include, with
 #     the host interfaces a host process implements (host/*.h),
 #   lib/pkgconfig/sensor.pc, lib/cmake/sensor/ (find_package(sensor) gives
 #     sensor::sensor).
@@ -11,17 +12,11 @@ include(CMakePackageConfigHelpers)
 set(SENSOR_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/sensor)
 set(SENSOR_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/sensor)
 
+# The library and its public header file set (CMakeLists.txt names it), in
+# the tree's layout under include/sensor.
 install(TARGETS sensor EXPORT sensorTargets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-
-# The public header and what it includes, in the tree's layout so that its
-# includes ("config/SysConfig.h") resolve under include/sensor.
-install(FILES controller/ISensorController.h DESTINATION ${SENSOR_INSTALL_INCLUDEDIR}/controller)
-install(FILES config/SysConfig.h DESTINATION ${SENSOR_INSTALL_INCLUDEDIR}/config)
-install(FILES diag/SensorDefs.h DESTINATION ${SENSOR_INSTALL_INCLUDEDIR}/diag)
-install(FILES keyval/KeyVal.h DESTINATION ${SENSOR_INSTALL_INCLUDEDIR}/keyval)
-file(GLOB SENSOR_HOST_HEADERS ${CMAKE_CURRENT_SOURCE_DIR}/host/*.h)
-install(FILES ${SENSOR_HOST_HEADERS} DESTINATION ${SENSOR_INSTALL_INCLUDEDIR}/host)
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  FILE_SET HEADERS DESTINATION ${SENSOR_INSTALL_INCLUDEDIR})
 
 install(EXPORT sensorTargets NAMESPACE sensor:: DESTINATION ${SENSOR_INSTALL_CMAKEDIR})
 configure_package_config_file(cmake/sensorConfig.cmake.in

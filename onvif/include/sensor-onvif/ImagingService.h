@@ -1,0 +1,96 @@
+// The ONVIF imaging service of one camera channel, over the controller's
+// public interface only: its settings, options, focus moves and presets are
+// the controller's keys, style document, lens operations and schemes.
+#pragma once
+
+#include <atomic>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "sensor-onvif/Soap.h"
+
+class ISensorController;
+
+namespace sensor_onvif {
+
+// How a key's value becomes an ONVIF value.
+enum class Conversion {
+    Number,     // onvif = key value x scale; range from the style's slider or list
+    Enum,       // onvif token <-> one or more key values
+    Normalized, // onvif 0..1 = (value - min) / (max - min) of the style's range
+    Offset,     // onvif -1..1 = (value - mid) / half-width of the style's range
+    Seconds,    // xs:duration "PT<n>S" <-> seconds
+    Reciprocal, // onvif = scale / key value (a shutter 1/N s as microseconds);
+                // written as the offered choice nearest to the request
+};
+
+struct EnumValue {
+    const char* token;          // "ON"
+    std::vector<int> keyValues; // the key values that read as this token; the first
+                                // the style offers is written
+};
+
+// One row of the mapping table: the single truth for one ONVIF field.
+struct FieldMap {
+    const char* path; // element path under ImagingSettings20, "Exposure/Iris"
+    unsigned key;     // the key of the key-command table
+    const char* keyName;
+    Conversion conversion;
+    std::vector<EnumValue> values; // Enum only
+    double scale;                  // Number: factor (1 = pass-through); Reciprocal: numerator
+};
+
+// The mapping table, in the schema's element order.
+SENSOR_ONVIF_API const std::vector<FieldMap>& imagingFieldMap();
+
+struct ImagingConfig {
+    std::string videoSourceToken = "VideoSource_1";
+    int schemeCount = 4; // the user schemes offered as presets
+};
+
+// Registers GetServiceCapabilities, GetImagingSettings, SetImagingSettings,
+// GetOptions, GetMoveOptions, Move, Stop, GetStatus, GetPresets,
+// GetCurrentPreset and SetCurrentPreset under kPath. Thread-safe.
+class SENSOR_ONVIF_API ImagingService {
+public:
+    static constexpr const char* kPath = "/onvif/imaging_service";
+    // Focus positions of Absolute and Relative moves: the lens motor's steps.
+    static constexpr int kFocusMin = 0;
+    static constexpr int kFocusMax = 65535;
+
+    explicit ImagingService(ISensorController& p_objController,
+                            ImagingConfig p_objConfig = ImagingConfig());
+    ImagingService(const ImagingService&) = delete;
+    ImagingService& operator=(const ImagingService&) = delete;
+
+    // The service must outlive the endpoint's use of these handlers.
+    void registerOn(SoapEndpoint& p_objEndpoint);
+
+    // The operations, callable directly with the operation element.
+    Result getServiceCapabilities(const XmlNode& p_objOp);
+    Result getImagingSettings(const XmlNode& p_objOp);
+    Result setImagingSettings(const XmlNode& p_objOp);
+    Result getOptions(const XmlNode& p_objOp);
+    Result getMoveOptions(const XmlNode& p_objOp);
+    Result move(const XmlNode& p_objOp);
+    Result stop(const XmlNode& p_objOp);
+    Result getStatus(const XmlNode& p_objOp);
+    Result getPresets(const XmlNode& p_objOp);
+    Result getCurrentPreset(const XmlNode& p_objOp);
+    Result setCurrentPreset(const XmlNode& p_objOp);
+
+    const ImagingConfig& config() const { return m_objConfig; }
+
+private:
+    ISensorController& m_objController;
+    ImagingConfig m_objConfig;
+    std::atomic<bool> m_bMoving{false};
+    // Serialises the service's changes (settings, preset, moves) against
+    // each other, so that one client's rollback never undoes another's
+    // change; a read of the settings takes it too, so that it never sees one
+    // half applied.
+    std::mutex m_objChangeMutex;
+};
+
+} // namespace sensor_onvif

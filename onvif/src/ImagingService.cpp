@@ -1,0 +1,903 @@
+// The ONVIF imaging service over the controller's public interface.
+#include "sensor-onvif/ImagingService.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <map>
+#include <set>
+
+#include <tinyxml.h>
+
+#include "controller/ISensorController.h"
+#include "controller/SensorKeys.h"
+
+namespace sensor_onvif {
+
+// The mapping table ------------------------------------------------------------
+
+// A key and its table name, written once.
+#define SENSOR_ONVIF_KEY(name) name, #name
+
+const std::vector<FieldMap>& imagingFieldMap() {
+    // clang-format off
+    static const std::vector<FieldMap> s_vecMap = {
+        {"BacklightCompensation/Mode", SENSOR_ONVIF_KEY(KEY_BLC_SWITCH), Conversion::Enum, {{"OFF", {0}}, {"ON", {1}}}, 1},
+        {"BacklightCompensation/Level", SENSOR_ONVIF_KEY(KEY_BLC_STRG), Conversion::Number, {}, 1},
+        {"Brightness", SENSOR_ONVIF_KEY(KEY_BRIGHTNESS), Conversion::Number, {}, 1},
+        {"ColorSaturation", SENSOR_ONVIF_KEY(KEY_SATURATION), Conversion::Number, {}, 1},
+        {"Contrast", SENSOR_ONVIF_KEY(KEY_CONTRAST), Conversion::Number, {}, 1},
+        {"Exposure/Mode", SENSOR_ONVIF_KEY(KEY_EXPOSE_MODE), Conversion::Enum, {{"AUTO", {0, 1, 2}}, {"MANUAL", {3}}}, 1},
+        // The shutter lists hold N of 1/N s; ONVIF speaks microseconds.
+        {"Exposure/MaxExposureTime", SENSOR_ONVIF_KEY(KEY_MAX_SHUTTER), Conversion::Reciprocal, {}, 1e6},
+        {"Exposure/MaxGain", SENSOR_ONVIF_KEY(KEY_MAX_GAIN), Conversion::Number, {}, 1},
+        {"Exposure/ExposureTime", SENSOR_ONVIF_KEY(KEY_FIX_SHUTTER), Conversion::Reciprocal, {}, 1e6},
+        {"Exposure/Gain", SENSOR_ONVIF_KEY(KEY_FIX_GAIN), Conversion::Number, {}, 1},
+        {"Exposure/Iris", SENSOR_ONVIF_KEY(KEY_IRIS_POSITION), Conversion::Number, {}, 1},
+        {"Focus/AutoFocusMode", SENSOR_ONVIF_KEY(KEY_AUTO_FOCUS_MODE), Conversion::Enum, {{"AUTO", {0, 1}}, {"MANUAL", {2}}}, 1},
+        {"Focus/DefaultSpeed", SENSOR_ONVIF_KEY(KEY_FOCUS_SPEED_LEVEL), Conversion::Number, {}, 1},
+        // The style lists the near limit in centimetres; ONVIF speaks metres.
+        {"Focus/NearLimit", SENSOR_ONVIF_KEY(KEY_AUTO_FOCUS_NEAR_LIMIT), Conversion::Number, {}, 0.01},
+        // ON: the filter is in (day picture); OFF: out (night picture). By
+        // time and by alarm input are the camera's own automatic modes.
+        {"IrCutFilter", SENSOR_ONVIF_KEY(KEY_DN_MODE), Conversion::Enum, {{"AUTO", {0, 3, 4}}, {"ON", {1}}, {"OFF", {2}}}, 1},
+        {"Sharpness", SENSOR_ONVIF_KEY(KEY_SHARPNESS), Conversion::Number, {}, 1},
+        {"WideDynamicRange/Mode", SENSOR_ONVIF_KEY(KEY_WDR_MODE), Conversion::Enum, {{"OFF", {0}}, {"ON", {1, 2, 3}}}, 1},
+        {"WideDynamicRange/Level", SENSOR_ONVIF_KEY(KEY_WDR_STRG), Conversion::Number, {}, 1},
+        {"WhiteBalance/Mode", SENSOR_ONVIF_KEY(KEY_WB_MODE), Conversion::Enum, {{"AUTO", {0}}, {"MANUAL", {1, 2, 3, 4, 5, 6}}}, 1},
+        {"WhiteBalance/CrGain", SENSOR_ONVIF_KEY(KEY_R_GAIN), Conversion::Number, {}, 1},
+        {"WhiteBalance/CbGain", SENSOR_ONVIF_KEY(KEY_B_GAIN), Conversion::Number, {}, 1},
+        {"Extension/ImageStabilization/Mode", SENSOR_ONVIF_KEY(KEY_ANTI_SHAKE_SWITCH), Conversion::Enum, {{"OFF", {0}}, {"ON", {1}}}, 1},
+        {"Extension/ImageStabilization/Level", SENSOR_ONVIF_KEY(KEY_ANTI_SHAKE_STRG), Conversion::Number, {}, 1},
+        // Switching the filter in (ToOn) follows the night-to-day threshold,
+        // taking it out (ToOff) the day-to-night one; the response time is
+        // the switch delay in seconds.
+        {"Extension/Extension/IrCutFilterAutoAdjustment[ToOn]/BoundaryOffset", SENSOR_ONVIF_KEY(KEY_NTD_THR), Conversion::Offset, {}, 1},
+        {"Extension/Extension/IrCutFilterAutoAdjustment[ToOff]/BoundaryOffset", SENSOR_ONVIF_KEY(KEY_DTN_THR), Conversion::Offset, {}, 1},
+        {"Extension/Extension/IrCutFilterAutoAdjustment/ResponseTime", SENSOR_ONVIF_KEY(KEY_DELAY), Conversion::Seconds, {}, 1},
+        {"Extension/Extension/Extension/Defogging/Mode", SENSOR_ONVIF_KEY(KEY_DEFLG_SWITCH), Conversion::Enum, {{"OFF", {0}}, {"ON", {1}}}, 1},
+        {"Extension/Extension/Extension/Defogging/Level", SENSOR_ONVIF_KEY(KEY_DEFLG_STRG), Conversion::Normalized, {}, 1},
+        {"Extension/Extension/Extension/NoiseReduction/Level", SENSOR_ONVIF_KEY(KEY_2D_NR_STRG_M), Conversion::Normalized, {}, 1},
+    };
+    // clang-format on
+    return s_vecMap;
+}
+#undef SENSOR_ONVIF_KEY
+
+namespace {
+
+const char* kPresetPrefix = "Scheme_";
+
+// What the style offers for one key.
+struct Offer {
+    bool bRange = false; // a slider: min..max
+    double min = 0;
+    double max = 0;
+    std::vector<int> choices; // a list: the option indexes
+    double lo() const {
+        return bRange ? min
+                      : (choices.empty() ? 0 : *std::min_element(choices.begin(), choices.end()));
+    }
+    double hi() const {
+        return bRange ? max
+                      : (choices.empty() ? 0 : *std::max_element(choices.begin(), choices.end()));
+    }
+    bool allows(int v) const {
+        if (bRange)
+            return v >= min && v <= max;
+        return std::find(choices.begin(), choices.end(), v) != choices.end();
+    }
+};
+
+// The style document the UI draws: every item and button by key.
+struct StyleOffers {
+    std::map<unsigned, Offer> items;
+    std::set<unsigned> buttons;
+
+    const Offer* find(unsigned p_nKey) const {
+        const auto it = items.find(p_nKey);
+        return it == items.end() ? nullptr : &it->second;
+    }
+    bool hasLens() const {
+        return buttons.count(KEY_FOCUS_NEAR) || buttons.count(KEY_FOCUS_FAR) ||
+               items.count(KEY_AUTO_FOCUS_MODE);
+    }
+};
+
+void walkStyle(const TiXmlElement* p_pElem, StyleOffers& p_objOut) {
+    for (const TiXmlElement* e = p_pElem->FirstChildElement(); e; e = e->NextSiblingElement()) {
+        const std::string name = e->Value();
+        int nId = -1;
+        if (name == "item" && e->QueryIntAttribute("id", &nId) == TIXML_SUCCESS && nId >= 0) {
+            Offer offer;
+            const char* szType = e->Attribute("type");
+            double dMin = 0, dMax = 0;
+            if (szType && std::string(szType) == "slider" &&
+                e->QueryDoubleAttribute("min", &dMin) == TIXML_SUCCESS &&
+                e->QueryDoubleAttribute("max", &dMax) == TIXML_SUCCESS) {
+                offer.bRange = true;
+                offer.min = dMin;
+                offer.max = dMax;
+            }
+            for (const TiXmlElement* o = e->FirstChildElement("option"); o;
+                 o = o->NextSiblingElement("option")) {
+                int nIndex = 0;
+                if (o->QueryIntAttribute("index", &nIndex) == TIXML_SUCCESS)
+                    offer.choices.push_back(nIndex);
+            }
+            if (offer.bRange || !offer.choices.empty())
+                p_objOut.items.emplace(static_cast<unsigned>(nId), offer);
+        } else if (name == "button" && e->QueryIntAttribute("id", &nId) == TIXML_SUCCESS &&
+                   nId >= 0) {
+            p_objOut.buttons.insert(static_cast<unsigned>(nId));
+        }
+        walkStyle(e, p_objOut);
+    }
+}
+
+StyleOffers readStyle(ISensorController& p_objController) {
+    StyleOffers offers;
+    // NUL padding: see the request parser.
+    std::string text = p_objController.getUIStyleFile();
+    text.append(8, '\0');
+    TiXmlDocument doc;
+    doc.Parse(text.c_str(), nullptr, TIXML_ENCODING_UTF8);
+    if (!doc.Error() && doc.RootElement())
+        walkStyle(doc.RootElement(), offers);
+    return offers;
+}
+
+// The enum tokens the style offers for a field: those with an offered value.
+std::vector<const EnumValue*> offeredTokens(const FieldMap& p_objField, const Offer& p_objOffer) {
+    std::vector<const EnumValue*> out;
+    for (const EnumValue& ev : p_objField.values)
+        for (int v : ev.keyValues)
+            if (p_objOffer.allows(v)) {
+                out.push_back(&ev);
+                break;
+            }
+    return out;
+}
+
+// A field is offered when its key is in the style, and for an enum when at
+// least two tokens are.
+bool offered(const FieldMap& p_objField, const StyleOffers& p_objStyle) {
+    const Offer* pOffer = p_objStyle.find(p_objField.key);
+    if (!pOffer)
+        return false;
+    if (p_objField.conversion == Conversion::Enum)
+        return !offeredTokens(p_objField, *pOffer).empty();
+    return true;
+}
+
+std::string durationText(int p_nSeconds) {
+    return "PT" + std::to_string(p_nSeconds) + "S";
+}
+
+// xs:duration with seconds, minutes and hours only ("PT1M30S"); false for
+// anything else.
+bool parseDuration(const std::string& p_strText, double& p_dSeconds) {
+    const std::string s = p_strText;
+    if (s.size() < 3 || s.compare(0, 2, "PT") != 0)
+        return false;
+    double dTotal = 0;
+    size_t pos = 2;
+    bool bAny = false;
+    while (pos < s.size()) {
+        size_t e = pos;
+        while (e < s.size() && ((s[e] >= '0' && s[e] <= '9') || s[e] == '.'))
+            ++e;
+        if (e == pos || e >= s.size())
+            return false;
+        double d = 0;
+        if (!parseFloat(s.substr(pos, e - pos), d))
+            return false;
+        const char unit = s[e];
+        if (unit == 'H')
+            d *= 3600;
+        else if (unit == 'M')
+            d *= 60;
+        else if (unit != 'S')
+            return false;
+        dTotal += d;
+        bAny = true;
+        pos = e + 1;
+    }
+    if (!bAny)
+        return false;
+    p_dSeconds = dTotal;
+    return true;
+}
+
+// The ONVIF text of a key value, or empty when the value has none.
+std::string toOnvif(const FieldMap& p_objField, const Offer& p_objOffer, int p_nValue) {
+    switch (p_objField.conversion) {
+        case Conversion::Number:
+            return formatFloat(p_nValue * p_objField.scale);
+        case Conversion::Enum:
+            for (const EnumValue& ev : p_objField.values)
+                for (int v : ev.keyValues)
+                    if (v == p_nValue)
+                        return ev.token;
+            return std::string();
+        case Conversion::Normalized: {
+            const double span = p_objOffer.hi() - p_objOffer.lo();
+            return formatFloat(span > 0 ? (p_nValue - p_objOffer.lo()) / span : 0);
+        }
+        case Conversion::Offset: {
+            const double half = (p_objOffer.hi() - p_objOffer.lo()) / 2;
+            const double mid = (p_objOffer.hi() + p_objOffer.lo()) / 2;
+            return formatFloat(half > 0 ? (p_nValue - mid) / half : 0);
+        }
+        case Conversion::Seconds:
+            return durationText(p_nValue);
+        case Conversion::Reciprocal:
+            return p_nValue > 0 ? formatFloat(p_objField.scale / p_nValue) : std::string();
+    }
+    return std::string();
+}
+
+// The key value of an ONVIF text, validated against the style's offer.
+// p_nCurrent keeps an enum token that already holds. False with a reason.
+bool fromOnvif(const FieldMap& p_objField, const Offer& p_objOffer, const std::string& p_strText,
+               int p_nCurrent, int& p_nValue, std::string& p_strWhy) {
+    double d = 0;
+    switch (p_objField.conversion) {
+        case Conversion::Enum:
+            for (const EnumValue* ev : offeredTokens(p_objField, p_objOffer)) {
+                if (p_strText != ev->token)
+                    continue;
+                for (int v : ev->keyValues)
+                    if (v == p_nCurrent) {
+                        p_nValue = v;
+                        return true;
+                    }
+                for (int v : ev->keyValues)
+                    if (p_objOffer.allows(v)) {
+                        p_nValue = v;
+                        return true;
+                    }
+            }
+            p_strWhy = "'" + p_strText + "' is not offered";
+            return false;
+        case Conversion::Seconds:
+            if (!parseDuration(p_strText, d)) {
+                p_strWhy = "'" + p_strText + "' is not a duration in seconds";
+                return false;
+            }
+            break;
+        default:
+            if (!parseFloat(p_strText, d)) {
+                p_strWhy = "'" + p_strText + "' is not a number";
+                return false;
+            }
+    }
+    if (p_objField.conversion == Conversion::Reciprocal) {
+        // Any time within the offered range; the nearest offered shutter is taken.
+        const double dLo = p_objOffer.hi() > 0 ? p_objField.scale / p_objOffer.hi() : 0;
+        const double dHi = p_objOffer.lo() > 0 ? p_objField.scale / p_objOffer.lo() : 0;
+        if (p_objOffer.bRange || d <= 0 || d < dLo * (1 - 1e-6) || d > dHi * (1 + 1e-6)) {
+            p_strWhy = "'" + p_strText + "' is out of range";
+            return false;
+        }
+        int nBest = 0;
+        double dBest = -1;
+        for (int c : p_objOffer.choices) {
+            if (c <= 0)
+                continue;
+            const double diff = std::fabs(p_objField.scale / c - d);
+            if (dBest < 0 || diff < dBest) {
+                dBest = diff;
+                nBest = c;
+            }
+        }
+        if (dBest < 0) {
+            p_strWhy = "no shutter is offered";
+            return false;
+        }
+        p_nValue = nBest;
+        return true;
+    }
+    double dKey = d;
+    if (p_objField.conversion == Conversion::Number) {
+        dKey = d / p_objField.scale;
+    } else if (p_objField.conversion == Conversion::Normalized) {
+        if (d < 0 || d > 1) {
+            p_strWhy = "'" + p_strText + "' is outside 0..1";
+            return false;
+        }
+        dKey = p_objOffer.lo() + d * (p_objOffer.hi() - p_objOffer.lo());
+    } else if (p_objField.conversion == Conversion::Offset) {
+        if (d < -1 || d > 1) {
+            p_strWhy = "'" + p_strText + "' is outside -1..1";
+            return false;
+        }
+        dKey =
+            (p_objOffer.hi() + p_objOffer.lo()) / 2 + d * (p_objOffer.hi() - p_objOffer.lo()) / 2;
+    }
+    if (!(dKey > -2147483648.0 && dKey < 2147483647.0)) {
+        p_strWhy = "'" + p_strText + "' is out of range";
+        return false;
+    }
+    const int n = static_cast<int>(std::lround(dKey));
+    if (!p_objOffer.allows(n)) {
+        p_strWhy = "'" + p_strText + "' is out of range";
+        return false;
+    }
+    p_nValue = n;
+    return true;
+}
+
+// Writes nested elements from (path, leaf XML) pairs in document order:
+// consecutive paths share their common containers.
+class Nester {
+public:
+    explicit Nester(std::string& p_strOut) : m_strOut(p_strOut) {}
+    ~Nester() { to({}); }
+    void leaf(const std::string& p_strPath, const std::string& p_strXml) {
+        std::vector<std::string> parts = split(p_strPath);
+        parts.pop_back();
+        to(parts);
+        m_strOut += p_strXml;
+    }
+
+private:
+    static std::vector<std::string> split(const std::string& p_strPath) {
+        std::vector<std::string> parts;
+        size_t pos = 0;
+        while (true) {
+            const size_t e = p_strPath.find('/', pos);
+            parts.push_back(p_strPath.substr(pos, e == std::string::npos ? e : e - pos));
+            if (e == std::string::npos)
+                return parts;
+            pos = e + 1;
+        }
+    }
+    void to(const std::vector<std::string>& p_vecParts) {
+        size_t nCommon = 0;
+        while (nCommon < m_vecOpen.size() && nCommon < p_vecParts.size() &&
+               m_vecOpen[nCommon] == p_vecParts[nCommon])
+            ++nCommon;
+        while (m_vecOpen.size() > nCommon) {
+            m_strOut += "</tt:" + m_vecOpen.back() + ">";
+            m_vecOpen.pop_back();
+        }
+        for (size_t i = nCommon; i < p_vecParts.size(); ++i) {
+            m_strOut += "<tt:" + p_vecParts[i] + ">";
+            m_vecOpen.push_back(p_vecParts[i]);
+        }
+    }
+    std::string& m_strOut;
+    std::vector<std::string> m_vecOpen;
+};
+
+std::string lastPart(const std::string& p_strPath) {
+    const size_t n = p_strPath.rfind('/');
+    return n == std::string::npos ? p_strPath : p_strPath.substr(n + 1);
+}
+
+std::string element(const std::string& p_strName, const std::string& p_strText) {
+    return "<tt:" + p_strName + ">" + xmlEscape(p_strText) + "</tt:" + p_strName + ">";
+}
+
+std::string range(const std::string& p_strName, double p_dMin, double p_dMax) {
+    return "<tt:" + p_strName + "><tt:Min>" + formatFloat(p_dMin) + "</tt:Min><tt:Max>" +
+           formatFloat(p_dMax) + "</tt:Max></tt:" + p_strName + ">";
+}
+
+const FieldMap* fieldOfKey(unsigned p_nKey) {
+    for (const FieldMap& f : imagingFieldMap())
+        if (f.key == p_nKey)
+            return &f;
+    return nullptr;
+}
+
+bool isIrCutAdjustment(const FieldMap& p_objField) {
+    return std::string(p_objField.path).find("IrCutFilterAutoAdjustment") != std::string::npos;
+}
+
+SoapFault invalidSettings(const std::string& p_strReason) {
+    return SoapFault::sender("ter:InvalidArgVal", "ter:SettingsInvalid", p_strReason);
+}
+
+SoapFault noSource() {
+    return SoapFault::sender("ter:InvalidArgVal", "ter:NoSource", "no such video source");
+}
+
+} // namespace
+
+// The service -------------------------------------------------------------------
+
+ImagingService::ImagingService(ISensorController& p_objController, ImagingConfig p_objConfig)
+    : m_objController(p_objController), m_objConfig(std::move(p_objConfig)) {}
+
+void ImagingService::registerOn(SoapEndpoint& p_objEndpoint) {
+    using Member = Result (ImagingService::*)(const XmlNode&);
+    const std::pair<const char*, Member> ops[] = {
+        {"GetServiceCapabilities", &ImagingService::getServiceCapabilities},
+        {"GetImagingSettings", &ImagingService::getImagingSettings},
+        {"SetImagingSettings", &ImagingService::setImagingSettings},
+        {"GetOptions", &ImagingService::getOptions},
+        {"GetMoveOptions", &ImagingService::getMoveOptions},
+        {"Move", &ImagingService::move},
+        {"Stop", &ImagingService::stop},
+        {"GetStatus", &ImagingService::getStatus},
+        {"GetPresets", &ImagingService::getPresets},
+        {"GetCurrentPreset", &ImagingService::getCurrentPreset},
+        {"SetCurrentPreset", &ImagingService::setCurrentPreset},
+    };
+    for (const auto& op : ops) {
+        const Member fn = op.second;
+        p_objEndpoint.addOperation(kPath, op.first,
+                                   [this, fn](const Request& r) { return (this->*fn)(r.op); });
+    }
+}
+
+namespace {
+
+bool sourceMatches(const XmlNode& p_objOp, const std::string& p_strToken) {
+    const XmlNode* pToken = p_objOp.child("VideoSourceToken");
+    return pToken && pToken->text == p_strToken;
+}
+
+} // namespace
+
+Result ImagingService::getServiceCapabilities(const XmlNode&) {
+    const StyleOffers style = readStyle(m_objController);
+    const FieldMap* pDis = fieldOfKey(KEY_ANTI_SHAKE_SWITCH);
+    const bool bDis = pDis && offered(*pDis, style);
+    return std::string("<timg:GetServiceCapabilitiesResponse><timg:Capabilities "
+                       "ImageStabilization=\"") +
+           (bDis ? "true" : "false") + "\" Presets=\"" +
+           (m_objConfig.schemeCount > 0 ? "true" : "false") +
+           "\" AdaptablePreset=\"false\"/></timg:GetServiceCapabilitiesResponse>";
+}
+
+namespace {
+
+// The two IrCutFilterAutoAdjustment entries (ToOn, ToOff), each with the
+// shared response time; empty when the style offers no threshold.
+std::string irCutAdjustments(ISensorController& p_objController, const StyleOffers& p_objStyle) {
+    const FieldMap* pDelay = fieldOfKey(KEY_DELAY);
+    std::string delay;
+    int nDelay = 0;
+    if (pDelay && offered(*pDelay, p_objStyle) && p_objController.getParameter(KEY_DELAY, nDelay))
+        delay = element("ResponseTime", toOnvif(*pDelay, *p_objStyle.find(KEY_DELAY), nDelay));
+    std::string out;
+    const std::pair<unsigned, const char*> bounds[] = {{KEY_NTD_THR, "ToOn"},
+                                                       {KEY_DTN_THR, "ToOff"}};
+    for (const auto& b : bounds) {
+        const FieldMap* pField = fieldOfKey(b.first);
+        int n = 0;
+        if (!pField || !offered(*pField, p_objStyle) ||
+            !p_objController.getParameter(static_cast<int>(b.first), n))
+            continue;
+        out += "<tt:IrCutFilterAutoAdjustment>" + element("BoundaryType", b.second) +
+               element("BoundaryOffset", toOnvif(*pField, *p_objStyle.find(b.first), n)) + delay +
+               "</tt:IrCutFilterAutoAdjustment>";
+    }
+    return out;
+}
+
+} // namespace
+
+namespace {
+
+// Every offered field's value, as the controller holds it, into out.
+void readSettings(ISensorController& p_objController, const StyleOffers& style, std::string& out) {
+    {
+        Nester nest(out);
+        bool bIrCutDone = false;
+        for (const FieldMap& f : imagingFieldMap()) {
+            if (isIrCutAdjustment(f)) {
+                if (!bIrCutDone) {
+                    const std::string irCut = irCutAdjustments(p_objController, style);
+                    if (!irCut.empty())
+                        nest.leaf("Extension/Extension/IrCutFilterAutoAdjustment", irCut);
+                }
+                bIrCutDone = true;
+                continue;
+            }
+            if (!offered(f, style))
+                continue;
+            int nValue = 0;
+            if (!p_objController.getParameter(static_cast<int>(f.key), nValue))
+                continue;
+            const std::string text = toOnvif(f, *style.find(f.key), nValue);
+            if (!text.empty())
+                nest.leaf(f.path, element(lastPart(f.path), text));
+        }
+    }
+}
+
+} // namespace
+
+Result ImagingService::getImagingSettings(const XmlNode& p_objOp) {
+    if (!sourceMatches(p_objOp, m_objConfig.videoSourceToken))
+        return noSource();
+    // Read while no change of this service is under way, so that an answer
+    // never shows one client's change half applied. (A scheme switch by the
+    // worker between two reads can still show two schemes' values; the public
+    // interface has no locked read of several keys.)
+    std::lock_guard<std::mutex> lock(m_objChangeMutex);
+    const StyleOffers style = readStyle(m_objController);
+    // The keys are read one by one; a scheme switch by the worker between two
+    // reads would mix two schemes in one answer. The current scheme is read
+    // before and after (a switch holds the controller's lock throughout), and
+    // the values are read again when it changed.
+    std::string out;
+    for (int nTry = 0; nTry < 3; ++nTry) {
+        int nSchemeBefore = -1;
+        int nSchemeAfter = -2;
+        (void)m_objController.getParamScheme(nSchemeBefore);
+        out = "<timg:GetImagingSettingsResponse><timg:ImagingSettings>";
+        readSettings(m_objController, style, out);
+        (void)m_objController.getParamScheme(nSchemeAfter);
+        if (nSchemeBefore == nSchemeAfter)
+            break;
+    }
+    out += "</timg:ImagingSettings></timg:GetImagingSettingsResponse>";
+    return out;
+}
+
+namespace {
+
+// The option element's path and name of a field under ImagingOptions20.
+std::string optionPath(const FieldMap& p_objField) {
+    std::string path = p_objField.path;
+    const std::pair<const char*, const char*> renames[] = {
+        {"Focus/AutoFocusMode", "Focus/AutoFocusModes"},
+        {"IrCutFilter", "IrCutFilterModes"},
+        {"WhiteBalance/CrGain", "WhiteBalance/YrGain"},
+        {"WhiteBalance/CbGain", "WhiteBalance/YbGain"},
+    };
+    for (const auto& r : renames)
+        if (path == r.first)
+            return r.second;
+    return path;
+}
+
+} // namespace
+
+Result ImagingService::getOptions(const XmlNode& p_objOp) {
+    if (!sourceMatches(p_objOp, m_objConfig.videoSourceToken))
+        return noSource();
+    const StyleOffers style = readStyle(m_objController);
+    std::string out = "<timg:GetOptionsResponse><timg:ImagingOptions>";
+    {
+        Nester nest(out);
+        bool bIrCutDone = false;
+        for (const FieldMap& f : imagingFieldMap()) {
+            if (isIrCutAdjustment(f)) {
+                if (bIrCutDone)
+                    continue;
+                bIrCutDone = true;
+                const FieldMap* pOn = fieldOfKey(KEY_NTD_THR);
+                const FieldMap* pOff = fieldOfKey(KEY_DTN_THR);
+                const FieldMap* pDelay = fieldOfKey(KEY_DELAY);
+                std::string xml;
+                if (offered(*pOn, style) && offered(*pOff, style))
+                    xml += element("BoundaryType", "Common");
+                if (offered(*pOn, style))
+                    xml += element("BoundaryType", "ToOn");
+                if (offered(*pOff, style))
+                    xml += element("BoundaryType", "ToOff");
+                if (xml.empty())
+                    continue;
+                xml += element("BoundaryOffset", "true");
+                if (offered(*pDelay, style)) {
+                    const Offer& o = *style.find(KEY_DELAY);
+                    xml += "<tt:ResponseTimeRange>" +
+                           element("Min", durationText(static_cast<int>(o.lo()))) +
+                           element("Max", durationText(static_cast<int>(o.hi()))) +
+                           "</tt:ResponseTimeRange>";
+                }
+                nest.leaf("Extension/Extension/IrCutFilterAutoAdjustment",
+                          "<tt:IrCutFilterAutoAdjustment>" + xml +
+                              "</tt:IrCutFilterAutoAdjustment>");
+                continue;
+            }
+            if (!offered(f, style))
+                continue;
+            const Offer& o = *style.find(f.key);
+            const std::string path = optionPath(f);
+            const std::string name = lastPart(path);
+            std::string xml;
+            switch (f.conversion) {
+                case Conversion::Enum:
+                    for (const EnumValue* ev : offeredTokens(f, o))
+                        xml += element(name, ev->token);
+                    break;
+                case Conversion::Normalized:
+                    xml = element(name, "true");
+                    break;
+                case Conversion::Number:
+                    xml = range(name, o.lo() * f.scale, o.hi() * f.scale);
+                    break;
+                case Conversion::Reciprocal:
+                    if (o.lo() <= 0 || o.bRange)
+                        continue;
+                    xml = range(name, f.scale / o.hi(), f.scale / o.lo());
+                    break;
+                default:
+                    break;
+            }
+            // Defogging's mode list is one comma-separated text.
+            if (path == "Extension/Extension/Extension/Defogging/Mode") {
+                std::string list;
+                for (const EnumValue* ev : offeredTokens(f, o))
+                    list += (list.empty() ? "" : ",") + std::string(ev->token);
+                xml = element(name, list);
+            }
+            nest.leaf(path, xml);
+        }
+    }
+    out += "</timg:ImagingOptions></timg:GetOptionsResponse>";
+    return out;
+}
+
+namespace {
+
+struct Change {
+    const FieldMap* field;
+    int oldValue;
+    int newValue;
+};
+
+// Adds a change of one field from its request text, validated. False with a
+// fault reason.
+bool addChange(ISensorController& p_objController, const StyleOffers& p_objStyle,
+               const FieldMap& p_objField, const std::string& p_strText,
+               std::vector<Change>& p_vecOut, std::string& p_strWhy) {
+    const std::string name = p_objField.path;
+    if (!offered(p_objField, p_objStyle)) {
+        p_strWhy = name + " is not supported by this camera";
+        return false;
+    }
+    int nOld = 0;
+    if (!p_objController.getParameter(static_cast<int>(p_objField.key), nOld)) {
+        p_strWhy = name + " cannot be read";
+        return false;
+    }
+    int nNew = 0;
+    std::string why;
+    if (!fromOnvif(p_objField, *p_objStyle.find(p_objField.key), p_strText, nOld, nNew, why)) {
+        p_strWhy = name + ": " + why;
+        return false;
+    }
+    for (Change& c : p_vecOut)
+        if (c.field->key == p_objField.key) {
+            c.newValue = nNew;
+            return true;
+        }
+    p_vecOut.push_back(Change{&p_objField, nOld, nNew});
+    return true;
+}
+
+} // namespace
+
+Result ImagingService::setImagingSettings(const XmlNode& p_objOp) {
+    std::lock_guard<std::mutex> lock(m_objChangeMutex);
+    if (!sourceMatches(p_objOp, m_objConfig.videoSourceToken))
+        return noSource();
+    const XmlNode* pSettings = p_objOp.child("ImagingSettings");
+    if (!pSettings)
+        return invalidSettings("no ImagingSettings");
+    bool bPersist = true;
+    if (const XmlNode* pForce = p_objOp.child("ForcePersistence"))
+        if (!parseBool(pForce->text, bPersist))
+            return invalidSettings("ForcePersistence is not a boolean");
+
+    // Every field is decoded and checked before any is applied.
+    const StyleOffers style = readStyle(m_objController);
+    std::vector<Change> changes;
+    std::string why;
+    for (const FieldMap& f : imagingFieldMap()) {
+        if (isIrCutAdjustment(f))
+            continue;
+        const XmlNode* pNode = pSettings->find(f.path);
+        if (pNode && !addChange(m_objController, style, f, pNode->text, changes, why))
+            return invalidSettings(why);
+    }
+    if (const XmlNode* pExt = pSettings->find("Extension/Extension")) {
+        for (const XmlNode* pAdj : pExt->childrenNamed("IrCutFilterAutoAdjustment")) {
+            const XmlNode* pType = pAdj->child("BoundaryType");
+            const XmlNode* pOffset = pAdj->child("BoundaryOffset");
+            const XmlNode* pTime = pAdj->child("ResponseTime");
+            if (!pType)
+                return invalidSettings("IrCutFilterAutoAdjustment without BoundaryType");
+            std::vector<unsigned> keys;
+            if (pType->text == "ToOn" || pType->text == "Common")
+                keys.push_back(KEY_NTD_THR);
+            if (pType->text == "ToOff" || pType->text == "Common")
+                keys.push_back(KEY_DTN_THR);
+            if (keys.empty())
+                return invalidSettings("BoundaryType '" + pType->text + "' is not offered");
+            for (unsigned k : keys)
+                if (pOffset &&
+                    !addChange(m_objController, style, *fieldOfKey(k), pOffset->text, changes, why))
+                    return invalidSettings(why);
+            if (pTime && !addChange(m_objController, style, *fieldOfKey(KEY_DELAY), pTime->text,
+                                    changes, why))
+                return invalidSettings(why);
+        }
+    }
+
+    // Applied as one pair text through the cache, as the web console applies
+    // a change: the controller takes its lock once for all of them, so a
+    // scheme switch never lands between two fields of one request. The text
+    // stops at the first pair the ISP refuses and answers -key; the pairs
+    // before it are put back, last first, in one more text.
+    std::vector<const Change*> pending;
+    std::string strPairs;
+    for (const Change& c : changes) {
+        if (c.newValue == c.oldValue)
+            continue;
+        pending.push_back(&c);
+        strPairs += "(" + std::to_string(c.field->key) + "," + std::to_string(c.newValue) + ")";
+    }
+    std::vector<const Change*> applied;
+    const int nResult = pending.empty() ? 0 : m_objController.setParameters(strPairs, true);
+    if (nResult != 0) {
+        const Change* pRefused = nullptr;
+        for (const Change* c : pending) {
+            if (nResult == -static_cast<int>(c->field->key)) {
+                pRefused = c;
+                break;
+            }
+            applied.push_back(c);
+        }
+        std::string strBack;
+        for (auto it = applied.rbegin(); it != applied.rend(); ++it)
+            strBack += "(" + std::to_string((*it)->field->key) + "," +
+                       std::to_string((*it)->oldValue) + ")";
+        if (!strBack.empty())
+            (void)m_objController.setParameters(strBack, true);
+        const std::string strField = pRefused != nullptr
+                                         ? std::string(pRefused->field->path) + " (key " +
+                                               std::to_string(pRefused->field->key) + " " +
+                                               pRefused->field->keyName + ")"
+                                         : "a field (result " + std::to_string(nResult) + ")";
+        return SoapFault::receiver("ter:Action", "",
+                                   "the camera refused " + strField + "; nothing was changed");
+    }
+    applied = pending;
+    if (bPersist && !applied.empty())
+        (void)m_objController.flush();
+    return "<timg:SetImagingSettingsResponse/>";
+}
+
+Result ImagingService::getMoveOptions(const XmlNode& p_objOp) {
+    if (!sourceMatches(p_objOp, m_objConfig.videoSourceToken))
+        return noSource();
+    const StyleOffers style = readStyle(m_objController);
+    std::string out = "<timg:GetMoveOptionsResponse><timg:MoveOptions>";
+    if (style.hasLens())
+        out += "<tt:Absolute>" + range("Position", kFocusMin, kFocusMax) +
+               "</tt:Absolute><tt:Relative>" + range("Distance", -kFocusMax, kFocusMax) +
+               "</tt:Relative><tt:Continuous>" + range("Speed", -1, 1) + "</tt:Continuous>";
+    out += "</timg:MoveOptions></timg:GetMoveOptionsResponse>";
+    return out;
+}
+
+Result ImagingService::move(const XmlNode& p_objOp) {
+    std::lock_guard<std::mutex> lock(m_objChangeMutex);
+    if (!sourceMatches(p_objOp, m_objConfig.videoSourceToken))
+        return noSource();
+    const StyleOffers style = readStyle(m_objController);
+    if (!style.hasLens())
+        return SoapFault::receiver("ter:ActionNotSupported", "ter:NoImagingForSource",
+                                   "this camera has no focus lens");
+    const XmlNode* pFocus = p_objOp.child("Focus");
+    if (!pFocus)
+        return invalidSettings("no Focus move");
+    double d = 0;
+    bool bOk = false;
+    if (const XmlNode* pAbs = pFocus->child("Absolute")) {
+        const XmlNode* pPos = pAbs->child("Position");
+        if (!pPos || !parseFloat(pPos->text, d) || d < kFocusMin || d > kFocusMax)
+            return invalidSettings("Absolute Position is missing or out of range");
+        bOk = m_objController.setFocusValue(static_cast<int>(std::lround(d)));
+    } else if (const XmlNode* pRel = pFocus->child("Relative")) {
+        const XmlNode* pDist = pRel->child("Distance");
+        if (!pDist || !parseFloat(pDist->text, d) || d < -kFocusMax || d > kFocusMax)
+            return invalidSettings("Relative Distance is missing or out of range");
+        int nPos = 0;
+        if (m_objController.getFocusValue(nPos)) {
+            long nTarget = nPos + std::lround(d);
+            nTarget = std::max<long>(kFocusMin, std::min<long>(kFocusMax, nTarget));
+            bOk = m_objController.setFocusValue(static_cast<int>(nTarget));
+        }
+    } else if (const XmlNode* pCont = pFocus->child("Continuous")) {
+        const XmlNode* pSpeed = pCont->child("Speed");
+        if (!pSpeed || !parseFloat(pSpeed->text, d) || d < -1 || d > 1)
+            return invalidSettings("Continuous Speed is missing or out of range");
+        if (d == 0) {
+            m_bMoving = false;
+            bOk = m_objController.setPTZRunState(0);
+        } else {
+            bOk = d > 0 ? m_objController.focusFar() : m_objController.focusNear();
+            m_bMoving = bOk;
+        }
+    } else {
+        return invalidSettings("no Absolute, Relative or Continuous move");
+    }
+    if (!bOk)
+        return SoapFault::receiver("ter:Action", "", "the lens refused the move");
+    return "<timg:MoveResponse/>";
+}
+
+Result ImagingService::stop(const XmlNode& p_objOp) {
+    std::lock_guard<std::mutex> lock(m_objChangeMutex);
+    if (!sourceMatches(p_objOp, m_objConfig.videoSourceToken))
+        return noSource();
+    m_bMoving = false;
+    (void)m_objController.setPTZRunState(0);
+    return "<timg:StopResponse/>";
+}
+
+Result ImagingService::getStatus(const XmlNode& p_objOp) {
+    if (!sourceMatches(p_objOp, m_objConfig.videoSourceToken))
+        return noSource();
+    std::string out = "<timg:GetStatusResponse><timg:Status>";
+    int nPos = 0;
+    if (readStyle(m_objController).hasLens() && m_objController.getFocusValue(nPos))
+        out += "<tt:FocusStatus20>" + element("Position", formatFloat(nPos)) +
+               element("MoveStatus", m_bMoving ? "MOVING" : "IDLE") + "</tt:FocusStatus20>";
+    out += "</timg:Status></timg:GetStatusResponse>";
+    return out;
+}
+
+namespace {
+
+std::string presetXml(int p_nScheme) {
+    return "<timg:Preset token=\"" + std::string(kPresetPrefix) + std::to_string(p_nScheme) +
+           "\" type=\"Custom\">" + element("Name", "Scheme " + std::to_string(p_nScheme)) +
+           "</timg:Preset>";
+}
+
+} // namespace
+
+Result ImagingService::getPresets(const XmlNode& p_objOp) {
+    if (!sourceMatches(p_objOp, m_objConfig.videoSourceToken))
+        return noSource();
+    std::string out = "<timg:GetPresetsResponse>";
+    for (int s = 0; s < m_objConfig.schemeCount; ++s)
+        out += presetXml(s);
+    out += "</timg:GetPresetsResponse>";
+    return out;
+}
+
+Result ImagingService::getCurrentPreset(const XmlNode& p_objOp) {
+    if (!sourceMatches(p_objOp, m_objConfig.videoSourceToken))
+        return noSource();
+    int nScheme = -1;
+    std::string out = "<timg:GetCurrentPresetResponse>";
+    if (m_objController.getParamScheme(nScheme) && nScheme >= 0 &&
+        nScheme < m_objConfig.schemeCount)
+        out += presetXml(nScheme);
+    out += "</timg:GetCurrentPresetResponse>";
+    return out;
+}
+
+Result ImagingService::setCurrentPreset(const XmlNode& p_objOp) {
+    std::lock_guard<std::mutex> lock(m_objChangeMutex);
+    if (!sourceMatches(p_objOp, m_objConfig.videoSourceToken))
+        return noSource();
+    const XmlNode* pToken = p_objOp.child("PresetToken");
+    const std::string prefix = kPresetPrefix;
+    int nScheme = -1;
+    if (pToken && pToken->text.size() > prefix.size() && pToken->text.size() < prefix.size() + 4 &&
+        pToken->text.compare(0, prefix.size(), prefix) == 0) {
+        const std::string digits = pToken->text.substr(prefix.size());
+        if (digits.find_first_not_of("0123456789") == std::string::npos)
+            nScheme = std::atoi(digits.c_str());
+    }
+    if (nScheme < 0 || nScheme >= m_objConfig.schemeCount)
+        return SoapFault::sender("ter:InvalidArgVal", "ter:NoImagingPreset", "no such preset");
+    if (!m_objController.setParamScheme(nScheme))
+        return SoapFault::receiver("ter:Action", "", "the scheme switch failed");
+    return "<timg:SetCurrentPresetResponse/>";
+}
+
+} // namespace sensor_onvif
