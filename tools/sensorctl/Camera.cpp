@@ -176,12 +176,7 @@ bool Camera::writeModuleDetail(std::string& error) {
 }
 
 ModuleConfigure Camera::readModuleConfigure() const {
-    MachineInfo objInfo;
-    SystemInfoParser::parseMachineInfo(sensorDevicePath(SENSOR_MACHINE_INFO_FILE), objInfo);
-    std::vector<ModuleConfigure> modules;
-    ModuleConfigureParser::parse(sensorDevicePath(SENSOR_MODULE_CONFIG_FILE),
-                                 objInfo.getHardwareModel(), objInfo.getHardwareCode(), modules);
-    return modules.empty() ? ModuleConfigure() : modules.front();
+    return sim::machineModule(sensorDeviceRoot());
 }
 
 unsigned Camera::schemeCount() const {

@@ -1,5 +1,7 @@
 #include "Serve.h"
 
+#include "ConsoleRequest.h"
+
 #include <pthread.h>
 #include <signal.h>
 
@@ -25,9 +27,17 @@
 
 #include <httplib.h>
 
+#include "config/SysConfig.h"
 #include "controller/KeyCmdTable.h"
+#include "controller/SensorKeys.h"
 #include "host/KPDeviceTime.h"
+#include "host/MachineInfo.h"
 #include "sim/SimIsp.h"
+#include "storage/DeviceRoot.h"
+
+#ifdef SENSORCTL_HAVE_ONVIF
+#include "OnvifServer.h"
+#endif
 
 #endif
 
@@ -56,77 +66,9 @@ namespace {
 constexpr size_t kMaxBody = 64 * 1024;
 // Trace entries kept for pollers; older ones are dropped and counted.
 constexpr size_t kMaxTrace = 4000;
-
-std::string trimmed(const std::string& text) {
-    const char* const blanks = " \t\r\n";
-    const size_t nBegin = text.find_first_not_of(blanks);
-    if (nBegin == std::string::npos)
-        return "";
-    return text.substr(nBegin, text.find_last_not_of(blanks) - nBegin + 1);
-}
-
-// A decimal integer, optionally negative, nothing else around it.
-bool parseStrictInt(const std::string& text, long lo, long hi, long& value) {
-    size_t i = text.size() > 0 && text[0] == '-' ? 1 : 0;
-    if (i == text.size() || text.size() > 11)
-        return false;
-    for (; i < text.size(); ++i)
-        if (!std::isdigit(static_cast<unsigned char>(text[i])))
-            return false;
-    errno = 0;
-    value = std::strtol(text.c_str(), nullptr, 10);
-    return errno == 0 && value >= lo && value <= hi;
-}
-
-// Reads a signed decimal at pos up to one of the stop characters.
-bool readNumberAt(const std::string& text, size_t& pos, const char* stops, long& value) {
-    const size_t nEnd = text.find_first_of(stops, pos);
-    if (nEnd == std::string::npos)
-        return false;
-    if (!parseStrictInt(text.substr(pos, nEnd - pos), INT_MIN, INT_MAX, value))
-        return false;
-    pos = nEnd;
-    return true;
-}
-
-// A pair list "(k,v)(k,v)..." written exactly so; the keys in order.
-bool parsePairList(const std::string& text, std::vector<long>& keys, std::string& reason) {
-    size_t pos = 0;
-    while (pos < text.size()) {
-        long nKey = 0, nValue = 0;
-        const size_t nStart = pos;
-        if (text[pos] != '(' || !readNumberAt(text, ++pos, ",", nKey) ||
-            !readNumberAt(text, ++pos, ")", nValue)) {
-            reason = "not a pair list (key,value)(key,value)...: bad pair at byte " +
-                     std::to_string(nStart);
-            return false;
-        }
-        ++pos;
-        keys.push_back(nKey);
-    }
-    if (keys.empty()) {
-        reason = "empty pair list";
-        return false;
-    }
-    return true;
-}
-
-// An id list "(k,k,...)".
-bool isIdList(const std::string& text) {
-    if (text.size() < 3 || text.front() != '(' || text.back() != ')')
-        return false;
-    size_t pos = 1;
-    for (;;) {
-        long nId = 0;
-        if (!readNumberAt(text, pos, ",)", nId))
-            return false;
-        if (pos == text.size() - 1)
-            return true;
-        if (text[pos] == ')')
-            return false;
-        ++pos;
-    }
-}
+// Connections served at once: each keeps its thread while it is kept alive,
+// so a page and 16 ONVIF clients must not wait for each other's threads.
+constexpr size_t kServerThreads = 24;
 
 std::string jsonString(const std::string& text) {
     std::string out = "\"";
@@ -180,40 +122,41 @@ public:
     explicit Console(Camera& camera) : m_camera(camera) {}
 
     void install(httplib::Server& server);
+#ifdef SENSORCTL_HAVE_ONVIF
+    // The ONVIF paths, served one request at a time with the API's.
+    void installOnvif(httplib::Server& server, OnvifServices& services) {
+        installOnvifRoutes(server, services, m_mutex, [this] { drainTrace(); });
+        m_bOnvif = true;
+    }
+#endif
     void startDrain();
     void stopDrain();
 
 private:
-    using Handler = std::function<void(const httplib::Request&, httplib::Response&)>;
-
     // Caller holds m_mutex.
     void drainTrace();
     std::string statusJson();
 
-    void route(httplib::Server& server, const std::string& path, Handler get, Handler post);
-    Handler on(void (Console::*fn)(const httplib::Request&, httplib::Response&)) {
-        return [this, fn](const httplib::Request& req, httplib::Response& res) {
-            (this->*fn)(req, res);
-        };
-    }
+    // Serves one call read by parseApiRequest. Caller holds m_mutex.
+    void serve(const ApiParsed& call, httplib::Response& res);
 
-    void getStyle(const httplib::Request&, httplib::Response&);
-    void getParams(const httplib::Request&, httplib::Response&);
-    void postSet(const httplib::Request&, httplib::Response&);
-    void getScheme(const httplib::Request&, httplib::Response&);
-    void postScheme(const httplib::Request&, httplib::Response&);
-    void getMode(const httplib::Request&, httplib::Response&);
-    void postMode(const httplib::Request&, httplib::Response&);
-    void postFlush(const httplib::Request&, httplib::Response&);
-    void postLast(const httplib::Request&, httplib::Response&);
-    void postReset(const httplib::Request&, httplib::Response&);
-    void getClock(const httplib::Request&, httplib::Response&);
-    void postClock(const httplib::Request&, httplib::Response&);
-    void getDayNight(const httplib::Request&, httplib::Response&);
-    void postDayNight(const httplib::Request&, httplib::Response&);
-    void postFail(const httplib::Request&, httplib::Response&);
-    void getTrace(const httplib::Request&, httplib::Response&);
-    void getStatus(const httplib::Request&, httplib::Response&);
+    void getStyle(const ApiParsed&, httplib::Response&);
+    void getParams(const ApiParsed&, httplib::Response&);
+    void postSet(const ApiParsed&, httplib::Response&);
+    void getScheme(const ApiParsed&, httplib::Response&);
+    void postScheme(const ApiParsed&, httplib::Response&);
+    void getMode(const ApiParsed&, httplib::Response&);
+    void postMode(const ApiParsed&, httplib::Response&);
+    void postFlush(const ApiParsed&, httplib::Response&);
+    void postLast(const ApiParsed&, httplib::Response&);
+    void postReset(const ApiParsed&, httplib::Response&);
+    void getClock(const ApiParsed&, httplib::Response&);
+    void postClock(const ApiParsed&, httplib::Response&);
+    void getDayNight(const ApiParsed&, httplib::Response&);
+    void postDayNight(const ApiParsed&, httplib::Response&);
+    void postFail(const ApiParsed&, httplib::Response&);
+    void getTrace(const ApiParsed&, httplib::Response&);
+    void getStatus(const ApiParsed&, httplib::Response&);
 
     struct Entry {
         uint64_t nSeq;
@@ -230,6 +173,7 @@ private:
     bool m_bNight = false;
     static constexpr int kNoScheme = -2; // before the first look
     int m_nTracedScheme = kNoScheme;
+    bool m_bOnvif = false; // the ONVIF paths are served
 
     std::thread m_drainer;
     std::condition_variable m_cvStop;
@@ -305,25 +249,6 @@ void Console::stopDrain() {
         m_drainer.join();
 }
 
-void Console::route(httplib::Server& server, const std::string& path, Handler get, Handler post) {
-    const std::string strAllow =
-        std::string(get ? "GET" : "") + (get && post ? ", " : "") + (post ? "POST" : "");
-    auto wrap = [this, strAllow](Handler h) {
-        return [this, h, strAllow](const httplib::Request& req, httplib::Response& res) {
-            if (!h) {
-                res.set_header("Allow", strAllow);
-                sendError(res, 405, "method not allowed; use " + strAllow);
-                return;
-            }
-            std::lock_guard<std::mutex> lock(m_mutex);
-            drainTrace();
-            h(req, res);
-        };
-    };
-    server.Get(path, wrap(get));
-    server.Post(path, wrap(post));
-}
-
 void Console::install(httplib::Server& server) {
     server.Get("/", [](const httplib::Request&, httplib::Response& res) {
         res.set_content(kWebPage, "text/html; charset=utf-8");
@@ -331,26 +256,52 @@ void Console::install(httplib::Server& server) {
     server.Get("/index.html", [](const httplib::Request&, httplib::Response& res) {
         res.set_content(kWebPage, "text/html; charset=utf-8");
     });
-    route(server, "/api/style", on(&Console::getStyle), nullptr);
-    route(server, "/api/params", on(&Console::getParams), nullptr);
-    route(server, "/api/set", nullptr, on(&Console::postSet));
-    route(server, "/api/scheme", on(&Console::getScheme), on(&Console::postScheme));
-    route(server, "/api/mode", on(&Console::getMode), on(&Console::postMode));
-    route(server, "/api/flush", nullptr, on(&Console::postFlush));
-    route(server, "/api/last", nullptr, on(&Console::postLast));
-    route(server, "/api/reset", nullptr, on(&Console::postReset));
-    route(server, "/api/clock", on(&Console::getClock), on(&Console::postClock));
-    route(server, "/api/daynight", on(&Console::getDayNight), on(&Console::postDayNight));
-    route(server, "/api/fail", nullptr, on(&Console::postFail));
-    route(server, "/api/trace", on(&Console::getTrace), nullptr);
-    route(server, "/api/status", on(&Console::getStatus), nullptr);
+    // Every API path takes both methods: parseApiRequest says which it
+    // serves, and why a request is refused.
+    for (const ApiRoute& route : apiRoutes()) {
+        for (const bool bPost : {false, true}) {
+            auto handler = [this, bPost](const httplib::Request& req, httplib::Response& res) {
+                ApiRequest request;
+                request.bPost = bPost;
+                request.strPath = req.path;
+                for (const char* szName : {"ids", "since"})
+                    if (req.has_param(szName))
+                        request.params[szName] = req.get_param_value(szName);
+                request.strBody = req.body;
+                const ApiParsed call = parseApiRequest(request, m_camera.schemeCount());
+                if (call.nStatus == 405) {
+                    res.set_header("Allow", call.strAllow);
+                    sendError(res, 405, call.strReason);
+                    return;
+                }
+                std::lock_guard<std::mutex> lock(m_mutex);
+                drainTrace();
+                if (call.nStatus != 200)
+                    sendError(res, call.nStatus, call.strReason);
+                else
+                    serve(call, res);
+            };
+            if (bPost)
+                server.Post(route.szPath, handler);
+            else
+                server.Get(route.szPath, handler);
+        }
+    }
 
     // Unknown paths (404) and refused bodies (413) get a reason too; an
     // answer that already has one keeps it.
     server.set_error_handler(httplib::Server::HandlerWithResponse(
-        [](const httplib::Request& req, httplib::Response& res) {
+        [this](const httplib::Request& req, httplib::Response& res) {
             if (!res.body.empty())
                 return httplib::Server::HandlerResponse::Unhandled;
+#ifdef SENSORCTL_HAVE_ONVIF
+            // An ONVIF client gets its refusal as a SOAP fault.
+            if (m_bOnvif && res.status == 413 && req.path.rfind("/onvif/", 0) == 0) {
+                res.set_content(onvifTooLargeFault(kMaxBody),
+                                "application/soap+xml; charset=utf-8");
+                return httplib::Server::HandlerResponse::Handled;
+            }
+#endif
             if (res.status == 404)
                 sendError(res, 404, "no such path: " + req.path);
             else if (res.status == 413)
@@ -363,19 +314,56 @@ void Console::install(httplib::Server& server) {
                                     std::exception_ptr) { sendError(res, 500, "internal error"); });
 }
 
-void Console::getStyle(const httplib::Request&, httplib::Response& res) {
+void Console::serve(const ApiParsed& call, httplib::Response& res) {
+    switch (call.call) {
+        case ApiCall::Style:
+            return getStyle(call, res);
+        case ApiCall::Params:
+            return getParams(call, res);
+        case ApiCall::Set:
+            return postSet(call, res);
+        case ApiCall::GetScheme:
+            return getScheme(call, res);
+        case ApiCall::SetScheme:
+            return postScheme(call, res);
+        case ApiCall::GetMode:
+            return getMode(call, res);
+        case ApiCall::SetMode:
+            return postMode(call, res);
+        case ApiCall::Flush:
+            return postFlush(call, res);
+        case ApiCall::Last:
+            return postLast(call, res);
+        case ApiCall::Reset:
+            return postReset(call, res);
+        case ApiCall::GetClock:
+            return getClock(call, res);
+        case ApiCall::SetClock:
+            return postClock(call, res);
+        case ApiCall::GetDayNight:
+            return getDayNight(call, res);
+        case ApiCall::SetDayNight:
+            return postDayNight(call, res);
+        case ApiCall::Fail:
+            return postFail(call, res);
+        case ApiCall::Trace:
+            return getTrace(call, res);
+        case ApiCall::Status:
+            return getStatus(call, res);
+        case ApiCall::None:
+            break;
+    }
+    sendError(res, 500, "internal error");
+}
+
+void Console::getStyle(const ApiParsed&, httplib::Response& res) {
     res.set_content(m_camera.controller().getUIStyleFile(), "application/xml; charset=utf-8");
 }
 
-void Console::getParams(const httplib::Request& req, httplib::Response& res) {
+void Console::getParams(const ApiParsed& call, httplib::Response& res) {
     std::string out;
-    if (req.has_param("ids")) {
-        const std::string strIds = req.get_param_value("ids");
-        if (!isIdList(strIds)) {
-            sendError(res, 400, "ids must be an id list like (34,2337)");
-            return;
-        }
-        if (!m_camera.controller().getParameters(strIds, out)) {
+    if (!call.strText.empty()) {
+        if (!m_camera.controller().getParameters(call.strText, out)) {
             sendError(res, 400, "the controller refused the id list");
             return;
         }
@@ -385,24 +373,17 @@ void Console::getParams(const httplib::Request& req, httplib::Response& res) {
     res.set_content(out, "text/plain");
 }
 
-void Console::postSet(const httplib::Request& req, httplib::Response& res) {
-    const std::string strText = trimmed(req.body);
-    std::vector<long> keys;
-    std::string strReason;
-    if (!parsePairList(strText, keys, strReason)) {
-        sendError(res, 400, strReason);
-        return;
-    }
+void Console::postSet(const ApiParsed& call, httplib::Response& res) {
     const uint64_t nFirst = m_nLastSeq + 1;
-    const int nResult = m_camera.controller().setParameters(strText, true);
+    const int nResult = m_camera.controller().setParameters(call.strText, true);
     drainTrace();
     const uint64_t nLast = m_nLastSeq;
 
     // What the controller holds now for the keys sent: the page shows these,
     // so a value the controller changed or refused is what the control shows.
     std::string strIds = "(";
-    for (size_t i = 0; i < keys.size(); ++i)
-        strIds += (i ? "," : "") + std::to_string(keys[i]);
+    for (size_t i = 0; i < call.keys.size(); ++i)
+        strIds += (i ? "," : "") + std::to_string(call.keys[i]);
     strIds += ")";
     std::string strValues;
     m_camera.controller().getParameters(strIds, strValues);
@@ -411,128 +392,87 @@ void Console::postSet(const httplib::Request& req, httplib::Response& res) {
                       ",\"to\":" + std::to_string(nLast) + "}}");
 }
 
-void Console::getScheme(const httplib::Request&, httplib::Response& res) {
+void Console::getScheme(const ApiParsed&, httplib::Response& res) {
     int nScheme = -1;
     m_camera.controller().getParamScheme(nScheme);
     sendJson(res, "{\"scheme\":" + std::to_string(nScheme) +
                       ",\"schemes\":" + std::to_string(m_camera.schemeCount()) + "}");
 }
 
-void Console::postScheme(const httplib::Request& req, httplib::Response& res) {
-    long nScheme = 0;
-    const long nMax = static_cast<long>(m_camera.schemeCount());
-    if (!parseStrictInt(trimmed(req.body), 0, nMax, nScheme)) {
-        sendError(res, 400, "the scheme is a number from 0 to " + std::to_string(nMax));
-        return;
-    }
-    const bool bOk = m_camera.controller().setParamScheme(static_cast<int>(nScheme));
+void Console::postScheme(const ApiParsed& call, httplib::Response& res) {
+    const bool bOk = m_camera.controller().setParamScheme(static_cast<int>(call.nFirst));
     int nNow = -1;
     m_camera.controller().getParamScheme(nNow);
     sendJson(res, std::string("{\"ok\":") + (bOk ? "true" : "false") +
                       ",\"scheme\":" + std::to_string(nNow) + "}");
 }
 
-void Console::getMode(const httplib::Request&, httplib::Response& res) {
+void Console::getMode(const ApiParsed&, httplib::Response& res) {
     int nMode = -1;
     m_camera.controller().getParamMode(nMode);
     sendJson(res, "{\"mode\":" + std::to_string(nMode) + "}");
 }
 
-void Console::postMode(const httplib::Request& req, httplib::Response& res) {
-    long nMode = 0;
-    if (!parseStrictInt(trimmed(req.body), 0, 1, nMode)) {
-        sendError(res, 400, "the mode is 0 (manual) or 1 (automatic)");
-        return;
-    }
-    const bool bOk = m_camera.controller().setParamMode(static_cast<int>(nMode));
+void Console::postMode(const ApiParsed& call, httplib::Response& res) {
+    const bool bOk = m_camera.controller().setParamMode(static_cast<int>(call.nFirst));
     sendJson(res, std::string("{\"ok\":") + (bOk ? "true" : "false") +
-                      ",\"mode\":" + std::to_string(nMode) + "}");
+                      ",\"mode\":" + std::to_string(call.nFirst) + "}");
 }
 
-void Console::postFlush(const httplib::Request&, httplib::Response& res) {
+void Console::postFlush(const ApiParsed&, httplib::Response& res) {
     sendJson(res, "{\"result\":" + std::to_string(m_camera.controller().flush()) + "}");
 }
 
-void Console::postLast(const httplib::Request&, httplib::Response& res) {
+void Console::postLast(const ApiParsed&, httplib::Response& res) {
     const bool bOk = m_camera.controller().resetToLastParameters();
     sendJson(res, std::string("{\"ok\":") + (bOk ? "true" : "false") + "}");
 }
 
-void Console::postReset(const httplib::Request&, httplib::Response& res) {
+void Console::postReset(const ApiParsed&, httplib::Response& res) {
     const bool bOk = m_camera.controller().resetParameters();
     sendJson(res, std::string("{\"ok\":") + (bOk ? "true" : "false") + "}");
 }
 
-void Console::getClock(const httplib::Request&, httplib::Response& res) {
+void Console::getClock(const ApiParsed&, httplib::Response& res) {
     const KPDateTime now = KPDeviceTime::getCurrentTime();
     sendJson(res, "{\"clock\":" + jsonString(clockText(now.hour, now.minute)) + "}");
 }
 
-void Console::postClock(const httplib::Request& req, httplib::Response& res) {
-    const std::string strText = trimmed(req.body);
-    long nHour = -1, nMinute = -1;
-    const size_t nColon = strText.find(':');
-    if (nColon == std::string::npos || nColon == 0 || nColon > 2 || strText.size() != nColon + 3 ||
-        strText[0] == '-' || strText[nColon + 1] == '-' ||
-        !parseStrictInt(strText.substr(0, nColon), 0, 23, nHour) ||
-        !parseStrictInt(strText.substr(nColon + 1), 0, 59, nMinute)) {
-        sendError(res, 400, "the clock is HH:MM, 00:00 to 23:59");
-        return;
-    }
-    sim::setDeviceTime(static_cast<int>(nHour), static_cast<int>(nMinute));
-    sendJson(res, "{\"clock\":" +
-                      jsonString(clockText(static_cast<int>(nHour), static_cast<int>(nMinute))) +
-                      "}");
+void Console::postClock(const ApiParsed& call, httplib::Response& res) {
+    const int nHour = static_cast<int>(call.nFirst);
+    const int nMinute = static_cast<int>(call.nSecond);
+    sim::setDeviceTime(nHour, nMinute);
+    sendJson(res, "{\"clock\":" + jsonString(clockText(nHour, nMinute)) + "}");
 }
 
-void Console::getDayNight(const httplib::Request&, httplib::Response& res) {
+void Console::getDayNight(const ApiParsed&, httplib::Response& res) {
     sendJson(res, "{\"state\":" + jsonString(m_bNight ? "night" : "day") + "}");
 }
 
-void Console::postDayNight(const httplib::Request& req, httplib::Response& res) {
-    const std::string strText = trimmed(req.body);
-    if (strText != "day" && strText != "night") {
-        sendError(res, 400, "the state is day or night");
-        return;
-    }
-    m_bNight = strText == "night";
+void Console::postDayNight(const ApiParsed& call, httplib::Response& res) {
+    m_bNight = call.strText == "night";
     sim::Isp::instance().setDayNight(m_camera.ispChannel(), m_bNight ? 1 : 0);
-    sendJson(res, "{\"state\":" + jsonString(strText) + "}");
+    sendJson(res, "{\"state\":" + jsonString(call.strText) + "}");
 }
 
 // Fault injection of the simulated ISP: "CMD RET" makes every call of CMD
 // answer RET, "CMD off" ends it. For trying how the page shows a refusal.
-void Console::postFail(const httplib::Request& req, httplib::Response& res) {
-    const std::string strText = trimmed(req.body);
-    const size_t nBlank = strText.find(' ');
-    long nCmd = 0, nRet = 0;
-    const std::string strRet = nBlank == std::string::npos ? "" : strText.substr(nBlank + 1);
-    if (nBlank == std::string::npos ||
-        !parseStrictInt(strText.substr(0, nBlank), 0, INT_MAX, nCmd) ||
-        (strRet != "off" && !parseStrictInt(strRet, INT_MIN, INT_MAX, nRet))) {
-        sendError(res, 400, "expected \"CMD RET\" or \"CMD off\"");
-        return;
-    }
-    if (strRet == "off")
-        sim::Isp::instance().clearFailure(static_cast<int>(nCmd));
+void Console::postFail(const ApiParsed& call, httplib::Response& res) {
+    const int nCmd = static_cast<int>(call.nFirst);
+    if (call.bFlag)
+        sim::Isp::instance().clearFailure(nCmd);
     else
-        sim::Isp::instance().failCommand(static_cast<int>(nCmd), static_cast<int>(nRet));
-    sendJson(res, "{\"cmd\":" + std::to_string(nCmd) + ",\"fail\":" +
-                      (strRet == "off" ? std::string("null") : std::to_string(nRet)) + "}");
+        sim::Isp::instance().failCommand(nCmd, static_cast<int>(call.nSecond));
+    sendJson(res, "{\"cmd\":" + std::to_string(call.nFirst) + ",\"fail\":" +
+                      (call.bFlag ? std::string("null") : std::to_string(call.nSecond)) + "}");
 }
 
-void Console::getTrace(const httplib::Request& req, httplib::Response& res) {
+void Console::getTrace(const ApiParsed& call, httplib::Response& res) {
     uint64_t nSince = m_nLastServed;
-    if (req.has_param("since")) {
-        long nValue = 0;
-        if (!parseStrictInt(req.get_param_value("since"), 0, LONG_MAX, nValue)) {
-            sendError(res, 400, "since is a non-negative entry number");
-            return;
-        }
-        nSince = static_cast<uint64_t>(nValue);
-    } else {
+    if (call.bFlag)
+        nSince = static_cast<uint64_t>(call.nFirst);
+    else
         m_nLastServed = m_nLastSeq;
-    }
     // Entries gone before the caller saw them are counted, not hidden.
     const uint64_t nOldest = m_trace.empty() ? m_nLastSeq + 1 : m_trace.front().nSeq;
     const uint64_t nLost = nSince + 1 < nOldest ? nOldest - nSince - 1 : 0;
@@ -561,19 +501,56 @@ std::string Console::statusJson() {
            ",\"trace\":" + std::to_string(m_nLastSeq) + "}";
 }
 
-void Console::getStatus(const httplib::Request&, httplib::Response& res) {
+void Console::getStatus(const ApiParsed&, httplib::Response& res) {
     sendJson(res, statusJson());
 }
+
+#ifdef SENSORCTL_HAVE_ONVIF
+// What the simulated camera tells an ONVIF client about itself.
+onvif::DeviceFacts deviceFacts(Camera& camera) {
+    MachineInfo objInfo;
+    SystemInfoParser::parseMachineInfo(sensorDevicePath(SENSOR_MACHINE_INFO_FILE), objInfo);
+    onvif::DeviceFacts facts;
+    facts.strManufacturer = "libsensor simulated camera";
+    facts.strModel = objInfo.getHardwareModel().empty() ? "sensorctl" : objInfo.getHardwareModel();
+    facts.strFirmwareVersion = SENSORCTL_VERSION;
+    facts.strSerialNumber = "SIM-" + std::to_string(camera.channel());
+    facts.strHardwareId = objInfo.getHardwareCode().empty() ? "sim" : objInfo.getHardwareCode();
+    return facts;
+}
+#endif
 
 } // namespace
 
 int runServe(Camera& camera, const ServeOptions& options) {
     httplib::Server server;
+    server.new_task_queue = [] { return new httplib::ThreadPool(kServerThreads); };
+    // An answer's headers and body leave in separate writes: without this a
+    // client waits out its delayed acknowledgement on every request.
+    server.set_tcp_nodelay(true);
     server.set_payload_max_length(kMaxBody);
     server.set_read_timeout(5, 0);
     server.set_write_timeout(5, 0);
     Console console(camera);
     console.install(server);
+    const bool bOnvif = !options.strOnvifUser.empty();
+#ifdef SENSORCTL_HAVE_ONVIF
+    std::unique_ptr<OnvifServices> pOnvif;
+    if (bOnvif) {
+        OnvifSetup setup;
+        setup.strUser = options.strOnvifUser;
+        setup.strPassword = options.strOnvifPassword;
+        setup.facts = deviceFacts(camera);
+        setup.nSchemeCount = static_cast<int>(camera.schemeCount());
+        pOnvif.reset(new OnvifServices(camera.controller(), setup));
+        console.installOnvif(server, *pOnvif);
+    }
+#else
+    if (bOnvif) {
+        std::cerr << "sensorctl: built without libsensor-onvif, ONVIF is not available\n";
+        return 1;
+    }
+#endif
 
     const int nPort = options.nPort == 0
                           ? server.bind_to_any_port("127.0.0.1")
@@ -584,6 +561,11 @@ int runServe(Camera& camera, const ServeOptions& options) {
     }
     std::cout << "sensorctl serve: device root " << camera.root() << "\n"
               << "sensorctl serve: listening on http://127.0.0.1:" << nPort << "/" << std::endl;
+    if (bOnvif)
+        std::cout << "sensorctl serve: ONVIF at http://127.0.0.1:" << nPort
+                  << "/onvif/device_service, user " << options.strOnvifUser << std::endl;
+    else
+        std::cout << "sensorctl serve: ONVIF off (no credentials)" << std::endl;
 
     // The signals stay blocked everywhere; this thread alone takes them and
     // stops the server, which returns from listen on the main thread.

@@ -10,6 +10,10 @@ namespace sensorctl {
 
 struct ServeOptions {
     int nPort = 8080; // 0: any free port; the one taken is printed at start
+    // The ONVIF services answer only when a user is set: without credentials
+    // the ONVIF paths are not served at all.
+    std::string strOnvifUser;
+    std::string strOnvifPassword;
 };
 
 // Blocks SIGINT and SIGTERM in the calling thread, so that every thread

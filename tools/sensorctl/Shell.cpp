@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "controller/KeyCmdTable.h"
+#include "controller/SensorKeys.h"
 #include "sim/SimIsp.h"
 #include "storage/DeviceRoot.h"
 #include "storage/SensorFile.h"
@@ -19,6 +20,19 @@
 namespace sensorctl {
 
 namespace {
+
+// The commands whose range a host may ask for, as the help names them:
+// "49, 50, 82 or 1537".
+std::string rangeKeysText() {
+    std::string text;
+    const size_t nCount = sizeof(sensor_keys::kRangeKeys) / sizeof(sensor_keys::kRangeKeys[0]);
+    for (size_t i = 0; i < nCount; ++i) {
+        if (i > 0)
+            text += i + 1 == nCount ? " or " : ", ";
+        text += std::to_string(sensor_keys::kRangeKeys[i]);
+    }
+    return text;
+}
 
 std::vector<std::string> splitBlanks(const std::string& line) {
     std::istringstream in(line);
@@ -133,12 +147,20 @@ struct ShellVerbs {
 
 const std::vector<Shell::Verb>& Shell::verbs() {
     using V = ShellVerbs;
+    static const std::string kRangeHelp = "the ISP's list of values for " + rangeKeysText();
+    const std::string strBrightness = std::to_string(KEY_BRIGHTNESS);
+    const std::string strSaturation = std::to_string(KEY_SATURATION);
+    static const std::string kSetHelp = "apply a pair list, e.g. (" + strBrightness + ",60)(" +
+                                        strSaturation +
+                                        ",1), caching it; = first failed key negated or 0";
+    static const std::string kGetHelp =
+        "read keys, e.g. (" + strBrightness + "," + strSaturation + "); = their pair list or false";
     static const std::vector<Verb> table = {
-        {"set", "set TEXT", 1, -1, "apply a pair list, e.g. (34,60)(2337,1), caching it; = first failed key negated or 0",
+        {"set", "set TEXT", 1, -1, kSetHelp.c_str(),
          [](Shell& s, std::string& r) { r = std::to_string(V::c(s).setParameters(s.m_strRest, true)); return true; }},
         {"push", "push TEXT", 1, -1, "apply a pair list to the ISP without the cache",
          [](Shell& s, std::string& r) { r = std::to_string(V::c(s).setParameters(s.m_strRest, false)); return true; }},
-        {"get", "get IDS", 1, -1, "read keys, e.g. (34,2337); = their pair list or false",
+        {"get", "get IDS", 1, -1, kGetHelp.c_str(),
          [](Shell& s, std::string& r) {
              std::string out;
              r = V::c(s).getParameters(s.m_strRest, out) ? out : "false";
@@ -272,7 +294,7 @@ const std::vector<Shell::Verb>& Shell::verbs() {
              r = std::to_string(doc.size());
              return true;
          }},
-        {"range", "range CMD", 1, 1, "the ISP's list of values for 49, 50, 82 or 1537",
+        {"range", "range CMD", 1, 1, kRangeHelp.c_str(),
          [](Shell& s, std::string& r) {
              int cmd = 0, def = 0;
              if (!V::number(s, 0, cmd))
@@ -295,11 +317,8 @@ const std::vector<Shell::Verb>& Shell::verbs() {
              int n = 0;
              if (!V::number(s, 0, n))
                  return false;
-             char szName[128];
-             std::snprintf(szName, sizeof(szName),
-                           s.m_camera.controllerChannel() == 2 ? SENSOR_THERMAL_SCHEME_FILE
-                                                               : SENSOR_SCHEME_FILE,
-                           n);
+             const std::string strName = sensorSchemeFile(s.m_camera.controllerChannel(), n);
+             const char* szName = strName.c_str();
              std::string err;
              if (!Shell::dumpSchemeFile(sensorDevicePath(szName), s.m_out, err, szName)) {
                  s.m_strError = err;
@@ -439,6 +458,11 @@ bool Shell::execute(const std::string& rawLine) {
     if (nStart == std::string::npos || line[nStart] == '#')
         return true;
     line = line.substr(nStart);
+    if (m_bEcho) {
+        std::cout.flush();
+        m_out << "> " << line << "\n";
+        m_out.flush();
+    }
 
     const size_t nBlank = line.find_first_of(" \t");
     const std::string strVerb = line.substr(0, nBlank);

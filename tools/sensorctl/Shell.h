@@ -18,6 +18,10 @@ public:
     bool execute(const std::string& line);
     // Runs every line of in until its end or quit.
     void run(std::istream& in);
+    // Prints each command, after "> ", before its output and answer, so that
+    // a transcript shows command and answer side by side. Blank lines and
+    // "#" lines are not commands and are not printed.
+    void setEcho(bool bEcho) { m_bEcho = bEcho; }
 
     // The verbs with their usage and help, for "help" and the README.
     static std::string helpText();
@@ -41,6 +45,7 @@ private:
     std::string m_strRest; // the line after the verb, for texts with blanks
     std::string m_strError;
     bool m_bQuit = false;
+    bool m_bEcho = false;
 
     friend struct ShellVerbs;
 };

@@ -8,6 +8,7 @@
 #include "Tool.h"
 #include "config/StyleMerge.h"
 #include "config/SysConfig.h"
+#include "controller/SensorKeys.h"
 #include "sim/SimIsp.h"
 
 namespace sensorctl {
@@ -78,16 +79,19 @@ int runDemo(const CameraOptions& options) {
     sim::Isp::instance().clearTrace(); // start-up's own calls are not the tour's
     camera.video().clearNotices();
     Shell shell(camera, std::cout);
-    auto say = [](const char* text) { std::cout << "\n# " << text << "\n"; };
-    auto run = [&](const char* line) {
+    auto say = [](const std::string& text) { std::cout << "\n# " << text << "\n"; };
+    auto run = [&](const std::string& line) {
         std::cout << "> " << line << "\n";
         shell.execute(line);
     };
+    const std::string strBrightness = std::to_string(KEY_BRIGHTNESS);
+    const std::string strSchemeMode = std::to_string(KEY_SCHEME_MODE);
 
-    say("1. Set the brightness (key 34) to 60: one ISP call, command 34, and the value is cached.");
-    run("set (34,60)");
+    say("1. Set the brightness (key " + strBrightness + ") to 60: one ISP call, command " +
+        std::to_string(sensor_keys::commandOf(KEY_BRIGHTNESS)) + ", and the value is cached.");
+    run("set (" + strBrightness + ",60)");
     run("isp");
-    run("get (34)");
+    run("get (" + strBrightness + ")");
 
     say("2. Switch to scheme 1: only the keys that differ from scheme 0 are pushed (brightness).");
     run("scheme 1");
@@ -96,24 +100,24 @@ int runDemo(const CameraOptions& options) {
     run("isp");
 
     say("3. Day/night schemes: scheme 0 by day, scheme 1 by night, chosen by the worker.");
-    run("set (8000,2)");
+    run("set (" + strSchemeMode + ",2)");
     run("dn night");
     run("wait 3");
     run("scheme");
     run("dn day");
     run("wait 3");
     run("scheme");
-    run("set (8000,0)");
+    run("set (" + strSchemeMode + ",0)");
 
     say("4. flush saves the current scheme; its file holds raw 8-byte records.");
-    run("set (34,75)");
+    run("set (" + strBrightness + ",75)");
     run("flush");
     run("dump 0");
 
     say("5. A factory reset pushes the factory values, deletes the files and starts again.");
     run("reset");
     run("scheme");
-    run("get (34)");
+    run("get (" + strBrightness + ")");
 
     // Said only once the camera has stopped, so that a test reading this line
     // also knows the shut-down went through.

@@ -17,11 +17,15 @@ const char* const kUsage =
     "usage: sensorctl COMMAND [options]\n"
     "\n"
     "commands:\n"
-    "  shell [options]     run a simulated camera, reading commands from standard input\n"
+    "  shell [options] [--echo]\n"
+    "                      run a simulated camera, reading commands from standard input\n"
+    "                      (--echo: print each command after \"> \" before its answer)\n"
     "  demo [options]      a short guided tour on a fresh temporary root\n"
-    "  serve [options] [--port N]\n"
+    "  serve [options] [--port N] [ONVIF credentials]\n"
     "                      the settings page and its HTTP API on 127.0.0.1:N\n"
-    "                      (default 8080; 0: any free port, printed at start)\n"
+    "                      (default 8080; 0: any free port, printed at start),\n"
+    "                      and with credentials the ONVIF device, media and\n"
+    "                      imaging services on the same port (/onvif/...)\n"
     "  dump FILE           decode a scheme file, one line per record\n"
     "  merge --detail TEXT STYLE DIVERSITY\n"
     "                      print the style a module with that detail text gets\n"
@@ -37,7 +41,14 @@ const char* const kUsage =
     "  --max-scheme N      number of schemes of a new root\n"
     "  --debug N           write N into the debug sign file\n"
     "  --time-scale F      multiply the worker's waits by F (default 1)\n"
-    "  --data DIR          the sample device tree to populate from\n";
+    "  --data DIR          the sample device tree to populate from\n"
+    "\n"
+    "ONVIF credentials of serve (WS-Security UsernameToken, PasswordDigest;\n"
+    "without them ONVIF is off):\n"
+    "  --onvif-user U --onvif-password P\n"
+    "  --onvif-credentials FILE\n"
+    "                      FILE's first line is USER:PASSWORD (the password is\n"
+    "                      everything after the first colon)\n";
 
 bool parseCameraOptions(const std::vector<std::string>& args, sensorctl::CameraOptions& o,
                         std::string& error) {
@@ -126,6 +137,78 @@ bool takePortOption(std::vector<std::string>& args, int& port, std::string& erro
     return true;
 }
 
+// Takes "--echo" out of the arguments: true when it was there.
+bool takeEchoOption(std::vector<std::string>& args) {
+    bool bFound = false;
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == "--echo") {
+            args.erase(args.begin() + static_cast<long>(i));
+            --i;
+            bFound = true;
+        }
+    }
+    return bFound;
+}
+
+// Takes the ONVIF credentials out of the arguments: a user and a password
+// given together, or a file holding "USER:PASSWORD", not both.
+bool takeOnvifOptions(std::vector<std::string>& args, sensorctl::ServeOptions& o,
+                      std::string& error) {
+    std::string strFile;
+    bool bUser = false, bPassword = false, bFile = false;
+    for (size_t i = 0; i < args.size(); ++i) {
+        std::string* pOut = nullptr;
+        if (args[i] == "--onvif-user") {
+            pOut = &o.strOnvifUser;
+            bUser = true;
+        } else if (args[i] == "--onvif-password") {
+            pOut = &o.strOnvifPassword;
+            bPassword = true;
+        } else if (args[i] == "--onvif-credentials") {
+            pOut = &strFile;
+            bFile = true;
+        } else {
+            continue;
+        }
+        if (i + 1 >= args.size()) {
+            error = "missing value for " + args[i];
+            return false;
+        }
+        *pOut = args[i + 1];
+        args.erase(args.begin() + static_cast<long>(i), args.begin() + static_cast<long>(i) + 2);
+        --i;
+    }
+    if (bFile && (bUser || bPassword)) {
+        error = "--onvif-credentials takes the place of --onvif-user and --onvif-password";
+        return false;
+    }
+    if (bFile) {
+        std::string strText;
+        if (!sensorctl::readWholeFile(strFile, strText)) {
+            error = "cannot read the ONVIF credentials file " + strFile;
+            return false;
+        }
+        const std::string strLine = strText.substr(0, strText.find('\n'));
+        const size_t nColon = strLine.find(':');
+        if (nColon == std::string::npos) {
+            error = "the ONVIF credentials file " + strFile + " does not begin with USER:PASSWORD";
+            return false;
+        }
+        o.strOnvifUser = strLine.substr(0, nColon);
+        o.strOnvifPassword = strLine.substr(nColon + 1);
+        if (!o.strOnvifPassword.empty() && o.strOnvifPassword.back() == '\r')
+            o.strOnvifPassword.pop_back();
+    } else if (bUser != bPassword) {
+        error = "--onvif-user and --onvif-password go together";
+        return false;
+    }
+    if ((bFile || bUser) && (o.strOnvifUser.empty() || o.strOnvifPassword.empty())) {
+        error = "the ONVIF user and password must not be empty";
+        return false;
+    }
+    return true;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -158,10 +241,12 @@ int main(int argc, char** argv) {
     if (strCommand == "demo")
         options.dTimeScale = 0.01;
     sensorctl::ServeOptions serveOptions;
-    if (strCommand == "serve" && !takePortOption(args, serveOptions.nPort, error)) {
+    if (strCommand == "serve" && (!takePortOption(args, serveOptions.nPort, error) ||
+                                  !takeOnvifOptions(args, serveOptions, error))) {
         std::cerr << "sensorctl: " << error << "\n";
         return 2;
     }
+    const bool bEcho = strCommand == "shell" && takeEchoOption(args);
     if (!parseCameraOptions(args, options, error)) {
         std::cerr << "sensorctl: " << error << "\n";
         return 2;
@@ -183,6 +268,7 @@ int main(int argc, char** argv) {
         return nRet;
     }
     sensorctl::Shell shell(camera, std::cout);
+    shell.setEcho(bEcho);
     shell.run(std::cin);
     camera.stop();
     return 0;

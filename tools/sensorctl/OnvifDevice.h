@@ -1,0 +1,53 @@
+// The ONVIF device and media services of the simulated camera: just what a
+// client needs to find and reach the imaging service. Each answer is the
+// body element of the response, with its own namespace declarations, so it
+// reads the same whatever envelope carries it.
+#pragma once
+
+#include <string>
+
+#include "host/KPDeviceTime.h"
+
+namespace sensorctl {
+namespace onvif {
+
+// The camera's one video source, its configuration and its one profile.
+extern const char* const kVideoSourceToken;
+extern const char* const kVideoSourceConfigToken;
+extern const char* const kProfileToken;
+
+// What the device says of itself.
+struct DeviceFacts {
+    std::string strManufacturer;
+    std::string strModel;
+    std::string strFirmwareVersion;
+    std::string strSerialNumber;
+    std::string strHardwareId;
+};
+
+// The service addresses are "http://HOST/onvif/..._service", HOST as the
+// client reached the camera (its Host header).
+std::string serviceAddress(const std::string& strHost, const char* szService);
+
+// The device clock as the camera's UTC time (it keeps no time zone).
+std::string systemDateAndTimeResponse(const KPDateTime& now);
+
+// Category "All", "Device", "Media" or "Imaging"; any other category is a
+// service this camera does not have: false.
+bool capabilitiesResponse(const std::string& strHost, const std::string& strCategory,
+                          std::string& strOut);
+
+// The device, media and imaging services; with their capabilities when asked.
+// strImagingCapabilities is the imaging service's capabilities element.
+std::string servicesResponse(const std::string& strHost, bool bIncludeCapability,
+                             const std::string& strImagingCapabilities);
+
+std::string deviceInformationResponse(const DeviceFacts& facts);
+std::string scopesResponse(const DeviceFacts& facts);
+
+// The media service: one fixed profile over the one video source.
+std::string profilesResponse();
+std::string videoSourcesResponse();
+
+} // namespace onvif
+} // namespace sensorctl
