@@ -7,7 +7,7 @@
 #include <string>
 
 #include "config/SensorXml.h"
-#include "support/TestSupport.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "core/ControllerFixture.h"
+#include "tests/support/ControllerFixture.h"
 #include "host/MachineInfo.h"
 #include "host/ModuleConfigure.h"
 
@@ -77,7 +77,8 @@ TEST(ControllerObject, DeviceType13NotifiesThePipelineOnChannelOne) {
     ISensorController ctl;
     ctl.setChannelID(1);
     ctl.setVideoStreamModule(&video);
-    EXPECT_EQ(ctl.notifyToVideo(2384, 1), 0);
+    const auto objHold = ISensorControllerTestAccess(ctl).hold();
+    EXPECT_EQ(ctl.notifyToVideo(KEY_MIRROR, 1), 0);
     ASSERT_EQ(video.notices().size(), 1u);
     EXPECT_EQ(video.notices()[0].channel, 1);
 }
@@ -98,12 +99,12 @@ TEST(ControllerObject, CameraVersionIsTheIspText) {
     std::string text;
     EXPECT_TRUE(ctl.getCameraVerInf(text));
     EXPECT_EQ(text, "ISP 7.1");
-    EXPECT_EQ(ispCalls(2496, 1).size(), 1u);
+    EXPECT_EQ(ispCalls(IA_CMD_VERSION, 1).size(), 1u);
 }
 
 TEST(ControllerObject, CameraVersionFailureIsFalse) {
     testsupport::TempDeviceRoot root;
-    sim::Isp::instance().failCommand(2496, -1);
+    sim::Isp::instance().failCommand(IA_CMD_VERSION, -1);
     ISensorController ctl;
     std::string text = "before";
     EXPECT_FALSE(ctl.getCameraVerInf(text));
@@ -137,7 +138,7 @@ TEST(ControllerObject, StartedControllerDestroyedWithoutUinitStopsItsWorker) {
         ISensorController ctl;
         ISensorControllerTestAccess access(ctl);
         ctl.setVideoStreamModule(&video);
-        EXPECT_TRUE(ctl.init(modules.front()));
+        (void)ctl.init(modules.front()); // always true; the running worker is what counts
         ASSERT_TRUE(access.sensorThread()->isRunning());
     }
     // The worker is gone: the ISP hears nothing more from it.
@@ -151,7 +152,13 @@ TEST(ControllerObject, StartedControllerDestroyedWithoutUinitStopsItsWorker) {
 
 class FlushTest : public ControllerTest {
 protected:
-    void SetUp() override { prepare({{34, 50}}); }
+    // Start-up writes every user scheme's file; they are removed so that
+    // each test sees exactly what flush() writes.
+    void SetUp() override {
+        prepare({{KEY_BRIGHTNESS, 50}});
+        for (int n = 0; n < 5; ++n)
+            root.remove(file(n));
+    }
     const char* file(int n) {
         std::snprintf(m_szName, sizeof(m_szName), "/mnt/mtd/code/config_file/sensor%d.cfg", n);
         return m_szName;
@@ -160,50 +167,50 @@ protected:
 };
 
 TEST_F(FlushTest, DefaultSchemeIndexSucceedsAndWritesNothing) {
-    access.setCurScheme(4);
+    access().setCurScheme(4);
     EXPECT_EQ(ctl->flush(), 0);
     EXPECT_FALSE(root.exists(file(4)));
 }
 
 TEST_F(FlushTest, NoSchemeYetSucceedsAndWritesNothing) {
-    access.setCurScheme(-1);
+    access().setCurScheme(-1);
     EXPECT_EQ(ctl->flush(), 0);
     for (int n = 0; n < 5; ++n)
         EXPECT_FALSE(root.exists(file(n)));
 }
 
 TEST_F(FlushTest, StartHour25Returns505AndWritesNothing) {
-    ctl->setKeyValToCache(0, 8001, 25, false);
+    ctl->setKeyValToCache(0, KEY_SCHEME_START_HOUR, 25, false);
     EXPECT_EQ(ctl->flush(), 505);
     EXPECT_FALSE(root.exists(file(0)));
 }
 
 TEST_F(FlushTest, EndAfterMidnightReturns506AndWritesNothing) {
-    ctl->setKeyValToCache(0, 8004, 1, false); // 24:01
+    ctl->setKeyValToCache(0, KEY_SCHEME_END_MIN, 1, false); // 24:01
     EXPECT_EQ(ctl->flush(), 506);
     EXPECT_FALSE(root.exists(file(0)));
 }
 
 TEST_F(FlushTest, StartNotBeforeEndReturns507AndWritesNothing) {
-    ctl->setKeyValToCache(0, 8001, 24, false);
+    ctl->setKeyValToCache(0, KEY_SCHEME_START_HOUR, 24, false);
     EXPECT_EQ(ctl->flush(), 507);
     EXPECT_FALSE(root.exists(file(0)));
 }
 
 TEST_F(FlushTest, CurrentSchemeIsWrittenToItsOwnFile) {
-    access.setCurScheme(2);
-    ctl->setParameter(34, 61, true);
+    access().setCurScheme(2);
+    ctl->setParameter(KEY_BRIGHTNESS, 61, true);
     EXPECT_EQ(ctl->flush(), 0);
     EXPECT_FALSE(root.exists(file(0)));
     const std::string bytes = root.read(file(2));
     ASSERT_EQ(bytes.size(), 6 * sizeof(KeyVal));
-    EXPECT_EQ(std::memcmp(bytes.data(), access.scheme(2), bytes.size()), 0);
+    EXPECT_EQ(std::memcmp(bytes.data(), access().scheme(2), bytes.size()), 0);
     EXPECT_EQ(reinterpret_cast<const KeyVal*>(bytes.data())[5].value, 61u);
 }
 
 TEST_F(FlushTest, ChannelTwoWritesTheThermalFile) {
     ctl->setChannelID(2);
-    access.setCurScheme(1);
+    access().setCurScheme(1);
     EXPECT_EQ(ctl->flush(), 0);
     EXPECT_TRUE(root.exists("/mnt/mtd/code/config_file/sensor-thermal1.cfg"));
     EXPECT_FALSE(root.exists(file(1)));

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "core/ControllerFixture.h"
+#include "tests/support/ControllerFixture.h"
 
 namespace {
 
@@ -16,7 +16,13 @@ using coretest::ispCalls;
 class DispatchTest : public ControllerTest {
 protected:
     void SetUp() override {
-        prepare({{34, 50}, {2337, 50}, {2353, 50}, {83, 0}, {170, 0}, {2497, 25}, {162, 10}});
+        prepare({{KEY_BRIGHTNESS, 50},
+                 {KEY_SATURATION, 50},
+                 {KEY_CONTRAST, 50},
+                 {KEY_IRIS_SIZE, 0},
+                 {KEY_WHITE_SWITCH, 0},
+                 {KEY_SENSOR_FPS, 25},
+                 {KEY_IR_AUTO_STRG_NEAR, 10}});
     }
 };
 
@@ -27,62 +33,62 @@ std::vector<uint32_t> words(std::initializer_list<uint32_t> w) {
 // --- the key reaches the ISP with its row's command --------------------------
 
 TEST_F(DispatchTest, BrightnessReachesTheIspIsCachedAndIsAnsweredFromTheCache) {
-    EXPECT_EQ(ctl->setParameter(34, 60, true), 0);
-    const auto calls = ispCalls(34);
+    EXPECT_EQ(ctl->setParameter(KEY_BRIGHTNESS, 60, true), 0);
+    const auto calls = ispCalls(KEY_BRIGHTNESS);
     ASSERT_EQ(calls.size(), 1u);
     EXPECT_EQ(calls[0].channel, 0);
     EXPECT_EQ(calls[0].words, words({60}));
-    EXPECT_EQ(cached(0, 34), 60u);
+    EXPECT_EQ(cached(0, KEY_BRIGHTNESS), 60u);
 
     sim::Isp::instance().clearTrace();
     int value = 0;
-    EXPECT_TRUE(ctl->getParameter(34, value));
+    EXPECT_TRUE(ctl->getParameter(KEY_BRIGHTNESS, value));
     EXPECT_EQ(value, 60);
     EXPECT_TRUE(sim::Isp::instance().trace().empty());
 }
 
 TEST_F(DispatchTest, IrisSizeKey83GoesOutAsCommand85) {
-    EXPECT_EQ(ctl->setParameter(83, 7, true), 0);
+    EXPECT_EQ(ctl->setParameter(KEY_IRIS_SIZE, 7, true), 0);
     ASSERT_EQ(ispCalls(85).size(), 1u);
     EXPECT_EQ(ispCalls(85)[0].words, words({7}));
     EXPECT_TRUE(ispCalls(83).empty());
-    EXPECT_EQ(cached(0, 83), 7u);
+    EXPECT_EQ(cached(0, KEY_IRIS_SIZE), 7u);
     int value = 0;
-    EXPECT_TRUE(ctl->getParameter(83, value));
+    EXPECT_TRUE(ctl->getParameter(KEY_IRIS_SIZE, value));
     EXPECT_EQ(value, 7);
 }
 
 TEST_F(DispatchTest, WhiteSwitchKey170GoesOutAsCommand168) {
-    EXPECT_EQ(ctl->setParameter(170, 1, true), 0);
+    EXPECT_EQ(ctl->setParameter(KEY_WHITE_SWITCH, 1, true), 0);
     ASSERT_EQ(ispCalls(168).size(), 1u);
     EXPECT_EQ(ispCalls(168)[0].words, words({1}));
     EXPECT_TRUE(ispCalls(170).empty());
     int value = 0;
-    EXPECT_TRUE(ctl->getParameter(170, value));
+    EXPECT_TRUE(ctl->getParameter(KEY_WHITE_SWITCH, value));
     EXPECT_EQ(value, 1);
 }
 
 TEST_F(DispatchTest, SensorFpsKey2497GoesOutAsCommand2464) {
-    EXPECT_EQ(ctl->setParameter(2497, 30, true), 0);
+    EXPECT_EQ(ctl->setParameter(KEY_SENSOR_FPS, 30, true), 0);
     ASSERT_EQ(ispCalls(2464).size(), 1u);
     EXPECT_EQ(ispCalls(2464)[0].words, words({30}));
     EXPECT_TRUE(ispCalls(2497).empty());
     int value = 0;
-    EXPECT_TRUE(ctl->getParameter(2497, value));
+    EXPECT_TRUE(ctl->getParameter(KEY_SENSOR_FPS, value));
     EXPECT_EQ(value, 30);
 }
 
 TEST_F(DispatchTest, IspChannelIsCameraIdMinusOne) {
     ctl->setChannelID(3);
-    ctl->setParameter(34, 61, true);
-    ASSERT_EQ(ispCalls(34).size(), 1u);
-    EXPECT_EQ(ispCalls(34)[0].channel, 2);
+    ctl->setParameter(KEY_BRIGHTNESS, 61, true);
+    ASSERT_EQ(ispCalls(KEY_BRIGHTNESS).size(), 1u);
+    EXPECT_EQ(ispCalls(KEY_BRIGHTNESS)[0].channel, 2);
 }
 
 TEST_F(DispatchTest, SetParameterTakesTheMutexAtLine722) {
     sim::clearMutexEvents();
     sim::recordMutexEvents(true);
-    ctl->setParameter(34, 62, true);
+    ctl->setParameter(KEY_BRIGHTNESS, 62, true);
     sim::recordMutexEvents(false);
     const auto events = sim::mutexEvents();
     ASSERT_FALSE(events.empty());
@@ -93,7 +99,7 @@ TEST_F(DispatchTest, GetParameterTakesTheMutexAtLine1021) {
     sim::clearMutexEvents();
     sim::recordMutexEvents(true);
     int value = 0;
-    ctl->getParameter(34, value);
+    ctl->getParameter(KEY_BRIGHTNESS, value);
     sim::recordMutexEvents(false);
     const auto events = sim::mutexEvents();
     ASSERT_FALSE(events.empty());
@@ -103,7 +109,7 @@ TEST_F(DispatchTest, GetParameterTakesTheMutexAtLine1021) {
 // --- the record loop ---------------------------------------------------------
 
 TEST_F(DispatchTest, CountZeroPrintsOneNewlineAndSucceeds) {
-    KeyVal none[1] = {{34, 1}};
+    KeyVal none[1] = {{KEY_BRIGHTNESS, 1}};
     const std::string text =
         captureStdout([&] { EXPECT_EQ(ctl->setParameters(none, 0, true), 0); });
     EXPECT_EQ(text, "\n");
@@ -111,18 +117,18 @@ TEST_F(DispatchTest, CountZeroPrintsOneNewlineAndSucceeds) {
 }
 
 TEST_F(DispatchTest, EntryEqualToTheCacheIsSkippedWhateverTheIspHolds) {
-    sim::Isp::instance().setValue(0, 34, 99);
+    sim::Isp::instance().setValue(0, KEY_BRIGHTNESS, 99);
     sim::Isp::instance().clearTrace();
-    EXPECT_EQ(ctl->setParameter(34, 50, true), 0);
-    EXPECT_TRUE(ispCalls(34).empty());
+    EXPECT_EQ(ctl->setParameter(KEY_BRIGHTNESS, 50, true), 0);
+    EXPECT_TRUE(ispCalls(KEY_BRIGHTNESS).empty());
     uint32_t isp = 0;
-    sim::Isp::instance().getValue(0, 34, isp);
+    sim::Isp::instance().getValue(0, KEY_BRIGHTNESS, isp);
     EXPECT_EQ(isp, 99u);
 }
 
 TEST_F(DispatchTest, SkipLineAtDebugLevel6) {
     root.setDebugSign("6\n");
-    const std::string text = captureStdout([&] { ctl->setParameter(34, 50, true); });
+    const std::string text = captureStdout([&] { ctl->setParameter(KEY_BRIGHTNESS, 50, true); });
     EXPECT_NE(text.find("[sensor dbg] file:ISensorController.cpp fun:setParameters line:"),
               std::string::npos);
     EXPECT_NE(text.find("ignore, (34,50) is newest, m_nFlags.switching_flag(0), "
@@ -132,37 +138,37 @@ TEST_F(DispatchTest, SkipLineAtDebugLevel6) {
 }
 
 TEST_F(DispatchTest, WithoutCacheEqualValueIsSentAndNothingStored) {
-    KeyVal kv[2] = {{34, 50}, {2337, 77}};
+    KeyVal kv[2] = {{KEY_BRIGHTNESS, 50}, {KEY_SATURATION, 77}};
     EXPECT_EQ(ctl->setParameters(kv, 2, false), 0);
-    EXPECT_EQ(ispCalls(34).size(), 1u);
-    EXPECT_EQ(ispCalls(2337).size(), 1u);
-    EXPECT_EQ(cached(0, 2337), 50u);
+    EXPECT_EQ(ispCalls(KEY_BRIGHTNESS).size(), 1u);
+    EXPECT_EQ(ispCalls(KEY_SATURATION).size(), 1u);
+    EXPECT_EQ(cached(0, KEY_SATURATION), 50u);
 }
 
 TEST_F(DispatchTest, DuringASwitchEntriesAreComparedWithTheOutgoingScheme) {
-    ctl->setKeyValToCache(1, 34, 20, false);
-    access.setLastScheme(1);
-    access.setFlags(ISensorController::switching_flag);
-    EXPECT_EQ(ctl->setParameter(34, 20, true), 0);
-    EXPECT_TRUE(ispCalls(34).empty());
-    EXPECT_EQ(ctl->setParameter(34, 50, true), 0);
-    EXPECT_EQ(ispCalls(34).size(), 1u);
+    ctl->setKeyValToCache(1, KEY_BRIGHTNESS, 20, false);
+    access().setLastScheme(1);
+    access().setFlags(ISensorController::switching_flag);
+    EXPECT_EQ(ctl->setParameter(KEY_BRIGHTNESS, 20, true), 0);
+    EXPECT_TRUE(ispCalls(KEY_BRIGHTNESS).empty());
+    EXPECT_EQ(ctl->setParameter(KEY_BRIGHTNESS, 50, true), 0);
+    EXPECT_EQ(ispCalls(KEY_BRIGHTNESS).size(), 1u);
 }
 
 TEST_F(DispatchTest, HandlerFailureOnSecondOfThreeReturnsItsNegatedKey) {
-    sim::Isp::instance().failCommand(2337, -1);
-    KeyVal kv[3] = {{34, 60}, {2337, 70}, {2353, 80}};
+    sim::Isp::instance().failCommand(KEY_SATURATION, -1);
+    KeyVal kv[3] = {{KEY_BRIGHTNESS, 60}, {KEY_SATURATION, 70}, {KEY_CONTRAST, 80}};
     EXPECT_EQ(ctl->setParameters(kv, 3, true), -2337);
-    EXPECT_EQ(cached(0, 34), 60u);
-    EXPECT_EQ(cached(0, 2337), 50u);
-    EXPECT_EQ(cached(0, 2353), 50u);
-    EXPECT_TRUE(ispCalls(2353).empty());
+    EXPECT_EQ(cached(0, KEY_BRIGHTNESS), 60u);
+    EXPECT_EQ(cached(0, KEY_SATURATION), 50u);
+    EXPECT_EQ(cached(0, KEY_CONTRAST), 50u);
+    EXPECT_TRUE(ispCalls(KEY_CONTRAST).empty());
 }
 
 TEST_F(DispatchTest, FailureLineAtDebugLevel6) {
     root.setDebugSign("6\n");
-    sim::Isp::instance().failCommand(2337, -1);
-    const std::string text = captureStdout([&] { ctl->setParameter(2337, 70, true); });
+    sim::Isp::instance().failCommand(KEY_SATURATION, -1);
+    const std::string text = captureStdout([&] { ctl->setParameter(KEY_SATURATION, 70, true); });
     EXPECT_NE(text.find("[sensor err] file:ISensorController.cpp fun:setParameters line:"),
               std::string::npos);
     EXPECT_NE(text.find("set KEY_SATURATION (2337,70) func:&ISensorController::doIaCmd "
@@ -174,24 +180,25 @@ TEST_F(DispatchTest, FailureLineAtDebugLevel6) {
 TEST_F(DispatchTest, FailureCodesMinus4AndMinus5AreReportedToo) {
     root.setDebugSign("6\n");
     for (int code : {-4, -5}) {
-        sim::Isp::instance().failCommand(2337, code);
-        const std::string text = captureStdout([&] { ctl->setParameter(2337, 70, true); });
+        sim::Isp::instance().failCommand(KEY_SATURATION, code);
+        const std::string text =
+            captureStdout([&] { ctl->setParameter(KEY_SATURATION, 70, true); });
         EXPECT_NE(text.find("~~~failed ia_ret=" + std::to_string(code) + "\n"), std::string::npos);
     }
 }
 
 TEST_F(DispatchTest, OtherFailureCodeReturnsNegatedKeyWithoutTheErrorLine) {
     root.setDebugSign("6\n");
-    sim::Isp::instance().failCommand(2337, -2);
+    sim::Isp::instance().failCommand(KEY_SATURATION, -2);
     std::string text;
-    text = captureStdout([&] { EXPECT_EQ(ctl->setParameter(2337, 70, true), -2337); });
+    text = captureStdout([&] { EXPECT_EQ(ctl->setParameter(KEY_SATURATION, 70, true), -2337); });
     EXPECT_EQ(text.find("[sensor err]"), std::string::npos);
     EXPECT_EQ(text.find("~~~failed"), std::string::npos);
 }
 
 TEST_F(DispatchTest, SetLinePrintedBeforeEachHandlerCall) {
     root.setDebugSign("6\n");
-    const std::string text = captureStdout([&] { ctl->setParameter(83, 9, true); });
+    const std::string text = captureStdout([&] { ctl->setParameter(KEY_IRIS_SIZE, 9, true); });
     EXPECT_NE(text.find("\033[0m\033[31m[sensor dbg] file:ISensorController.cpp fun:setParameters"),
               std::string::npos);
     EXPECT_NE(text.find("====================== set KEY_IRIS_SIZE (83,9) "
@@ -203,7 +210,7 @@ TEST_F(DispatchTest, SetLinePrintedBeforeEachHandlerCall) {
 
 TEST_F(DispatchTest, IspCallIsBracketedByBeginAndEndLines) {
     root.setDebugSign("6\n");
-    const std::string text = captureStdout([&] { ctl->setParameter(34, 61, true); });
+    const std::string text = captureStdout([&] { ctl->setParameter(KEY_BRIGHTNESS, 61, true); });
     EXPECT_NE(text.find("====================== cmd:34 dir:0 val:61 ======m_nCameraID=(1)"
                         "===============begin\n"),
               std::string::npos)
@@ -214,68 +221,89 @@ TEST_F(DispatchTest, IspCallIsBracketedByBeginAndEndLines) {
 
 TEST_F(DispatchTest, FailedStoreIsReportedAndTheLoopGoesOn) {
     root.setDebugSign("6\n");
-    KeyVal kv[2] = {{2321, 40}, {34, 61}};
+    KeyVal kv[2] = {{KEY_SHARPNESS, 40}, {KEY_BRIGHTNESS, 61}};
     std::string text;
     text = captureStdout([&] { EXPECT_EQ(ctl->setParameters(kv, 2, true), 0); });
     EXPECT_NE(text.find("SET_KEY_VAL FAILED, m_nCurScheme(0), p_pKeyval[0].key(2321), "
                         "p_pKeyval[0].value(40),  maybe jixin\n"),
               std::string::npos)
         << text;
-    EXPECT_EQ(ispCalls(2321).size(), 1u);
-    EXPECT_EQ(cached(0, 34), 61u);
+    EXPECT_EQ(ispCalls(KEY_SHARPNESS).size(), 1u);
+    EXPECT_EQ(cached(0, KEY_BRIGHTNESS), 61u);
 }
 
 // --- the keys the controller keeps --------------------------------------------
 
 TEST_F(DispatchTest, SchemeStartHourIsStoredButNeverSent) {
-    EXPECT_EQ(ctl->setParameter(8001, 7, true), 0);
+    EXPECT_EQ(ctl->setParameter(KEY_SCHEME_START_HOUR, 7, true), 0);
     EXPECT_TRUE(sim::Isp::instance().trace().empty());
-    EXPECT_EQ(cached(0, 8001), 7u);
+    EXPECT_EQ(cached(0, KEY_SCHEME_START_HOUR), 7u);
 }
 
 TEST_F(DispatchTest, SchemeTimeKeysAndPlaceholdersAreStoredOnly) {
-    KeyVal kv[5] = {{8002, 1}, {8003, 2}, {8004, 3}, {10, 4}, {11, 5}};
-    std::vector<KeyVal> extra = {{10, 0}, {11, 0}};
-    access.releaseSchemes();
-    prepare(extra);
+    // The style keeps the placeholders only while it hides what they stand
+    // for: wide dynamic range once a start-up has seen a 60 fps stream (so a
+    // restart of the same controller keeps 10) and beaway while it is hidden
+    // (11).
+    AVStreamParam fast;
+    fast.setFrameRate(60);
+    video.setStreams({fast});
+    attachVideo();
+    const std::vector<KeyVal> layout = coretest::factoryWith({{KEY_EMPTY1, 0}, {KEY_EMPTY2, 0}});
+    cam.writeFactoryStyle(layout);
+    ctl->uinit();
+    ASSERT_TRUE(cam.init(cam.module()));
+    cam.writeFactoryStyle(layout);
+    ctl->uinit();
+    ctl->setShowBeawayFalg(false);
+    ASSERT_TRUE(cam.init(cam.module()));
+    ASSERT_TRUE(camtest::sameKeyVals(cam.factory(), layout));
+    cam.stopWorker();
+    sim::Isp::instance().clearTrace();
+
+    KeyVal kv[5] = {{KEY_SCHEME_START_MIN, 1},
+                    {KEY_SCHEME_END_HOUR, 2},
+                    {KEY_SCHEME_END_MIN, 3},
+                    {KEY_EMPTY1, 4},
+                    {KEY_EMPTY2, 5}};
     EXPECT_EQ(ctl->setParameters(kv, 5, true), 0);
     EXPECT_TRUE(sim::Isp::instance().trace().empty());
-    EXPECT_EQ(cached(0, 8004), 3u);
-    EXPECT_EQ(cached(0, 11), 5u);
+    EXPECT_EQ(cached(0, KEY_SCHEME_END_MIN), 3u);
+    EXPECT_EQ(cached(0, KEY_EMPTY2), 5u);
 }
 
 TEST_F(DispatchTest, SchemeModeInSchemeZeroSetsTimeSchemesAndCopiesToUserSchemes) {
-    EXPECT_EQ(ctl->setParameter(8000, 1, true), 0);
-    EXPECT_TRUE(access.timeScheme());
-    EXPECT_FALSE(access.dnScheme());
+    EXPECT_EQ(ctl->setParameter(KEY_SCHEME_MODE, 1, true), 0);
+    EXPECT_TRUE(access().timeScheme());
+    EXPECT_FALSE(access().dnScheme());
     for (u32 s = 0; s < 4; ++s)
-        EXPECT_EQ(cached(s, 8000), 1u) << "scheme " << s;
-    EXPECT_EQ(cached(4, 8000), 0u); // the factory slot keeps its own
+        EXPECT_EQ(cached(s, KEY_SCHEME_MODE), 1u) << "scheme " << s;
+    EXPECT_EQ(cached(4, KEY_SCHEME_MODE), 0u); // the factory slot keeps its own
     EXPECT_TRUE(sim::Isp::instance().trace().empty());
 }
 
 TEST_F(DispatchTest, SchemeModeTwoSetsDayNightSchemes) {
-    ctl->setParameter(8000, 2, true);
-    EXPECT_FALSE(access.timeScheme());
-    EXPECT_TRUE(access.dnScheme());
-    EXPECT_EQ(cached(3, 8000), 2u);
+    ctl->setParameter(KEY_SCHEME_MODE, 2, true);
+    EXPECT_FALSE(access().timeScheme());
+    EXPECT_TRUE(access().dnScheme());
+    EXPECT_EQ(cached(3, KEY_SCHEME_MODE), 2u);
 }
 
 TEST_F(DispatchTest, OtherSchemeModeClearsBothAndCopiesZero) {
-    ctl->setParameter(8000, 2, true);
-    ctl->setParameter(8000, 7, true);
-    EXPECT_FALSE(access.timeScheme());
-    EXPECT_FALSE(access.dnScheme());
-    EXPECT_EQ(cached(0, 8000), 7u);
-    EXPECT_EQ(cached(2, 8000), 0u);
+    ctl->setParameter(KEY_SCHEME_MODE, 2, true);
+    ctl->setParameter(KEY_SCHEME_MODE, 7, true);
+    EXPECT_FALSE(access().timeScheme());
+    EXPECT_FALSE(access().dnScheme());
+    EXPECT_EQ(cached(0, KEY_SCHEME_MODE), 7u);
+    EXPECT_EQ(cached(2, KEY_SCHEME_MODE), 0u);
 }
 
 TEST_F(DispatchTest, SchemeModeInAnotherSchemeIsOnlyStored) {
-    access.setCurScheme(2);
-    ctl->setParameter(8000, 1, true);
-    EXPECT_FALSE(access.timeScheme());
-    EXPECT_EQ(cached(2, 8000), 1u);
-    EXPECT_EQ(cached(1, 8000), 0u);
+    access().setCurScheme(2);
+    ctl->setParameter(KEY_SCHEME_MODE, 1, true);
+    EXPECT_FALSE(access().timeScheme());
+    EXPECT_EQ(cached(2, KEY_SCHEME_MODE), 1u);
+    EXPECT_EQ(cached(1, KEY_SCHEME_MODE), 0u);
 }
 
 TEST_F(DispatchTest, UnknownKey168IsReportedThenSentAsItsOwnCommand) {
@@ -308,52 +336,55 @@ TEST_F(DispatchTest, UnknownKeyFallbackRowAtDebugLevel6) {
 class ThermalChannelTest : public ControllerTest {
 protected:
     void SetUp() override {
-        prepare({{8201, 0}, {8217, 0}, {2384, 0}, {2385, 0}, {2416, 0}});
-        ctl->setChannelID(2);
+        prepare({{KEY_NONE_COLOR_MODE, 0},
+                 {KEY_TEMPERATURE_STRIP_SWITCH, 0},
+                 {KEY_MIRROR, 0},
+                 {KEY_BEAWAY, 0},
+                 {KEY_ANTI_SHAKE_SWITCH, 0}},
+                2);
         attachVideo();
     }
 };
 
 TEST_F(ThermalChannelTest, NoneColourModeGoesToThePipelineOnly) {
-    EXPECT_EQ(ctl->setParameter(8201, 3, true), 0);
+    EXPECT_EQ(ctl->setParameter(KEY_NONE_COLOR_MODE, 3, true), 0);
     EXPECT_TRUE(sim::Isp::instance().trace().empty());
     const auto notices = video.notices();
     ASSERT_EQ(notices.size(), 1u);
     EXPECT_EQ(notices[0].channel, 2);
     EXPECT_EQ(notices[0].key, 8201);
     EXPECT_EQ(notices[0].value, 3);
-    EXPECT_EQ(cached(0, 8201), 3u);
+    EXPECT_EQ(cached(0, KEY_NONE_COLOR_MODE), 3u);
 }
 
 TEST_F(ThermalChannelTest, TemperatureStripGoesToThePipelineAndItsResultIsIgnored) {
-    video.setResultForKey(8217, -1);
-    EXPECT_EQ(ctl->setParameter(8217, 1, true), 0);
+    video.setResultForKey(KEY_TEMPERATURE_STRIP_SWITCH, -1);
+    EXPECT_EQ(ctl->setParameter(KEY_TEMPERATURE_STRIP_SWITCH, 1, true), 0);
     EXPECT_TRUE(sim::Isp::instance().trace().empty());
     EXPECT_EQ(video.notices().size(), 1u);
-    EXPECT_EQ(cached(0, 8217), 1u);
+    EXPECT_EQ(cached(0, KEY_TEMPERATURE_STRIP_SWITCH), 1u);
 }
 
 TEST_F(ThermalChannelTest, MirrorGoesThroughDoMirrorAndItsResultIsIgnored) {
-    sim::Isp::instance().failCommand(2384, -1);
-    EXPECT_EQ(ctl->setParameter(2384, 1, true), 0);
-    EXPECT_EQ(ispCalls(2384).size(), 1u);
-    EXPECT_EQ(cached(0, 2384), 1u);
+    sim::Isp::instance().failCommand(KEY_MIRROR, -1);
+    EXPECT_EQ(ctl->setParameter(KEY_MIRROR, 1, true), 0);
+    EXPECT_EQ(ispCalls(KEY_MIRROR).size(), 1u);
+    EXPECT_EQ(cached(0, KEY_MIRROR), 1u);
 }
 
 TEST_F(ThermalChannelTest, AntiShakeGoesThroughDoDISAndItsResultIsIgnored) {
-    sim::Isp::instance().failCommand(2416, -1);
-    EXPECT_EQ(ctl->setParameter(2416, 1, true), 0);
-    EXPECT_EQ(ispCalls(2416).size(), 1u);
+    sim::Isp::instance().failCommand(KEY_ANTI_SHAKE_SWITCH, -1);
+    EXPECT_EQ(ctl->setParameter(KEY_ANTI_SHAKE_SWITCH, 1, true), 0);
+    EXPECT_EQ(ispCalls(KEY_ANTI_SHAKE_SWITCH).size(), 1u);
     EXPECT_EQ(video.notices().size(), 1u);
-    EXPECT_EQ(cached(0, 2416), 1u);
+    EXPECT_EQ(cached(0, KEY_ANTI_SHAKE_SWITCH), 1u);
 }
 
 TEST_F(DispatchTest, NoneColourModeOnChannelOneGoesToTheIsp) {
-    access.releaseSchemes();
-    prepare({{8201, 0}});
+    prepare({{KEY_NONE_COLOR_MODE, 0}});
     attachVideo();
-    EXPECT_EQ(ctl->setParameter(8201, 3, true), 0);
-    EXPECT_EQ(ispCalls(8201).size(), 1u);
+    EXPECT_EQ(ctl->setParameter(KEY_NONE_COLOR_MODE, 3, true), 0);
+    EXPECT_EQ(ispCalls(KEY_NONE_COLOR_MODE).size(), 1u);
     EXPECT_TRUE(video.notices().empty());
 }
 
@@ -362,53 +393,59 @@ TEST_F(DispatchTest, NoneColourModeOnChannelOneGoesToTheIsp) {
 class DayNightSharingTest : public ControllerTest {
 protected:
     void SetUp() override {
-        prepare({{144, 0}, {145, 60}, {146, 20}, {149, 18}, {150, 0}, {151, 6}, {152, 0}});
-        access.setDNScheme(true);
+        prepare({{KEY_DN_MODE, 0},
+                 {KEY_DTN_THR, 60},
+                 {KEY_NTD_THR, 20},
+                 {KEY_DTN_H, 18},
+                 {KEY_DTN_M, 0},
+                 {KEY_NTD_H, 6},
+                 {KEY_NTD_M, 0}});
+        access().setDNScheme(true);
     }
 };
 
 TEST_F(DayNightSharingTest, DayNightModeInSchemeZeroIsSentAndCopiedToSchemeOne) {
-    EXPECT_EQ(ctl->setParameter(144, 2, true), 0);
-    EXPECT_EQ(ispCalls(144).size(), 1u);
-    EXPECT_EQ(cached(0, 144), 2u);
-    EXPECT_EQ(cached(1, 144), 2u);
-    EXPECT_EQ(cached(2, 144), 0u);
+    EXPECT_EQ(ctl->setParameter(KEY_DN_MODE, 2, true), 0);
+    EXPECT_EQ(ispCalls(KEY_DN_MODE).size(), 1u);
+    EXPECT_EQ(cached(0, KEY_DN_MODE), 2u);
+    EXPECT_EQ(cached(1, KEY_DN_MODE), 2u);
+    EXPECT_EQ(cached(2, KEY_DN_MODE), 0u);
 }
 
 TEST_F(DayNightSharingTest, ThresholdInSchemeOneIsStoredButNotSent) {
-    access.setCurScheme(1);
-    EXPECT_EQ(ctl->setParameter(145, 70, true), 0);
+    access().setCurScheme(1);
+    EXPECT_EQ(ctl->setParameter(KEY_DTN_THR, 70, true), 0);
     EXPECT_TRUE(sim::Isp::instance().trace().empty());
-    EXPECT_EQ(cached(1, 145), 70u);
-    EXPECT_EQ(cached(0, 145), 60u);
+    EXPECT_EQ(cached(1, KEY_DTN_THR), 70u);
+    EXPECT_EQ(cached(0, KEY_DTN_THR), 60u);
 }
 
 TEST_F(DayNightSharingTest, SharedKeysAreOrdinaryWithoutDayNightSchemes) {
-    access.setDNScheme(false);
-    access.setCurScheme(1);
-    EXPECT_EQ(ctl->setParameter(150, 30, true), 0);
-    EXPECT_EQ(ispCalls(150).size(), 1u);
-    EXPECT_EQ(cached(0, 150), 0u);
+    access().setDNScheme(false);
+    access().setCurScheme(1);
+    EXPECT_EQ(ctl->setParameter(KEY_DTN_M, 30, true), 0);
+    EXPECT_EQ(ispCalls(KEY_DTN_M).size(), 1u);
+    EXPECT_EQ(cached(0, KEY_DTN_M), 0u);
 }
 
 // --- the cache -------------------------------------------------------------------
 
 TEST_F(DispatchTest, FactorySlotIsReadable) {
-    ctl->setKeyValToCache(4, 34, 44, true);
+    ctl->setKeyValToCache(4, KEY_BRIGHTNESS, 44, true);
     u32 value = 0;
-    EXPECT_EQ(ctl->getKeyValFromCache(4, 34, value), 5);
+    EXPECT_EQ(ctl->getKeyValFromCache(4, KEY_BRIGHTNESS, value), 5);
     EXPECT_EQ(value, 44u);
 }
 
 TEST_F(DispatchTest, FactorySlotIsNotWritableWithoutForce) {
-    EXPECT_EQ(ctl->setKeyValToCache(4, 34, 44, false), -2);
-    EXPECT_EQ(cached(4, 34), 50u);
-    EXPECT_EQ(ctl->setKeyValToCache(4, 34, 44, true), 5);
-    EXPECT_EQ(cached(4, 34), 44u);
+    EXPECT_EQ(ctl->setKeyValToCache(4, KEY_BRIGHTNESS, 44, false), -2);
+    EXPECT_EQ(cached(4, KEY_BRIGHTNESS), 50u);
+    EXPECT_EQ(ctl->setKeyValToCache(4, KEY_BRIGHTNESS, 44, true), 5);
+    EXPECT_EQ(cached(4, KEY_BRIGHTNESS), 44u);
 }
 
 TEST_F(DispatchTest, ForcedWriteBeyondTheFactorySlotIsRefused) {
-    EXPECT_EQ(ctl->setKeyValToCache(5, 34, 44, true), -1);
+    EXPECT_EQ(ctl->setKeyValToCache(5, KEY_BRIGHTNESS, 44, true), -1);
 }
 
 TEST_F(DispatchTest, CacheMissLeavesTheValueUntouched) {
@@ -422,27 +459,26 @@ TEST_F(DispatchTest, InvalidSchemeIsReportedAtDebugLevel6) {
     root.setDebugSign("6\n");
     u32 value = 0;
     const std::string text =
-        captureStdout([&] { EXPECT_EQ(ctl->getKeyValFromCache(5, 34, value), -1); });
+        captureStdout([&] { EXPECT_EQ(ctl->getKeyValFromCache(5, KEY_BRIGHTNESS, value), -1); });
     EXPECT_NE(text.find("can not find val, invalid sheme(5) \n"), std::string::npos);
 }
 
 TEST_F(DispatchTest, IsKeyValSameIsFalseForAKeyNotCached) {
     EXPECT_FALSE(ctl->isKeyValSame(KeyVal{4242, 0}));
-    EXPECT_TRUE(ctl->isKeyValSame(KeyVal{34, 50}));
-    EXPECT_FALSE(ctl->isKeyValSame(KeyVal{34, 51}));
+    EXPECT_TRUE(ctl->isKeyValSame(KeyVal{KEY_BRIGHTNESS, 50}));
+    EXPECT_FALSE(ctl->isKeyValSame(KeyVal{KEY_BRIGHTNESS, 51}));
 }
 
 // --- getParameter ------------------------------------------------------------------
 
 TEST_F(DispatchTest, KeyMissingFromTheCacheIsAskedOfTheIsp) {
-    access.releaseSchemes();
     prepare({});
-    sim::Isp::instance().setValue(0, 162, 33);
+    sim::Isp::instance().setValue(0, KEY_IR_AUTO_STRG_NEAR, 33);
     sim::Isp::instance().clearTrace();
     int value = 0;
-    EXPECT_TRUE(ctl->getParameter(162, value));
+    EXPECT_TRUE(ctl->getParameter(KEY_IR_AUTO_STRG_NEAR, value));
     EXPECT_EQ(value, 33);
-    EXPECT_EQ(ispCalls(162, 1).size(), 1u);
+    EXPECT_EQ(ispCalls(KEY_IR_AUTO_STRG_NEAR, 1).size(), 1u);
 }
 
 TEST_F(DispatchTest, InfraredKeysMissingFromTheCacheAnswerMinusOneWithoutTheIsp) {
@@ -466,10 +502,26 @@ TEST_F(DispatchTest, FailedIspReadIsReportedAndFalse) {
     EXPECT_NE(text.find("get key(4000) val from 2a err"), std::string::npos);
 }
 
+// The ISP reads into the caller's own value: it is asked with it, and what
+// it wrote before refusing reaches the caller.
+TEST_F(DispatchTest, RefusedIspReadIsAskedWithTheCallersValueAndHandsBackWhatItWrote) {
+    sim::Isp::instance().failCommand(4000, -1);
+    int value = 123;
+    captureStdout([&] { EXPECT_FALSE(ctl->getParameter(4000, value)); });
+    ASSERT_EQ(ispCalls(4000, 1).size(), 1u);
+    EXPECT_EQ(ispCalls(4000, 1)[0].words, words({123}));
+    EXPECT_EQ(value, 123);
+
+    sim::Isp::instance().clearTrace();
+    sim::Isp::instance().failCommandAfterWriting(4000, -1, {77});
+    captureStdout([&] { EXPECT_FALSE(ctl->getParameter(4000, value)); });
+    EXPECT_EQ(value, 77);
+}
+
 // --- doIaCmd and the lens lock ----------------------------------------------------------
 
 TEST_F(DispatchTest, LockedLensSwallowsZoomInAndSendsNothing) {
-    access.zoomFocus().setLockZoomFocusEnable(true);
+    access().zoomFocus().setLockZoomFocusEnable(true);
     u32 value = 1;
     EXPECT_EQ(ctl->doIaCmd(1569, 0, &value), 0);
     EXPECT_EQ(ctl->doIaCmd(1536, 0, &value), 0);
@@ -478,7 +530,7 @@ TEST_F(DispatchTest, LockedLensSwallowsZoomInAndSendsNothing) {
 }
 
 TEST_F(DispatchTest, LockedLensStillSendsCommandsOutsideTheLensRange) {
-    access.zoomFocus().setLockZoomFocusEnable(true);
+    access().zoomFocus().setLockZoomFocusEnable(true);
     u32 value = 1;
     ctl->doIaCmd(1617, 0, &value);
     ctl->doIaCmd(1535, 0, &value);
@@ -487,17 +539,16 @@ TEST_F(DispatchTest, LockedLensStillSendsCommandsOutsideTheLensRange) {
 }
 
 TEST_F(DispatchTest, LockedLensSwallowsZoomSetThroughSetParameterAndCachesIt) {
-    access.zoomFocus().setLockZoomFocusEnable(true);
-    access.releaseSchemes();
-    prepare({{1569, 0}});
-    access.zoomFocus().setLockZoomFocusEnable(true);
-    EXPECT_EQ(ctl->setParameter(1569, 1, true), 0);
+    access().zoomFocus().setLockZoomFocusEnable(true);
+    prepare({{KEY_ZOOM_IN, 0}});
+    access().zoomFocus().setLockZoomFocusEnable(true);
+    EXPECT_EQ(ctl->setParameter(KEY_ZOOM_IN, 1, true), 0);
     EXPECT_TRUE(sim::Isp::instance().trace().empty());
-    EXPECT_EQ(cached(0, 1569), 1u);
+    EXPECT_EQ(cached(0, KEY_ZOOM_IN), 1u);
 }
 
 TEST_F(DispatchTest, DoIaCmdReturnsTheIspResultUnchanged) {
-    sim::Isp::instance().failCommand(34, -7);
+    sim::Isp::instance().failCommand(KEY_BRIGHTNESS, -7);
     u32 value = 1;
     EXPECT_EQ(ctl->doIaCmd(34, 0, &value), -7);
 }
@@ -505,14 +556,14 @@ TEST_F(DispatchTest, DoIaCmdReturnsTheIspResultUnchanged) {
 // --- notices, status, version ----------------------------------------------------------
 
 TEST_F(DispatchTest, NotifyWithoutAVideoModuleSucceeds) {
-    EXPECT_EQ(ctl->notifyToVideo(2384, 1), 0);
+    EXPECT_EQ(ctl->notifyToVideo(KEY_MIRROR, 1), 0);
 }
 
 TEST_F(DispatchTest, NotifyUsesTheCameraIdAndReturnsThePipelineResult) {
     attachVideo();
     ctl->setChannelID(3);
-    video.setResultForKey(2384, -9);
-    EXPECT_EQ(ctl->notifyToVideo(2384, 1), -9);
+    video.setResultForKey(KEY_MIRROR, -9);
+    EXPECT_EQ(ctl->notifyToVideo(KEY_MIRROR, 1), -9);
     ASSERT_EQ(video.notices().size(), 1u);
     EXPECT_EQ(video.notices()[0].channel, 3);
 }
@@ -522,11 +573,11 @@ TEST_F(DispatchTest, ExecStatusIsReadWithOption4) {
     int value = 0;
     EXPECT_TRUE(ctl->getCmdExecStatus(1539, value));
     EXPECT_EQ(value, 3);
-    EXPECT_EQ(ispCalls(1539, 4).size(), 1u);
+    EXPECT_EQ(ispCalls(KEY_AUTO_FOCUS_ONCE, 4).size(), 1u);
 }
 
 TEST_F(DispatchTest, ExecStatusFailureIsFalse) {
-    sim::Isp::instance().failCommand(1539, -1);
+    sim::Isp::instance().failCommand(KEY_AUTO_FOCUS_ONCE, -1);
     int value = 0;
     EXPECT_FALSE(ctl->getCmdExecStatus(1539, value));
 }
@@ -547,10 +598,10 @@ class ParamCheckTest : public ControllerTest {
 protected:
     void SetUp() override { prepare({}); }
     int check(u32 startH, u32 startM, u32 endH, u32 endM) {
-        ctl->setKeyValToCache(0, 8001, startH, false);
-        ctl->setKeyValToCache(0, 8002, startM, false);
-        ctl->setKeyValToCache(0, 8003, endH, false);
-        ctl->setKeyValToCache(0, 8004, endM, false);
+        ctl->setKeyValToCache(0, KEY_SCHEME_START_HOUR, startH, false);
+        ctl->setKeyValToCache(0, KEY_SCHEME_START_MIN, startM, false);
+        ctl->setKeyValToCache(0, KEY_SCHEME_END_HOUR, endH, false);
+        ctl->setKeyValToCache(0, KEY_SCHEME_END_MIN, endM, false);
         return ctl->paramCheck();
     }
 };

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "controller/KeyCmdTable.h"
-#include "core/ControllerFixture.h"
+#include "tests/support/ControllerFixture.h"
 
 namespace {
 
@@ -195,7 +195,9 @@ std::string expectedHandlerName(const ExpectedRow& r) {
 class KeyCmdTableTest : public ControllerTest {
 protected:
     void SetUp() override { prepare({}); }
-    int find(u32 key, keycmd& out) { return ctl->findFromKeyCmdMap(access.keyCmdMap(), key, out); }
+    int find(u32 key, keycmd& out) {
+        return ctl->findFromKeyCmdMap(access().keyCmdMap(), key, out);
+    }
 };
 
 TEST(KeyCmdTableRows, ToolLookupsListEveryRowInTableOrder) {
@@ -247,8 +249,8 @@ TEST(KeyCmdTableRows, KeysAreUnique) {
 }
 
 TEST_F(KeyCmdTableTest, ControllerCopyMatchesEveryRowWithItsHandler) {
-    ASSERT_EQ(access.keyCmdNum(), 138u);
-    const keycmd* map = access.keyCmdMap();
+    ASSERT_EQ(access().keyCmdNum(), 138u);
+    const keycmd* map = access().keyCmdMap();
     for (u32 i = 0; i < 138; ++i) {
         const ExpectedRow r = parseRow(kExpectedRows[i]);
         EXPECT_EQ(map[i].key, r.key) << "row " << i;
@@ -263,7 +265,7 @@ TEST_F(KeyCmdTableTest, ControllerCopyMatchesEveryRowWithItsHandler) {
 }
 
 TEST_F(KeyCmdTableTest, RowsBeyondTheTableAreZeroUpToCapacity) {
-    const keycmd* map = access.keyCmdMap();
+    const keycmd* map = access().keyCmdMap();
     for (u32 i = 138; i < 150; ++i) {
         keycmd zero;
         std::memset(static_cast<void*>(&zero), 0, sizeof(zero));
@@ -273,7 +275,7 @@ TEST_F(KeyCmdTableTest, RowsBeyondTheTableAreZeroUpToCapacity) {
 
 TEST_F(KeyCmdTableTest, RebuildingReplacesTheTable) {
     ctl->buildKeyCmdMap();
-    EXPECT_EQ(access.keyCmdNum(), 138u);
+    EXPECT_EQ(access().keyCmdNum(), 138u);
     keycmd out;
     EXPECT_EQ(find(9406, out), 137);
 }

@@ -6,7 +6,7 @@
 
 #include "controller/KPRuntimeError.h"
 #include "controller/SafePointer.h"
-#include "core/ControllerFixture.h"
+#include "tests/support/ControllerFixture.h"
 
 namespace {
 

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -13,7 +14,7 @@
 #include <unistd.h>
 
 #include "diag/SensorDiag.h"
-#include "support/TestSupport.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 
@@ -59,6 +60,25 @@ TEST_F(Diagnostics, NoSignFileMeansLevelOneAndNoAbort) {
     updateDebugLevel();
     EXPECT_EQ(1, g_nDebugLevel.load());
     EXPECT_FALSE(g_bEnAssert.load());
+}
+
+// The sign file is found under the device root however the root is written:
+// with trailing slashes, or very long (then the path is built on the heap).
+TEST_F(Diagnostics, SignFileIsFoundUnderARootWithTrailingSlashesOrALongName) {
+    root.setDebugSign("7\n");
+    ::setenv("SENSOR_ROOT", (root.path() + "///").c_str(), 1);
+    updateDebugLevel();
+    EXPECT_EQ(7, g_nDebugLevel.load());
+
+    std::string strLong = root.path();
+    for (int i = 0; i < 12; ++i)
+        strLong += "/" + std::string(60, 'd');
+    ASSERT_EQ(0, std::system(("mkdir -p '" + strLong + "/mnt/mtd/sign'").c_str()));
+    ASSERT_EQ(0, std::system(("echo 8 > '" + strLong + "/mnt/mtd/sign/Debug.sign'").c_str()));
+    ::setenv("SENSOR_ROOT", strLong.c_str(), 1);
+    updateDebugLevel();
+    EXPECT_EQ(8, g_nDebugLevel.load());
+    ::setenv("SENSOR_ROOT", root.path().c_str(), 1);
 }
 
 TEST_F(Diagnostics, NoSignFilePrintsOnlyAssertionReportsAndGoesOn) {

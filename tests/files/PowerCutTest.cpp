@@ -20,7 +20,7 @@
 #include <gtest/gtest.h>
 
 #include "storage/SensorFile.h"
-#include "support/TestSupport.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 

@@ -12,13 +12,15 @@
 
 #include <gtest/gtest.h>
 
-#include "files/FilesTestSupport.h"
+#include "tests/support/FilesTestSupport.h"
 #include "storage/SensorFile.h"
-#include "support/TestSupport.h"
+#include "tests/support/TestSupport.h"
 
 using filestest::captureStdout;
+using filestest::ChildRun;
 using filestest::countOf;
 using filestest::failed;
+using filestest::runUnprivileged;
 
 namespace {
 
@@ -198,20 +200,187 @@ TEST(SensorFile, SaveToFileThatCannotOpenKeepsTheOldFile) {
     EXPECT_EQ("old", root.read("/tmp/a.txt"));
 }
 
-// A read-only folder only stops a writer that is not root; as root the test
-// has nothing to show and says so.
+// A read-only flash: the stamp and its folder are read-only to a writer that
+// is not root. The save fails as its open does and the old stamp stays.
 TEST(SensorFile, SaveToFileIntoReadOnlyFolderKeepsTheOldFile) {
-    if (::geteuid() == 0)
-        GTEST_SKIP() << "root writes into read-only folders; covered by the open-failure tests";
     testsupport::TempDeviceRoot root;
     root.write("/mnt/mtd/code/config_file/snsversion.cfg", bytesOf(7u));
-    ::chmod(root.real("/mnt/mtd/code/config_file").c_str(), 0555);
-    int nRet = 0;
-    const std::string out = captureStdout([&] { nRet = setVersion(9); });
-    ::chmod(root.real("/mnt/mtd/code/config_file").c_str(), 0755);
-    EXPECT_EQ(-1, nRet);
-    EXPECT_NE(std::string::npos, out.find(failed(kOpenWrite)));
+    const std::string strFolder = root.real("/mnt/mtd/code/config_file");
+    const ChildRun run = runUnprivileged(root.path(), [&] {
+        ::chmod((strFolder + "/snsversion.cfg").c_str(), 0444);
+        ::chmod(strFolder.c_str(), 0555);
+        return setVersion(9) == -1 ? 0 : 1;
+    });
+    ::chmod(strFolder.c_str(), 0755);
+    EXPECT_EQ(0, run.nCode) << run.strOut;
+    EXPECT_NE(std::string::npos, run.strOut.find(failed(kOpenWrite)));
     EXPECT_EQ(bytesOf(7u), root.read("/mnt/mtd/code/config_file/snsversion.cfg"));
+    EXPECT_FALSE(root.exists("/mnt/mtd/code/config_file/snsversion.cfg.tmp"));
+}
+
+// A read-only file in a writable folder could be replaced by a rename; it is
+// not: the save reports exactly what a failed open for writing reports (the
+// same reports as a save into a missing folder), and the old contents stay.
+TEST(SensorFile, SaveToReadOnlyFileInWritableFolderFailsAsItsOpenWould) {
+    testsupport::TempDeviceRoot root;
+    root.write("/tmp/ro/a.txt", "old");
+    const ChildRun run = runUnprivileged(root.path(), [&] {
+        ::chmod(root.real("/tmp/ro/a.txt").c_str(), 0444);
+        return saveToFile("/tmp/ro/a.txt", "new!", 4) == -1 ? 0 : 1;
+    });
+    const ChildRun missing = runUnprivileged(
+        root.path(), [&] { return saveToFile("/tmp/no/a.txt", "new!", 4) == -1 ? 0 : 1; });
+    EXPECT_EQ(0, run.nCode) << run.strOut;
+    EXPECT_EQ(0, missing.nCode) << missing.strOut;
+    std::string strExpected = missing.strOut;
+    for (std::string::size_type pos = strExpected.find("/tmp/no/"); pos != std::string::npos;
+         pos = strExpected.find("/tmp/no/", pos))
+        strExpected.replace(pos, 8, "/tmp/ro/");
+    EXPECT_NE(std::string::npos, run.strOut.find(failed(kOpenWrite)));
+    EXPECT_EQ(strExpected, run.strOut);
+    EXPECT_EQ("old", root.read("/tmp/ro/a.txt"));
+    EXPECT_FALSE(root.exists("/tmp/ro/a.txt.tmp"));
+}
+
+// A writable scheme file in a folder where no temporary can be made is still
+// saved: written in place, with one warning that the save was not crash-safe.
+TEST(SensorFile, KeyValToWritableFileInReadOnlyFolderWritesInPlaceWithOneWarning) {
+    testsupport::TempDeviceRoot root;
+    const std::vector<KeyVal> oldRecords = sampleRecords(1, 4);
+    const std::vector<KeyVal> newRecords = sampleRecords(50, 4);
+    root.write(kScheme0, bytesOf(oldRecords));
+    root.setDebugSign("4\n");
+    struct stat stBefore;
+    ASSERT_EQ(0, ::stat(root.real(kScheme0).c_str(), &stBefore));
+    const std::string strFolder = root.real("/mnt/mtd/code/config_file");
+    const ChildRun run = runUnprivileged(root.path(), [&] {
+        ::chmod(strFolder.c_str(), 0555);
+        return keyValToFile(kScheme0, newRecords.data(), 4);
+    });
+    ::chmod(strFolder.c_str(), 0755);
+    EXPECT_EQ(0, run.nCode) << run.strOut;
+    EXPECT_EQ(bytesOf(newRecords), root.read(kScheme0));
+    struct stat stAfter;
+    ASSERT_EQ(0, ::stat(root.real(kScheme0).c_str(), &stAfter));
+    EXPECT_EQ(stBefore.st_ino, stAfter.st_ino);
+    EXPECT_EQ(1, countOf(run.strOut, "[sensor warn]")) << run.strOut;
+    EXPECT_NE(std::string::npos,
+              run.strOut.find("[sensor warn] file:SensorFile.cpp fun:open line:"));
+    EXPECT_NE(std::string::npos,
+              run.strOut.find("file_name(/mnt/mtd/code/config_file/sensor0.cfg) written in "
+                              "place, not crash-safe"));
+    EXPECT_EQ(std::string::npos, run.strOut.find("Assertion failed"));
+    EXPECT_NE(std::string::npos,
+              root.read("/mnt/mtd/log/SensorError.log").find("written in place, not crash-safe"));
+}
+
+// Bytes a file already holds cannot be torn by writing them over themselves:
+// such a save writes in place (the file stays the same file), without a
+// temporary and without a warning, even in a read-only folder.
+TEST(SensorFile, SaveOfTheBytesAFileAlreadyHoldsWritesThemInPlace) {
+    testsupport::TempDeviceRoot root;
+    root.write(SENSOR_VERSION_FILE, bytesOf(8u));
+    root.setDebugSign("4\n");
+    struct stat stBefore;
+    ASSERT_EQ(0, ::stat(root.real(SENSOR_VERSION_FILE).c_str(), &stBefore));
+    const std::string strFolder = root.real("/mnt/mtd/code/config_file");
+    const ChildRun run = runUnprivileged(root.path(), [&] {
+        ::chmod(strFolder.c_str(), 0555);
+        return setVersion(8);
+    });
+    ::chmod(strFolder.c_str(), 0755);
+    EXPECT_EQ(0, run.nCode) << run.strOut;
+    EXPECT_EQ("", run.strOut);
+    struct stat stAfter;
+    ASSERT_EQ(0, ::stat(root.real(SENSOR_VERSION_FILE).c_str(), &stAfter));
+    EXPECT_EQ(stBefore.st_ino, stAfter.st_ino);
+    EXPECT_EQ(bytesOf(8u), root.read(SENSOR_VERSION_FILE));
+    // Other bytes take the crash-safe way: a new file in the target's place.
+    EXPECT_EQ(0, setVersion(9));
+    ASSERT_EQ(0, ::stat(root.real(SENSOR_VERSION_FILE).c_str(), &stAfter));
+    EXPECT_NE(stBefore.st_ino, stAfter.st_ino);
+    EXPECT_EQ(bytesOf(9u), root.read(SENSOR_VERSION_FILE));
+}
+
+// The saved file keeps the permissions the integrator gave it.
+TEST(SensorFile, SaveKeepsTheTargetsPermissions) {
+    testsupport::TempDeviceRoot root;
+    root.write("/mnt/mtd/code/config_file/snsversion.cfg", bytesOf(7u));
+    root.write(kScheme0, bytesOf(sampleRecords(1, 2)));
+    ::chmod(root.real(SENSOR_VERSION_FILE).c_str(), 0660);
+    ::chmod(root.real(kScheme0).c_str(), 0600);
+    EXPECT_EQ(0, setVersion(9));
+    const std::vector<KeyVal> records = sampleRecords(5, 2);
+    EXPECT_EQ(0, keyValToFile(kScheme0, records.data(), 2));
+    struct stat st;
+    ASSERT_EQ(0, ::stat(root.real(SENSOR_VERSION_FILE).c_str(), &st));
+    EXPECT_EQ(0660u, st.st_mode & 07777);
+    EXPECT_EQ(bytesOf(9u), root.read(SENSOR_VERSION_FILE));
+    ASSERT_EQ(0, ::stat(root.real(kScheme0).c_str(), &st));
+    EXPECT_EQ(0600u, st.st_mode & 07777);
+    EXPECT_EQ(bytesOf(records), root.read(kScheme0));
+}
+
+// A file owned by another user stays that user's when root saves it.
+TEST(SensorFile, SaveAsRootKeepsTheTargetsOwner) {
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "only root may give a file to another owner";
+    testsupport::TempDeviceRoot root;
+    root.write(kScheme0, bytesOf(sampleRecords(1, 2)));
+    ASSERT_EQ(0, ::chown(root.real(kScheme0).c_str(), filestest::kNobody, filestest::kNobody));
+    const std::vector<KeyVal> records = sampleRecords(5, 2);
+    EXPECT_EQ(0, keyValToFile(kScheme0, records.data(), 2));
+    struct stat st;
+    ASSERT_EQ(0, ::stat(root.real(kScheme0).c_str(), &st));
+    EXPECT_EQ(filestest::kNobody, st.st_uid);
+    EXPECT_EQ(filestest::kNobody, st.st_gid);
+    EXPECT_EQ(bytesOf(records), root.read(kScheme0));
+}
+
+// Integrators link the scheme files and the stamp onto another partition: a
+// save writes the file the link points at (relative or absolute), and the
+// link stays a link.
+TEST(SensorFile, SaveThroughASymbolicLinkWritesTheFileItPointsTo) {
+    testsupport::TempDeviceRoot root;
+    root.write("/mnt/data/sensor0.cfg", bytesOf(sampleRecords(1, 2)));
+    root.write("/mnt/data/stamp", bytesOf(7u));
+    ASSERT_EQ(0, ::symlink("../../../data/sensor0.cfg", root.real(kScheme0).c_str()));
+    ASSERT_EQ(
+        0, ::symlink(root.real("/mnt/data/stamp").c_str(), root.real(SENSOR_VERSION_FILE).c_str()));
+    const std::vector<KeyVal> records = sampleRecords(5, 2);
+    std::string out = captureStdout([&] {
+        EXPECT_EQ(0, keyValToFile(kScheme0, records.data(), 2));
+        EXPECT_EQ(0, setVersion(9));
+    });
+    EXPECT_EQ("", out);
+    struct stat st;
+    ASSERT_EQ(0, ::lstat(root.real(kScheme0).c_str(), &st));
+    EXPECT_TRUE(S_ISLNK(st.st_mode));
+    ASSERT_EQ(0, ::lstat(root.real(SENSOR_VERSION_FILE).c_str(), &st));
+    EXPECT_TRUE(S_ISLNK(st.st_mode));
+    EXPECT_EQ(bytesOf(records), root.read("/mnt/data/sensor0.cfg"));
+    EXPECT_EQ(bytesOf(9u), root.read("/mnt/data/stamp"));
+    EXPECT_FALSE(root.exists("/mnt/data/sensor0.cfg.tmp"));
+    EXPECT_FALSE(root.exists("/mnt/mtd/code/config_file/sensor0.cfg.tmp"));
+    // A link to a file not yet there creates it there.
+    ASSERT_EQ(0, ::symlink("../../../data/sensor1.cfg",
+                           root.real("/mnt/mtd/code/config_file/sensor1.cfg").c_str()));
+    EXPECT_EQ(0, keyValToFile("/mnt/mtd/code/config_file/sensor1.cfg", records.data(), 2));
+    EXPECT_EQ(bytesOf(records), root.read("/mnt/data/sensor1.cfg"));
+    ASSERT_EQ(0, ::lstat(root.real("/mnt/mtd/code/config_file/sensor1.cfg").c_str(), &st));
+    EXPECT_TRUE(S_ISLNK(st.st_mode));
+}
+
+// A link that leads back to itself is a file that does not open.
+TEST(SensorFile, SaveThroughALinkLoopFailsAsItsOpenWould) {
+    testsupport::TempDeviceRoot root;
+    ASSERT_EQ(0, ::symlink("sensor0.cfg", root.real(kScheme0).c_str()));
+    const std::vector<KeyVal> records = sampleRecords(5, 2);
+    const std::string out = captureStdout([&] { keyValToFile(kScheme0, records.data(), 2); });
+    EXPECT_NE(std::string::npos, out.find(failed(kOpenWrite)));
+    struct stat st;
+    ASSERT_EQ(0, ::lstat(root.real(kScheme0).c_str(), &st));
+    EXPECT_TRUE(S_ISLNK(st.st_mode));
 }
 
 // A full flash: the file-size limit makes the temporary's write come up short

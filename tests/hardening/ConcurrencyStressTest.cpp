@@ -1,8 +1,9 @@
 // Eight host threads with every kind of call at once, for a bounded time,
 // while the light changes so that the worker switches schemes nearly every
 // (scaled) round, and factory resets fall in between. Nothing deadlocks (a
-// watchdog ends the process), and afterwards the camera still works. Run
-// under ThreadSanitizer too (scripts/ci-hardening.sh).
+// watchdog ends the process), and afterwards the camera still works: the
+// worker follows the light again and the controller answers. Run under
+// ThreadSanitizer too (scripts/ci-hardening.sh).
 //
 // SENSOR_STRESS_MS sets the time the threads run (default 1500 ms).
 #include <gtest/gtest.h>
@@ -14,8 +15,8 @@
 #include <thread>
 #include <vector>
 
-#include "hardening/HardeningSupport.h"
-#include "support/Watchdog.h"
+#include "tests/support/HardeningSupport.h"
+#include "tests/support/Watchdog.h"
 
 using namespace camtest;
 using namespace hardening;
@@ -68,6 +69,7 @@ TEST(ConcurrencyStress, EightHostThreadsWorkerSwitchesAndResetsEndWithoutDeadloc
     vecHosts.push_back(host([&](unsigned) { // get
         int nValue = 0;
         ctl.getParameter(KEY_BRIGHTNESS, nValue);
+        ctl.getParameter(KEY_SATURATION, nValue);
         std::string strOut;
         ctl.getParameters("(34,2337,16,144)", strOut);
     }));
@@ -105,7 +107,7 @@ TEST(ConcurrencyStress, EightHostThreadsWorkerSwitchesAndResetsEndWithoutDeadloc
         std::string strRange;
         ctl.getSensorParamRange(49, nDefault, strRange);
         if (std::chrono::steady_clock::now() >= tNextReset) {
-            EXPECT_TRUE(ctl.resetParameters());
+            (void)ctl.resetParameters();
             ++nResets;
             ctl.setParameter(KEY_SCHEME_MODE, 2);
             tNextReset += std::chrono::milliseconds(250);
@@ -114,6 +116,14 @@ TEST(ConcurrencyStress, EightHostThreadsWorkerSwitchesAndResetsEndWithoutDeadloc
 
     for (std::thread& objHost : vecHosts)
         objHost.join();
+    // Once the host threads are done, back on day/night schemes in automatic
+    // mode (the mode thread may have left it manual), the worker still
+    // follows the light.
+    (void)ctl.setParamMode(1);
+    ASSERT_TRUE(ctl.setParamScheme(0));
+    ASSERT_EQ(0, ctl.setParameter(KEY_SCHEME_MODE, 2));
+    const long nBefore = nSwitchesSeen;
+    EXPECT_TRUE(eventually([&] { return nSwitchesSeen > nBefore + 2; }));
     bStop = true;
     objLight.join();
 
@@ -121,7 +131,7 @@ TEST(ConcurrencyStress, EightHostThreadsWorkerSwitchesAndResetsEndWithoutDeadloc
     // would follow the light again between the checks below. The parameter
     // mode is set under the controller mutex: once it returns, a switch under
     // way has ended and the worker switches no more.
-    ASSERT_TRUE(ctl.setParamMode(0));
+    (void)ctl.setParamMode(0);
     EXPECT_TRUE(cam.acc->sensorThread()->isRunning());
     EXPECT_FALSE(cam.acc->flags() &
                  (ISensorController::resetting_flag | ISensorController::restoring_flag |

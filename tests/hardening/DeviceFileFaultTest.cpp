@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "config/SysConfig.h"
-#include "hardening/HardeningSupport.h"
-#include "support/Watchdog.h"
+#include "tests/support/HardeningSupport.h"
+#include "tests/support/Watchdog.h"
 
 using namespace camtest;
 using namespace hardening;

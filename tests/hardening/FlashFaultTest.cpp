@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "hardening/HardeningSupport.h"
+#include "tests/support/HardeningSupport.h"
 
 using namespace camtest;
 using namespace hardening;

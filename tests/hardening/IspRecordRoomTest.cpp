@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "hardening/HardeningSupport.h"
+#include "tests/support/HardeningSupport.h"
 
 using namespace camtest;
 using namespace hardening;
@@ -19,9 +19,10 @@ TEST(IspRecordRoom, ReadingTheSensorCheckCommandGivesTheRecordsFirstWord) {
     ASSERT_TRUE(cam.start());
     int nValue = 12345;
     EXPECT_TRUE(cam.ctl->getParameter(2816, nValue));
-    // The ISP answers only the record's fourth word; the first stays zero.
-    EXPECT_EQ(0, nValue);
-    const std::vector<sim::IspCall> vecCalls = sim::Isp::instance().callsOf(2816);
+    // The ISP reads into the caller's value, the record's first word, and
+    // answers only the fourth: the caller's value stays as it was.
+    EXPECT_EQ(12345, nValue);
+    const std::vector<sim::IspCall> vecCalls = sim::Isp::instance().callsOf(IA_CMD_SENSOR_CHECK);
     ASSERT_FALSE(vecCalls.empty());
     EXPECT_EQ(4u, vecCalls.back().words.size());
 }
@@ -47,7 +48,7 @@ TEST(IspRecordRoom, SettingAMultiWordCommandSendsTheValueAsTheFirstWordOfAZeroed
     sim::Isp::instance().clearTrace();
     EXPECT_EQ(0, cam.ctl->setParameter(2816, 5));
     EXPECT_EQ(0, cam.ctl->setParameters("(2816,7)", false));
-    const std::vector<sim::IspCall> vecCalls = setCalls(2816);
+    const std::vector<sim::IspCall> vecCalls = setCalls(IA_CMD_SENSOR_CHECK);
     ASSERT_EQ(2u, vecCalls.size());
     EXPECT_EQ((std::vector<uint32_t>{5, 0, 0, 0}), vecCalls[0].words);
     EXPECT_EQ((std::vector<uint32_t>{7, 0, 0, 0}), vecCalls[1].words);
@@ -56,7 +57,7 @@ TEST(IspRecordRoom, SettingAMultiWordCommandSendsTheValueAsTheFirstWordOfAZeroed
 TEST(IspRecordRoom, AFailedReadLeavesTheCallersValue) {
     Camera cam;
     ASSERT_TRUE(cam.start());
-    sim::Isp::instance().failCommand(2816, -1);
+    sim::Isp::instance().failCommand(IA_CMD_SENSOR_CHECK, -1);
     int nValue = 12345;
     EXPECT_FALSE(cam.ctl->getParameter(2816, nValue));
     EXPECT_EQ(12345, nValue);

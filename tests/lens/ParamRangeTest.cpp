@@ -1,7 +1,7 @@
 // getSensorParamRange: the ISP's list of accepted values as blank-separated text.
 #include <cstring>
 
-#include "tests/lens/LensFixture.h"
+#include "tests/support/ControllerFixture.h"
 
 using namespace lenstest;
 
@@ -43,7 +43,7 @@ TEST_F(RangeTest, ListBecomesBlankSeparatedNumbersAndDefault) {
 }
 
 TEST_F(RangeTest, PrintsRangeLineUnconditionally) {
-    m_objRoot.setDebugSign("0\n0\n");
+    root.setDebugSign("0\n0\n");
     isp().setDynamicCommands({49});
     isp().setListRange(49, 10, {5, 10, 20});
     int nDefault = -1;
@@ -205,14 +205,14 @@ TEST_F(RangeTest, RefusedCommandListIsReportedAndListsNothing) {
                                 "(void*)(&dnaCmdList))   ~~~Assertion failed.\n";
     EXPECT_TRUE(printed("[sensor assert]"));
     EXPECT_TRUE(printed(strExpr));
-    EXPECT_NE(std::string::npos, m_objRoot.read("/mnt/mtd/log/SensorError.log").find(strExpr));
+    EXPECT_NE(std::string::npos, root.read("/mnt/mtd/log/SensorError.log").find(strExpr));
     EXPECT_EQ(-7, nDefault);
     EXPECT_EQ((Lines{"list 4112 failed"}), traceText());
 }
 
 TEST_F(RangeTest, RefusedRangeQueryIsReportedAndGoesOn) {
     isp().setDynamicCommands({49});
-    isp().failCommand(49, -1);
+    isp().failCommand(KEY_MAX_SHUTTER, -1);
     int nDefault = -7;
     std::string strRange = "old";
     EXPECT_TRUE(query(49, nDefault, strRange));

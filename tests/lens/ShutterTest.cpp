@@ -1,5 +1,5 @@
 // The shutter as a position in the ISP's own list of shutter values.
-#include "tests/lens/LensFixture.h"
+#include "tests/support/ControllerFixture.h"
 
 using namespace lenstest;
 
@@ -10,11 +10,11 @@ protected:
     void SetUp() override {
         LensFixture::SetUp();
         isp().setListRange(49, 4, {1, 2, 4, 8});
-        isp().setValue(kChannel, 49, 4);
+        isp().setValue(kChannel, KEY_MAX_SHUTTER, 4);
         isp().clearTrace();
     }
     void shutterAt(uint32_t nValue) {
-        isp().setValue(kChannel, 49, nValue);
+        isp().setValue(kChannel, KEY_MAX_SHUTTER, nValue);
         isp().clearTrace();
     }
 };
@@ -24,13 +24,13 @@ protected:
 TEST_F(ShutterTest, ShutterUpStoresNextValue) {
     EXPECT_TRUE(ctrl().shutterUp());
     EXPECT_EQ((Lines{"list 4112", "range 49", "get 49=4", "set 49=8"}), traceText());
-    EXPECT_EQ(8, cached(49));
+    EXPECT_EQ(8, cached(KEY_MAX_SHUTTER));
 }
 
 TEST_F(ShutterTest, ShutterDownStoresPreviousValue) {
     EXPECT_TRUE(ctrl().shutterDown());
     EXPECT_EQ((Lines{"get 49=4", "set 49=2"}), valueTraffic());
-    EXPECT_EQ(2, cached(49));
+    EXPECT_EQ(2, cached(KEY_MAX_SHUTTER));
 }
 
 TEST_F(ShutterTest, GetShutterValueGivesPositionInList) {
@@ -44,33 +44,33 @@ TEST_F(ShutterTest, ShutterUpAtLastPositionWritesSameValueAgain) {
     shutterAt(8);
     EXPECT_TRUE(ctrl().shutterUp());
     EXPECT_EQ((Lines{"get 49=8", "set 49=8"}), valueTraffic());
-    EXPECT_EQ(8, cached(49));
+    EXPECT_EQ(8, cached(KEY_MAX_SHUTTER));
 }
 
 TEST_F(ShutterTest, ShutterDownAtFirstPositionWritesSameValueAgain) {
     shutterAt(1);
     EXPECT_TRUE(ctrl().shutterDown());
     EXPECT_EQ((Lines{"get 49=1", "set 49=1"}), valueTraffic());
-    EXPECT_EQ(1, cached(49));
+    EXPECT_EQ(1, cached(KEY_MAX_SHUTTER));
 }
 
 TEST_F(ShutterTest, SetShutterValueStoresListEntry) {
     EXPECT_TRUE(ctrl().setShutterValue(3));
     EXPECT_EQ((Lines{"set 49=8"}), valueTraffic());
-    EXPECT_EQ(8, cached(49));
+    EXPECT_EQ(8, cached(KEY_MAX_SHUTTER));
 }
 
 TEST_F(ShutterTest, SetShutterValuePastListEndFails) {
     EXPECT_FALSE(ctrl().setShutterValue(4));
     EXPECT_EQ(Lines{}, valueTraffic());
-    EXPECT_EQ(30, cached(49));
+    EXPECT_EQ(30, cached(KEY_MAX_SHUTTER));
 }
 
 TEST_F(ShutterTest, SetShutterValueRejectsNegativeIndex) {
     EXPECT_FALSE(ctrl().setShutterValue(-1));
     EXPECT_FALSE(ctrl().setShutterValue(INT32_MIN));
     EXPECT_EQ(Lines{}, valueTraffic());
-    EXPECT_EQ(30, cached(49));
+    EXPECT_EQ(30, cached(KEY_MAX_SHUTTER));
 }
 
 TEST_F(ShutterTest, SetShutterValueFailsWithoutList) {
@@ -87,11 +87,11 @@ TEST_F(ShutterTest, ValueOutsideListMakesShutterOperationsFail) {
     EXPECT_FALSE(ctrl().shutterDown());
     EXPECT_EQ(-1, nIndex);
     EXPECT_EQ((Lines{"get 49=3", "get 49=3", "get 49=3"}), valueTraffic());
-    EXPECT_EQ(30, cached(49));
+    EXPECT_EQ(30, cached(KEY_MAX_SHUTTER));
 }
 
 TEST_F(ShutterTest, RefusedShutterReadFails) {
-    isp().failCommand(49, -1);
+    isp().failCommand(KEY_MAX_SHUTTER, -1);
     testing::internal::CaptureStdout();
     int nIndex = -1;
     EXPECT_FALSE(ctrl().getShutterValue(nIndex));
@@ -99,7 +99,7 @@ TEST_F(ShutterTest, RefusedShutterReadFails) {
     EXPECT_FALSE(ctrl().shutterDown());
     testing::internal::GetCapturedStdout();
     EXPECT_EQ(-1, nIndex);
-    EXPECT_EQ(30, cached(49));
+    EXPECT_EQ(30, cached(KEY_MAX_SHUTTER));
 }
 
 TEST_F(ShutterTest, ListKeepsOnlyThirtyValues) {
@@ -115,7 +115,7 @@ TEST_F(ShutterTest, ListKeepsOnlyThirtyValues) {
     EXPECT_FALSE(ctrl().getShutterValue(nIndex));
     EXPECT_FALSE(ctrl().setShutterValue(30));
     EXPECT_TRUE(ctrl().setShutterValue(29));
-    EXPECT_EQ(130, cached(49));
+    EXPECT_EQ(130, cached(KEY_MAX_SHUTTER));
     EXPECT_EQ((Lines{"get 49=131", "set 49=130"}), valueTraffic());
 }
 

@@ -61,3 +61,30 @@ cmake -S "$consumer" -B "$work/consumer" "${args[@]}" > "$work/consumer.log" ||
 cmake --build "$work/consumer" > "$work/consumer-build.log" ||
   { cat "$work/consumer-build.log"; fail "find_package(sensor) project did not build"; }
 run "$work/consumer/host"
+
+# libsensor-onvif, when built: its headers compile alone, and a program links
+# it with pkg-config and with find_package(sensor-onvif).
+if [ -f "$libdir/libsensor-onvif.so.1.0.0" ]; then
+  [ -f "$libdir/pkgconfig/sensor-onvif.pc" ] || fail "sensor-onvif.pc not installed"
+  [ -f "$libdir/cmake/sensor-onvif/sensor-onvifConfig.cmake" ] || fail "sensor-onvifConfig.cmake not installed"
+  oinc=$prefix/include/sensor-onvif
+  for h in sensor-onvif/Soap.h sensor-onvif/ImagingService.h; do
+    echo "#include \"$h\"" | "$cxx" -std=c++17 -Wall -Wextra -Werror -fsyntax-only -I "$oinc" -x c++ - ||
+      fail "installed header $h does not compile alone"
+  done
+  runonvif() {
+    local out
+    # shellcheck disable=SC2086
+    out=$(cd "$work" && SENSOR_ROOT="$work/root" ${SENSOR_EMULATOR:-} "$@") || fail "$1 failed: $out"
+    grep -qx 'onvif-host: HTTP 400, ter:WellFormed' <<<"$out" || fail "$1 printed: $out"
+    echo "check-install: $(basename "$1"): $out"
+  }
+  opc() { PKG_CONFIG_LIBDIR="$libdir/pkgconfig" PKG_CONFIG_PATH= pkg-config "$@" sensor-onvif; }
+  # shellcheck disable=SC2046
+  "$cxx" -std=c++17 -Wall -Wextra -Werror $(opc --cflags) "$consumer/onvif-host.cpp" \
+    -o "$work/onvif-host-pkg-config" -Wl,--no-as-needed $(opc --libs) "$hostlib" \
+    -Wl,-rpath,"$libdir:$hostdir"
+  runonvif "$work/onvif-host-pkg-config"
+  [ -x "$work/consumer/onvif-host" ] || fail "find_package(sensor-onvif) did not build onvif-host"
+  runonvif "$work/consumer/onvif-host"
+fi

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 
+#include "controller/SensorKeys.h"
 #include "config/SysConfig.h"
 #include "controller/ISensorController.h"
 #include "host/ia_ioctrl_v2.h"
@@ -27,7 +28,7 @@ TEST(RecordLayout, KeyValIsTwoWordsKeyFirst) {
 }
 
 TEST(RecordLayout, KeyValArrayIsPackedLikeTheSchemeFile) {
-    KeyVal aPairs[3] = {{34, 60}, {2337, 0xfffffffbu}, {9, 1}};
+    KeyVal aPairs[3] = {{KEY_BRIGHTNESS, 60}, {KEY_SATURATION, 0xfffffffbu}, {9, 1}};
     const unsigned char* p = reinterpret_cast<const unsigned char*>(aPairs);
     // Little-endian words back to back, as the file stores them.
     const unsigned char aExpected[24] = {

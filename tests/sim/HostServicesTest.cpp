@@ -25,7 +25,7 @@
 #include "host/sy_system.h"
 #include "sim/SimHost.h"
 #include "storage/DeviceRoot.h"
-#include "support/TestSupport.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "host/KPFile.h"
-#include "support/TestSupport.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 

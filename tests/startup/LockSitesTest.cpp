@@ -8,7 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "startup/CameraFixture.h"
+#include "controller/LockSites.h"
+#include "tests/support/Camera.h"
 
 namespace {
 
@@ -20,35 +21,45 @@ struct EntryPoint {
 
 const std::vector<EntryPoint>& entryPoints() {
     static const std::vector<EntryPoint> table = {
-        {"setParameters(text)", 713,
+        {"setParameters(text)", lock_site::kSetParametersText,
          [](ISensorController& c) { c.setParameters("(34,51)", true); }},
-        {"setParameter", 722, [](ISensorController& c) { c.setParameter(34, 52, true); }},
-        {"restore", 730, [](ISensorController& c) { c.restore(34); }},
-        {"getParameter", 1021,
+        {"setParameter", lock_site::kSetParameter,
+         [](ISensorController& c) { c.setParameter(34, 52, true); }},
+        {"restore", lock_site::kRestore, [](ISensorController& c) { c.restore(34); }},
+        {"getParameter", lock_site::kGetParameter,
          [](ISensorController& c) {
              int v = 0;
              c.getParameter(34, v);
          }},
-        {"getAllParameters", 1111,
+        {"getAllParameters", lock_site::kGetAllParameters,
          [](ISensorController& c) {
              std::string s;
              c.getAllParameters(s);
          }},
-        {"flush", 1120, [](ISensorController& c) { c.flush(); }},
-        {"resetParameters", 1145, [](ISensorController& c) { c.resetParameters(); }},
-        {"resetToLastParameters", 1192, [](ISensorController& c) { c.resetToLastParameters(); }},
-        {"setParamScheme", 1210, [](ISensorController& c) { c.setParamScheme(1); }},
-        {"getParamScheme", 1222,
+        {"flush", lock_site::kFlush, [](ISensorController& c) { c.flush(); }},
+        {"resetParameters", lock_site::kResetParameters,
+         [](ISensorController& c) { c.resetParameters(); }},
+        {"resetToLastParameters", lock_site::kResetToLastParameters,
+         [](ISensorController& c) { c.resetToLastParameters(); }},
+        {"setParamScheme", lock_site::kSetParamScheme,
+         [](ISensorController& c) { c.setParamScheme(1); }},
+        {"getParamScheme", lock_site::kGetParamScheme,
          [](ISensorController& c) {
              int s = 0;
              c.getParamScheme(s);
          }},
-        {"setParamMode", 1229, [](ISensorController& c) { c.setParamMode(1); }},
-        {"getParamMode", 1243,
+        {"setParamMode", lock_site::kSetParamMode, [](ISensorController& c) { c.setParamMode(1); }},
+        {"getParamMode", lock_site::kGetParamMode,
          [](ISensorController& c) {
              int m = 0;
              c.getParamMode(m);
          }},
+        {"getUIStyleFile", lock_site::kGetUIStyleFile,
+         [](ISensorController& c) { (void)c.getUIStyleFile(); }},
+        {"getUILanguageFile", lock_site::kGetUILanguageFile,
+         [](ISensorController& c) { (void)c.getUILanguageFile(0); }},
+        {"getUICommonFile", lock_site::kGetUICommonFile,
+         [](ISensorController& c) { (void)c.getUICommonFile(0); }},
     };
     return table;
 }
@@ -77,9 +88,14 @@ TEST_P(LockSites, EntryPointLocksAtItsLineAndUnlocksThroughTheGuard) {
     sim::recordMutexEvents(false);
     const std::vector<std::string> events = sim::mutexEvents();
     ASSERT_FALSE(events.empty()) << entry.szName;
-    EXPECT_EQ("Lock ISensorController.cpp:" + std::to_string(entry.nLine), events.front())
+    EXPECT_EQ(std::string("Lock ") + lock_site::kFile + ":" + std::to_string(entry.nLine),
+              events.front())
         << entry.szName;
-    EXPECT_EQ("Unlock KPMutex.h:74", events.back()) << entry.szName;
+    // The host's guard gives it back at its own header's line.
+    EXPECT_EQ(std::string("Unlock ") + lock_site::kGuardFile + ":" +
+                  std::to_string(lock_site::kGuardLine),
+              events.back())
+        << entry.szName;
     // Every lock is given back.
     size_t nLocks = 0, nUnlocks = 0;
     for (const std::string& e : events) {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "startup/CameraFixture.h"
+#include "tests/support/Camera.h"
 
 using namespace camtest;
 
@@ -230,9 +230,46 @@ TEST(SchemeLayout, SavedSettingsSurviveAnUpdateOfTheStyleDocument) {
     }
 
     ASSERT_TRUE(cam.start());
-    EXPECT_EQ(-1, cam.indexOf(2353));
+    EXPECT_EQ(-1, cam.indexOf(KEY_CONTRAST));
     ASSERT_GE(cam.indexOf(2990), 0);
     EXPECT_EQ(71u, cam.value(kSavedScheme, KEY_BRIGHTNESS));
     EXPECT_EQ(29u, cam.value(kSavedScheme, KEY_SATURATION));
     EXPECT_EQ(5u, cam.value(kSavedScheme, 2990));
+}
+
+// The layout the dispatch, handler and lens fixtures start on is the one
+// init() builds for the sample camera, restricted to the keys a test names:
+// the same scheme count, every array the factory's keys in the factory's
+// order, the first scratch array holding scheme 0, and the time and
+// day/night flags taken from the mode key.
+TEST(SchemeLayout, LayoutOfAStyleListingTheKeysIsTheSampleCamerasLayout) {
+    // One camera at a time: each owns the device root while it lives.
+    std::vector<KeyVal> vecSample;
+    u32 nSampleSchemes = 0;
+    {
+        Camera sample;
+        ASSERT_TRUE(sample.start());
+        vecSample = sample.factory();
+        nSampleSchemes = sample.acc->schemeSum();
+    }
+    ASSERT_GT(vecSample.size(), 5u);
+
+    Camera listed;
+    ASSERT_TRUE(listed.startWithFactory(vecSample));
+    EXPECT_EQ(nSampleSchemes, listed.acc->schemeSum());
+    ASSERT_EQ(vecSample.size(), listed.acc->keyValSum());
+    for (u32 s = 0; s <= listed.acc->schemeSum(); ++s) {
+        const std::vector<KeyVal> vecScheme = listed.scheme(s);
+        for (size_t i = 0; i < vecScheme.size(); ++i)
+            EXPECT_EQ(vecSample[i].key, vecScheme[i].key) << "scheme " << s << " entry " << i;
+    }
+
+    // A mode of 2 stored in scheme 0 selects the day/night schemes at the
+    // next start-up, exactly as on the sample camera.
+    listed.setValue(0, KEY_SCHEME_MODE, 2);
+    listed.root.write(schemeFile(0), toBytes(listed.scheme(0)));
+    listed.ctl->uinit();
+    ASSERT_TRUE(listed.init(listed.module()));
+    EXPECT_TRUE(listed.acc->dnScheme());
+    EXPECT_FALSE(listed.acc->timeScheme());
 }

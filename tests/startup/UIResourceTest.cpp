@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "startup/CameraFixture.h"
+#include "tests/support/Camera.h"
 
 using namespace camtest;
 

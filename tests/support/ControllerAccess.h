@@ -1,55 +1,30 @@
-// Reaches into an ISensorController for tests: its members, and scheme
-// storage laid out as start-up lays it out, so that dispatch can be tested
-// on its own.
+// Reaches into an ISensorController for tests, for the states a host cannot
+// reach or read: the flags of a switch, reset or shut-down in progress, the
+// current and last scheme, the worker, and the layout start-up built.
 #pragma once
 
-#include <cstdlib>
-#include <cstring>
-#include <vector>
+#include <memory>
 
 #include "controller/ISensorController.h"
+#include "controller/LockSites.h"
 
 class ISensorControllerTestAccess {
 public:
     explicit ISensorControllerTestAccess(ISensorController& c) : m(c) {}
 
-    // nSchemes user schemes plus the factory slot, m_nKeyValSum = factory size,
-    // every array a copy of the factory values (which must begin with 8000..8004),
-    // the key table built, scratch arrays allocated. Freed by uinit(), or by
-    // releaseSchemes() for a controller that never ran init().
-    void allocateSchemes(u32 nSchemes, const std::vector<KeyVal>& factory) {
-        m.m_stSysConf.nSchemeSum = nSchemes;
-        m.m_nKeyValSum = static_cast<u32>(factory.size());
-        KeyVal* pBlock = static_cast<KeyVal*>(
-            std::calloc((nSchemes + 1) * factory.size() + 1, sizeof(KeyVal)));
-        m.m_ppUserKeyVal = static_cast<KeyVal**>(std::calloc(nSchemes + 1, sizeof(KeyVal*)));
-        for (u32 s = 0; s <= nSchemes; ++s) {
-            m.m_ppUserKeyVal[s] = pBlock + s * factory.size();
-            if (!factory.empty())
-                std::memcpy(m.m_ppUserKeyVal[s], factory.data(), factory.size() * sizeof(KeyVal));
-        }
-        m.m_pFctKeyVal = m.m_ppUserKeyVal[nSchemes];
-        m.m_pstKeyValTmp = static_cast<KeyVal*>(std::calloc(factory.size() + 1, sizeof(KeyVal)));
-        m.m_pstKeyValTmp2 = static_cast<KeyVal*>(
-            std::calloc(ISensorController::KEY_CMD_CAPACITY, sizeof(KeyVal)));
-        m.buildKeyCmdMap();
-        m_bOwned = true;
+    // Makes the calling thread the controller's sole user until
+    // the end of this object: for a controller whose
+    // worker never runs or was stopped, and that no other thread calls.
+    void claimSoleUse() {
+        if (!m_pSoleUse)
+            m_pSoleUse.reset(new ISensorController::SoleUse(m));
     }
-    void releaseSchemes() {
-        if (!m_bOwned)
-            return;
-        if (m.m_ppUserKeyVal != nullptr)
-            std::free(m.m_ppUserKeyVal[0]);
-        std::free(m.m_ppUserKeyVal);
-        std::free(m.m_pstKeyValTmp);
-        std::free(m.m_pstKeyValTmp2);
-        std::free(m.m_pKeyCmdMap);
-        m.m_ppUserKeyVal = nullptr;
-        m.m_pstKeyValTmp = nullptr;
-        m.m_pstKeyValTmp2 = nullptr;
-        m.m_pKeyCmdMap = nullptr;
-        m.m_pFctKeyVal = nullptr;
-        m_bOwned = false;
+
+    // Holds the controller mutex, as a locked entry point does, until the
+    // result goes (at the worker's line, which no host entry point uses).
+    std::unique_ptr<ISensorController::LockGuard> hold() {
+        return std::unique_ptr<ISensorController::LockGuard>(
+            new ISensorController::LockGuard(m, lock_site::kWorkerRound));
     }
 
     KeyVal* scheme(u32 s) const { return m.m_ppUserKeyVal[s]; }
@@ -85,5 +60,5 @@ public:
 
 private:
     ISensorController& m;
-    bool m_bOwned = false;
+    std::unique_ptr<ISensorController::SoleUse> m_pSoleUse;
 };

@@ -4,8 +4,11 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,6 +18,25 @@
 #include "storage/DeviceRoot.h"
 
 namespace testsupport {
+
+// What fn printed on standard output.
+inline std::string captureStdout(const std::function<void()>& fn) {
+    testing::internal::CaptureStdout();
+    fn();
+    return testing::internal::GetCapturedStdout();
+}
+
+inline bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+// How many times part occurs in text, overlapping occurrences included.
+inline size_t occurrences(const std::string& text, const std::string& part) {
+    size_t n = 0;
+    for (size_t pos = text.find(part); pos != std::string::npos; pos = text.find(part, pos + 1))
+        ++n;
+    return n;
+}
 
 // A new temporary folder as SENSOR_ROOT for the life of the object; optionally
 // populated with the sample device tree. The simulated host is reset too.
@@ -39,8 +61,9 @@ public:
     ~TempDeviceRoot() {
         ::unsetenv("SENSOR_ROOT");
         if (!m_strPath.empty() && std::getenv("SENSOR_KEEP_TEST_ROOT") == nullptr)
-            (void)std::system(("chmod -R u+w '" + m_strPath + "' 2>/dev/null; rm -rf '" +
-                               m_strPath + "'").c_str());
+            (void)std::system(
+                ("chmod -R u+w '" + m_strPath + "' 2>/dev/null; rm -rf '" + m_strPath + "'")
+                    .c_str());
     }
     TempDeviceRoot(const TempDeviceRoot&) = delete;
     TempDeviceRoot& operator=(const TempDeviceRoot&) = delete;

@@ -22,7 +22,7 @@
 
 #include <gtest/gtest.h>
 
-extern char** environ;
+#include "tests/support/ServeProcess.h"
 
 namespace {
 
@@ -33,13 +33,6 @@ struct Reply {
     std::string headers;
     std::string body;
 };
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
 
 // One request on its own connection: raw bytes out, one answer back. Bounded by a 10 s receive
 // timeout.
@@ -107,99 +100,16 @@ protected:
     void SetUp() override {
         if (!SENSORCTL_HAS_SERVE)
             GTEST_SKIP() << "sensorctl was built without cpp-httplib: no web console here";
-        char szLog[] = "/tmp/sensorctl-serve-test-XXXXXX";
-        const int fd = ::mkstemp(szLog);
-        ASSERT_GE(fd, 0);
-        ::close(fd);
-        m_strLog = szLog;
         start({});
     }
 
-    void TearDown() override {
-        if (m_pid > 0) {
-            ::kill(m_pid, SIGKILL);
-            ::waitpid(m_pid, nullptr, 0);
-        }
-        if (!m_strRoot.empty())
-            (void)std::system(("rm -rf '" + m_strRoot + "'").c_str());
-        ::unlink(m_strLog.c_str());
-    }
-
+    // serve on a scaled clock, so that its worker's rounds come quickly.
     void start(const std::vector<std::string>& extra) {
-        const std::string strBinary = std::string(SENSOR_BINARY_DIR) + "/tools/sensorctl/sensorctl";
-        // On a cross build the test runs under an emulator, which cannot start
-        // another program of the target by itself: the emulator starts it.
-        std::vector<std::string> args;
-        std::istringstream emulator(std::getenv("SENSOR_EMULATOR") ? std::getenv("SENSOR_EMULATOR")
-                                                                   : "");
-        for (std::string word; emulator >> word;)
-            args.push_back(word);
-        const std::vector<std::string> own = {strBinary, "serve",        "--port",
-                                              "0",       "--time-scale", "0.01"};
-        args.insert(args.end(), own.begin(), own.end());
+        std::vector<std::string> args = {"--time-scale", "0.01"};
         args.insert(args.end(), extra.begin(), extra.end());
-        std::vector<char*> argv;
-        for (std::string& a : args)
-            argv.push_back(&a[0]);
-        argv.push_back(nullptr);
-
-        std::vector<std::string> env;
-        for (char** e = environ; *e; ++e)
-            if (std::strncmp(*e, "SENSOR_ROOT=", 12) != 0 &&
-                std::strncmp(*e, "SENSORCTL_DATA=", 15) != 0)
-                env.emplace_back(*e);
-        env.push_back(std::string("SENSORCTL_DATA=") + SENSOR_SOURCE_DIR + "/data/device");
-        std::vector<char*> envp;
-        for (std::string& e : env)
-            envp.push_back(&e[0]);
-        envp.push_back(nullptr);
-
-        // The controller prints freely; a file takes it all so the server
-        // never blocks on a full pipe.
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 1, m_strLog.c_str(), O_WRONLY | O_TRUNC, 0);
-        posix_spawn_file_actions_adddup2(&actions, 1, 2);
-        const int nErr =
-            posix_spawn(&m_pid, args[0].c_str(), &actions, nullptr, argv.data(), envp.data());
-        posix_spawn_file_actions_destroy(&actions);
-        ASSERT_EQ(nErr, 0) << "cannot start " << strBinary;
-
-        const std::regex port("listening on http://127\\.0\\.0\\.1:([0-9]+)/");
-        const std::regex root("device root (\\S+)");
-        const auto deadline = Clock::now() + std::chrono::seconds(30);
-        std::smatch m;
-        while (Clock::now() < deadline) {
-            const std::string strOut = readFile(m_strLog);
-            if (std::regex_search(strOut, m, port)) {
-                m_nPort = std::stoi(m[1]);
-                if (std::regex_search(strOut, m, root))
-                    m_strRoot = m[1];
-                return;
-            }
-            int nStatus = 0;
-            if (::waitpid(m_pid, &nStatus, WNOHANG) == m_pid) {
-                m_pid = -1;
-                FAIL() << "sensorctl serve ended at start:\n" << strOut;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-        FAIL() << "sensorctl serve did not announce its port:\n" << readFile(m_strLog);
-    }
-
-    // Sends the signal and waits (at most 10 s) for the exit status.
-    int stopWith(int sig) {
-        ::kill(m_pid, sig);
-        const auto deadline = Clock::now() + std::chrono::seconds(10);
-        int nStatus = 0;
-        while (Clock::now() < deadline) {
-            if (::waitpid(m_pid, &nStatus, WNOHANG) == m_pid) {
-                m_pid = -1;
-                return nStatus;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-        return -1;
+        std::string strError;
+        ASSERT_TRUE(m_serve.start(args, strError)) << strError;
+        m_nPort = m_serve.port();
     }
 
     Reply get(const std::string& path) {
@@ -216,10 +126,8 @@ protected:
         return std::regex_search(json, m, re) ? m[1].str() : "";
     }
 
+    testsupport::ServeProcess m_serve;
     int m_nPort = 0;
-    pid_t m_pid = -1;
-    std::string m_strLog;
-    std::string m_strRoot;
 };
 
 TEST_F(ServeApi, PageIsServedAtTheRoot) {
@@ -418,28 +326,28 @@ TEST_F(ServeApi, GarbageOnTheWireLeavesTheServerAnswering) {
 }
 
 TEST_F(ServeApi, SigtermEndsCleanlyAndRemovesTheTemporaryRoot) {
-    ASSERT_FALSE(m_strRoot.empty());
+    const std::string strRoot = m_serve.root();
+    ASSERT_FALSE(strRoot.empty());
     struct stat st;
-    ASSERT_EQ(::stat(m_strRoot.c_str(), &st), 0);
-    const int nStatus = stopWith(SIGTERM);
-    ASSERT_TRUE(WIFEXITED(nStatus)) << readFile(m_strLog);
+    ASSERT_EQ(::stat(strRoot.c_str(), &st), 0);
+    const int nStatus = m_serve.stop(SIGTERM);
+    ASSERT_TRUE(WIFEXITED(nStatus)) << m_serve.output();
     EXPECT_EQ(WEXITSTATUS(nStatus), 0);
-    EXPECT_NE(::stat(m_strRoot.c_str(), &st), 0) << "root left behind: " << m_strRoot;
+    EXPECT_NE(::stat(strRoot.c_str(), &st), 0) << "root left behind: " << strRoot;
 }
 
 TEST_F(ServeApi, SigintWithKeepLeavesTheRoot) {
-    ASSERT_EQ(stopWith(SIGTERM) >= 0, true);
-    (void)std::system(("rm -rf '" + m_strRoot + "'").c_str());
-    m_strRoot.clear();
+    ASSERT_EQ(m_serve.stop(SIGTERM) >= 0, true);
+    m_serve.kill();
     start({"--keep"});
-    ASSERT_FALSE(m_strRoot.empty());
+    ASSERT_FALSE(m_serve.root().empty());
     post("/api/set", "(34,66)");
     EXPECT_EQ(field(post("/api/flush", "").body, "result"), "0");
-    const int nStatus = stopWith(SIGINT);
+    const int nStatus = m_serve.stop(SIGINT);
     ASSERT_TRUE(WIFEXITED(nStatus));
     EXPECT_EQ(WEXITSTATUS(nStatus), 0);
     struct stat st;
-    EXPECT_EQ(::stat((m_strRoot + "/mnt/mtd/code/config_file/sensor0.cfg").c_str(), &st), 0);
+    EXPECT_EQ(::stat((m_serve.root() + "/mnt/mtd/code/config_file/sensor0.cfg").c_str(), &st), 0);
 }
 
 } // namespace

@@ -17,10 +17,10 @@
 #include "config/SensorXml.h"
 #include "config/StyleMerge.h"
 #include "config/SysConfig.h"
-#include "files/FilesTestSupport.h"
+#include "tests/support/FilesTestSupport.h"
 #include "host/MachineInfo.h"
 #include "host/ModuleConfigure.h"
-#include "support/TestSupport.h"
+#include "tests/support/TestSupport.h"
 
 using filestest::canonicalXml;
 using filestest::captureStdout;

@@ -14,7 +14,7 @@
 #include "config/DnaStyle.h"
 #include "config/StyleMerge.h"
 #include "controller/ISensorController.h"
-#include "tests/dna/DnaTestSupport.h"
+#include "tests/support/DnaTestSupport.h"
 #include "tests/support/TestSupport.h"
 
 using namespace dnatest;

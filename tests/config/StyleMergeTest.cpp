@@ -2,14 +2,17 @@
 // operations do to the style's tabs.
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "config/SensorXml.h"
 #include "config/StyleMerge.h"
-#include "files/FilesTestSupport.h"
-#include "support/TestSupport.h"
+#include "tests/support/FilesTestSupport.h"
+#include "tests/support/TestSupport.h"
 
 using filestest::canonicalXml;
 using filestest::captureStdout;
@@ -91,6 +94,24 @@ TEST(StyleMerge, RuleWhoseAttributesAreAllAbsentFromTheDetailIsSkipped) {
               out.find("modi_attr->Name()(lens), modi_attr->Value()(motor) nVal()\n"));
     EXPECT_NE(std::string::npos,
               out.find("modi_attr->Name()(zoom), modi_attr->Value()(30X) nVal()\n"));
+}
+
+// The attribute prints are the merge's own: their header names mergeStyle.
+TEST(StyleMerge, AttributePrintsCarryTheMergesFunctionName) {
+    testsupport::TempDeviceRoot root;
+    root.setDebugSign("6\n");
+    std::string out;
+    merge("(sensor=ABCDE1)(lens=fixed)", rule("sensor=\"IMX290\" lens=\"motor,fixed\""), &out);
+    EXPECT_EQ(std::string::npos, out.find("fun:attributeAgrees")) << out;
+    // Two attributes looked at, one not agreeing, one agreeing and printed
+    // again with the rule and around its one operation.
+    const std::string strHeader = "[sensor dbg] file:SensorFile.cpp fun:mergeStyle line:";
+    EXPECT_EQ(6, filestest::countOf(out, strHeader)) << out;
+    const std::string::size_type nAt =
+        out.find("modi_attr->Name()(sensor), modi_attr->Value()(IMX290) nVal(ABCDE1)\n");
+    ASSERT_NE(std::string::npos, nAt);
+    EXPECT_NE(std::string::npos, out.rfind(strHeader, nAt));
+    EXPECT_EQ(out.rfind("fun:", nAt), out.rfind(strHeader, nAt) + strHeader.find("fun:"));
 }
 
 TEST(StyleMerge, RuleWithoutAttributesIsSkipped) {
@@ -238,6 +259,52 @@ TEST(StyleMerge, EmptyDiversityTextReportsAndPassesTheStyleThrough) {
     EXPECT_NE(std::string::npos,
               out.find(failed("NULL != (node_first = doc_style_div.RootElement())")));
     EXPECT_EQ(std::string::npos, out.find("doc_style.LoadMem"));
+}
+
+// The merge file holds exactly what TinyXML's SaveFile writes, whatever the
+// document holds and whatever the file held before: a longer older merge,
+// the same merge again, a different one.
+TEST(StyleMerge, MergeFileIsExactlyWhatSaveFileWrites) {
+    const std::vector<std::string> vecStyles = {
+        kStyle,
+        "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-8\" ?><!-- note --><style>"
+        "<tab key=\"a\" q='say \"hi\"' amp=\"a&amp;b&lt;\">mixed<b/>text &amp; more<c>t</c>"
+        "<![CDATA[raw <x>]]></tab><!DOCTYPE odd><tab key=\"b\"><i id=\"1\"/><!--c--></tab>"
+        "</style>",
+        "<style><tab key=\"x\"><![CDATA[only]]></tab><tab key=\"y\">  spaced  </tab></style>",
+        "<?xml version=\"1.0\" standalone=\"yes\"?><!--top--><!DOCTYPE s><style a=\"1\">"
+        "<!--in--><tab key=\"t\" v='a\"b' w=\"x&apos;y&gt;\"><i id=\"1\"><j><k/></j></i>"
+        "<!DOCTYPE inner></tab><tab key=\"e\"/></style><!--after-->",
+        "<style/>",
+        "<a><b><c><d><e f=\"&#x41;&#66;\"/></d></c></b></a>"};
+    std::vector<std::string> vecAll = vecStyles;
+    for (const char* szName : {"style/Style.xml", "style/Style_dome.xml", "style/Style_Thermal.xml",
+                               "styleDiversity/StyleDiversity.xml"}) {
+        std::ifstream in(std::string(SENSOR_SOURCE_DIR) +
+                             "/data/device/hd1/moduleConfig/sensorConfig/" + szName,
+                         std::ios::binary);
+        std::stringstream ss;
+        ss << in.rdbuf();
+        ASSERT_FALSE(ss.str().empty()) << szName;
+        vecAll.push_back(ss.str());
+    }
+    for (const std::string& strStyle : vecAll) {
+        testsupport::TempDeviceRoot root;
+        SensorXmlDocument objDoc;
+        objDoc.LoadMem(strStyle.c_str(), TIXML_ENCODING_UTF8);
+        ASSERT_TRUE(objDoc.SaveFile(root.real("/tmp/expected.xml").c_str()));
+        const std::string strExpected = root.read("/tmp/expected.xml");
+        root.write("/tmp/merge_style.xml", strExpected + strExpected + "older and longer");
+        for (int i = 0; i < 2; ++i) {
+            merge("(sensor=IMX327)", rule("never=\"1\""), nullptr, strStyle.c_str());
+            EXPECT_EQ(strExpected, root.read("/tmp/merge_style.xml")) << strStyle;
+        }
+        merge("(sensor=IMX327)", "", nullptr, kStyle);
+        SensorXmlDocument objOther;
+        objOther.LoadMem(kStyle, TIXML_ENCODING_UTF8);
+        ASSERT_TRUE(objOther.SaveFile(root.real("/tmp/expected.xml").c_str()));
+        EXPECT_EQ(root.read("/tmp/expected.xml"), root.read("/tmp/merge_style.xml"));
+    }
 }
 
 TEST(StyleMerge, MergedStyleIsLeftInTheMergeFile) {

@@ -8,11 +8,11 @@
 #include <gtest/gtest.h>
 
 #include "config/SysConfig.h"
-#include "files/FilesTestSupport.h"
+#include "tests/support/FilesTestSupport.h"
 #include "host/MachineInfo.h"
 #include "host/ModuleConfigure.h"
 #include "storage/SensorFile.h"
-#include "support/TestSupport.h"
+#include "tests/support/TestSupport.h"
 
 using filestest::canonicalXml;
 using filestest::captureStdout;
@@ -130,28 +130,26 @@ TEST(DetailField, BoundedStringCopiesAtMostTheGivenSize) {
 
 // --- initSysConf -------------------------------------------------------------------
 
-TEST(SysConfig, DetailWithoutMaxSchemeGivesFourSchemes) {
+// The scheme count initSysConf reads from a module's detail text.
+u32 schemeSumFor(const char* p_szDetail) {
     testsupport::TempDeviceRoot root(true);
     SysConfig stConf;
-    captureStdout([&] { initSysConf(1, module("(sensor=IMX327)"), &stConf); });
-    EXPECT_EQ(4u, stConf.nSchemeSum);
+    captureStdout([&] { initSysConf(1, module(p_szDetail), &stConf); });
+    const u32 nSchemes = stConf.nSchemeSum;
     uinitSysConf(&stConf);
+    return nSchemes;
+}
+
+TEST(SysConfig, DetailWithoutMaxSchemeGivesFourSchemes) {
+    EXPECT_EQ(4u, schemeSumFor("(sensor=IMX327)"));
 }
 
 TEST(SysConfig, MaxSchemeGroupGivesItsNumber) {
-    testsupport::TempDeviceRoot root(true);
-    SysConfig stConf;
-    captureStdout([&] { initSysConf(1, module("(sensor=IMX327)(max_scheme=2)"), &stConf); });
-    EXPECT_EQ(2u, stConf.nSchemeSum);
-    uinitSysConf(&stConf);
+    EXPECT_EQ(2u, schemeSumFor("(sensor=IMX327)(max_scheme=2)"));
 }
 
 TEST(SysConfig, EmptyMaxSchemeGivesZeroSchemes) {
-    testsupport::TempDeviceRoot root(true);
-    SysConfig stConf;
-    captureStdout([&] { initSysConf(1, module("(max_scheme=)(sensor=IMX327)"), &stConf); });
-    EXPECT_EQ(0u, stConf.nSchemeSum);
-    uinitSysConf(&stConf);
+    EXPECT_EQ(0u, schemeSumFor("(max_scheme=)(sensor=IMX327)"));
 }
 
 TEST(SysConfig, ModuleFieldsAreCopied) {
@@ -282,6 +280,25 @@ TEST(SysConfig, MissingDiversityIsReportedAndTheStylePassesThrough) {
               out.find(failed("doc_style_div.LoadMem(ui_styleDiversity, TIXML_ENCODING_UTF8)")));
     EXPECT_EQ(canonicalXml("<style><tab key=\"dome\"/></style>"), canonicalXml(stConf.szUIStyle));
     uinitSysConf(&stConf);
+}
+
+// The length of a missing document is asked for each of its three uses (the
+// block, its zeroing, the read), and each asking reports the failed open.
+TEST(SysConfig, MissingStyleOrDiversityIsReportedOnceForEachOfItsThreeLengths) {
+    for (const std::string& strMissing :
+         {std::string(kStyleDir) + "Style.xml", std::string(kDivDir) + "StyleDiversity.xml"}) {
+        testsupport::TempDeviceRoot root;
+        writeMarkedStyles(root);
+        writeMachine(root, 1);
+        root.remove(strMissing);
+        SysConfig stConf;
+        const std::string out =
+            captureStdout([&] { initSysConf(1, module("(max_scheme=4)"), &stConf); });
+        EXPECT_EQ(3, filestest::countOf(out, "fun:getFileLen line:")) << strMissing;
+        EXPECT_EQ(3, filestest::countOf(out, failed("file.open(file_name)"))) << strMissing;
+        EXPECT_EQ(3, filestest::countOf(out, "file_name(" + strMissing + ")\033[0m")) << strMissing;
+        uinitSysConf(&stConf);
+    }
 }
 
 TEST(SysConfig, UinitReleasesTheStyleAndTheLanguageTable) {

@@ -9,19 +9,13 @@
 
 #include "config/DnaStyle.h"
 #include "config/SensorXml.h"
+#include "tests/support/TestSupport.h"
 
 namespace dnatest {
 
-inline bool contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
+using testsupport::contains;
 
-inline size_t occurrences(const std::string& text, const std::string& part) {
-    size_t n = 0;
-    for (size_t pos = text.find(part); pos != std::string::npos; pos = text.find(part, pos + 1))
-        ++n;
-    return n;
-}
+using testsupport::occurrences;
 
 // A parsed document that the tests can query by id.
 class Doc {

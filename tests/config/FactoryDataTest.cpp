@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "config/DnaStyle.h"
-#include "tests/dna/DnaTestSupport.h"
+#include "tests/support/DnaTestSupport.h"
 #include "tests/support/TestSupport.h"
 
 using namespace dnatest;

@@ -4,9 +4,10 @@
 #include <string>
 #include <vector>
 
+#include "controller/SensorKeys.h"
 #include "config/DnaStyle.h"
 #include "controller/ISensorController.h"
-#include "tests/dna/DnaTestSupport.h"
+#include "tests/support/DnaTestSupport.h"
 #include "tests/support/TestSupport.h"
 
 using namespace dnatest;
@@ -331,7 +332,7 @@ TEST(DnaStyle, FailedRangeQueryIsReportedAndOtherCommandsGoOn) {
     sim::Isp::instance().setDynamicCommands({144, 96, 768});
     sim::Isp::instance().setListRange(144, 2, {1, 2});
     sim::Isp::instance().setListRange(768, 4, {3, 4});
-    sim::Isp::instance().failCommand(96, -5);
+    sim::Isp::instance().failCommand(KEY_METER_AREA, -5);
     CaptureStdout();
     Doc objOut(rewrite(style(choiceItem(144, 0, {0, 1, 2}) + choiceItem(96, 0, {0, 1, 2}) +
                              choiceItem(768, 0, {0, 3, 4}))));

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "config/DnaStyle.h"
-#include "tests/dna/DnaTestSupport.h"
+#include "tests/support/DnaTestSupport.h"
 
 using namespace dnatest;
 

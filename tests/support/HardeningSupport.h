@@ -22,7 +22,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "startup/CameraFixture.h"
+#include "tests/support/Camera.h"
 
 namespace hardening {
 
@@ -48,12 +48,12 @@ inline void reportCases(const char* p_szWhat, long p_nCases) {
 // must be healthy again when this is asked.
 inline testing::AssertionResult answers(ISensorController& p_objCtl, int p_nValue = 42) {
     int nValue = -1;
-    if (!p_objCtl.getParameter(camtest::KEY_BRIGHTNESS, nValue))
+    if (!p_objCtl.getParameter(KEY_BRIGHTNESS, nValue))
         return testing::AssertionFailure() << "getParameter failed";
-    const int nSet = p_objCtl.setParameter(camtest::KEY_BRIGHTNESS, p_nValue);
+    const int nSet = p_objCtl.setParameter(KEY_BRIGHTNESS, p_nValue);
     if (nSet != 0)
         return testing::AssertionFailure() << "setParameter gave " << nSet;
-    if (!p_objCtl.getParameter(camtest::KEY_BRIGHTNESS, nValue) || nValue != p_nValue)
+    if (!p_objCtl.getParameter(KEY_BRIGHTNESS, nValue) || nValue != p_nValue)
         return testing::AssertionFailure() << "read back " << nValue << " not " << p_nValue;
     return testing::AssertionSuccess();
 }
