@@ -3,6 +3,7 @@
 // channel 1, started the way a host starts it.
 #pragma once
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -60,15 +61,7 @@ public:
     }
 
     // The module the sample tree describes for its machine.
-    ModuleConfigure module() const {
-        MachineInfo objInfo;
-        (void)SystemInfoParser::parseMachineInfo(real(SENSOR_MACHINE_INFO_FILE), objInfo);
-        std::vector<ModuleConfigure> vecModules;
-        (void)ModuleConfigureParser::parse(real(SENSOR_MODULE_CONFIG_FILE),
-                                           objInfo.getHardwareModel(), objInfo.getHardwareCode(),
-                                           vecModules);
-        return vecModules.empty() ? ModuleConfigure() : vecModules.front();
-    }
+    ModuleConfigure module() const { return sim::machineModule(m_strPath); }
 
     // Writes the sign file with an mtime an hour old, then waits until its
     // change time is old enough too: only then does the library trust its
@@ -135,5 +128,17 @@ public:
 private:
     const DeviceRoot& m_objRoot;
 };
+
+// Sends the library's own prints (standard output) to /dev/null and returns a
+// descriptor of the real standard output for the figures; -1 on failure.
+inline int silenceStdoutKeepingFigures() {
+    std::fflush(stdout);
+    const int nFigures = ::dup(STDOUT_FILENO);
+    const int nNull = ::open("/dev/null", O_WRONLY);
+    if (nFigures < 0 || nNull < 0 || ::dup2(nNull, STDOUT_FILENO) < 0)
+        return -1;
+    ::close(nNull);
+    return nFigures;
+}
 
 } // namespace bench

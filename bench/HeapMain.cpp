@@ -118,12 +118,9 @@ void trimHost(sim::SimVideoStreamModule& p_objVideo) {
 
 int main() {
     // The library's own prints go to /dev/null, the figures to standard output.
-    std::fflush(stdout);
-    const int nFigures = ::dup(STDOUT_FILENO);
-    const int nNull = ::open("/dev/null", O_WRONLY);
-    if (nFigures < 0 || nNull < 0 || ::dup2(nNull, STDOUT_FILENO) < 0)
+    const int nFigures = bench::silenceStdoutKeepingFigures();
+    if (nFigures < 0)
         return 1;
-    ::close(nNull);
     FILE* pOut = ::fdopen(nFigures, "w");
     if (pOut == nullptr)
         return 1;

@@ -37,6 +37,8 @@
 
 #include "bench/BenchCamera.h"
 #include "controller/KeyCmdTable.h"
+#include "controller/SensorKeys.h"
+#include "tests/support/ControllerAccess.h"
 
 // ---------------------------------------------------------------------------
 // Counting the sign file's stat calls. The program's own stat takes the place
@@ -215,8 +217,6 @@ void floorXmlPrint(benchmark::State& state) {
 // ---------------------------------------------------------------------------
 // The operations.
 
-const int KEY_BRIGHTNESS = 34;
-
 void benchSetParameter(benchmark::State& state, const std::string& p_strName, bool p_bSign) {
     useSign(p_bSign);
     // Alternating values, each different from the cached one, so that every
@@ -240,7 +240,12 @@ void benchSwitch(benchmark::State& state, const std::string& p_strName, bool p_b
     useSign(false);
     // Scheme 0 is current: with force every key is pushed again, without
     // force none differs from what the ISP holds.
-    auto fnOp = [p_bForce]() { (void)ctl().switch_to(0, p_bForce); };
+    // A switch runs under the controller mutex, as the worker's does.
+    auto fnOp = [p_bForce]() {
+        ISensorControllerTestAccess objAccess(ctl());
+        const auto objHold = objAccess.hold();
+        (void)ctl().switch_to(0, p_bForce);
+    };
     record(state, p_strName, countOnce(fnOp, 4));
     HostTraceTrim objTrim(8);
     for (auto _ : state) {
@@ -649,12 +654,9 @@ void printSummary(std::ostream& out, const std::map<std::string, Figure>& figure
 int main(int argc, char** argv) {
     // The figures keep the real standard output; the library's own prints go
     // to /dev/null.
-    std::fflush(stdout);
-    const int nFigures = ::dup(STDOUT_FILENO);
-    const int nNull = ::open("/dev/null", O_WRONLY);
-    if (nFigures < 0 || nNull < 0 || ::dup2(nNull, STDOUT_FILENO) < 0)
+    const int nFigures = bench::silenceStdoutKeepingFigures();
+    if (nFigures < 0)
         return 1;
-    ::close(nNull);
     __gnu_cxx::stdio_filebuf<char> objBuf(nFigures, std::ios::out);
     std::ostream out(&objBuf);
 

@@ -11,6 +11,7 @@
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include "config/DnaStyle.h"
+#include "controller/SensorKeys.h"
 #include "fuzz/FuzzSupport.h"
 
 namespace {
@@ -36,9 +37,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     stList.cmd_cnt = provider.ConsumeIntegral<uint32_t>();
     for (uint32_t& nCmd : stList.cmd_list) {
         // Mostly commands the style knows, sometimes anything.
-        nCmd = provider.ConsumeBool() ? provider.PickValueInArray<uint32_t>(
-                                            {34, 49, 50, 96, 144, 768, 1537, 2305, 2368, 2528, 176})
-                                      : provider.ConsumeIntegral<uint32_t>();
+        nCmd = provider.ConsumeBool()
+                   ? provider.PickValueInArray<uint32_t>(
+                         {KEY_BRIGHTNESS, KEY_MAX_SHUTTER, KEY_FIX_SHUTTER, KEY_METER_AREA,
+                          KEY_DN_MODE, KEY_WB_MODE, KEY_AUTO_FOCUS_NEAR_LIMIT, KEY_2D_NR_MODE,
+                          KEY_WDR_MODE, KEY_GAMMA, KEY_IN_OUT_SIDE})
+                   : provider.ConsumeIntegral<uint32_t>();
     }
     isp.setRawCommandList(stList);
     for (uint32_t nCmd : stList.cmd_list) {

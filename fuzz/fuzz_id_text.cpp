@@ -8,7 +8,8 @@
 #include "fuzz/FuzzSupport.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    ISensorController& ctl = fuzzsupport::startedController();
+    fuzzsupport::FreshController objFresh;
+    ISensorController& ctl = *objFresh;
     const std::string strText(reinterpret_cast<const char*>(data), size);
     std::vector<std::string> vecFields;
     const bool bParsed = ctl.parseSensorParameter(strText, vecFields);

@@ -9,7 +9,6 @@
 #include "keyval/SensorKeyVal.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    ISensorController& ctl = fuzzsupport::startedController();
     const std::string strText(reinterpret_cast<const char*>(data), size);
 
     // The caller's room: one record per group the count finds.
@@ -32,6 +31,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             __builtin_trap();
     }
 
+    fuzzsupport::FreshController objFresh;
+    ISensorController& ctl = *objFresh;
     (void)ctl.setParameters(strText, size % 2 == 0);
     int nValue = 0;
     (void)ctl.getParameter(34, nValue);

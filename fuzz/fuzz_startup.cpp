@@ -26,10 +26,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             break;
         nPos = nEnd + 4;
     }
-    const char* const kPaths[] = {
-        "/mnt/mtd/code/config_file/snsversion.cfg", "/mnt/mtd/code/config_file/sensor0.cfg",
-        "/mnt/mtd/code/config_file/sensor1.cfg", "/mnt/mtd/code/config_file/sensor2.cfg",
-        "/mnt/mtd/code/config_file/sensor3.cfg"};
+    static const std::string kPaths[] = {SENSOR_VERSION_FILE, sensorSchemeFile(1, 0),
+                                         sensorSchemeFile(1, 1), sensorSchemeFile(1, 2),
+                                         sensorSchemeFile(1, 3)};
     for (size_t i = 0; i < 5; ++i) {
         if (i < vecParts.size())
             fuzzsupport::writeFile(kPaths[i], vecParts[i]);

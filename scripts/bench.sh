@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds Release and runs the benchmarks: every figure beside its floor, the
-# ratios from the same run, the heap after start-up and the stripped library.
+# ratios from the same run, the ONVIF imaging service over loopback beside a
+# SOAP echo, the heap after start-up and the stripped library.
 #   scripts/bench.sh [BUILD_DIR] [extra sensor_bench arguments...]
 # SENSOR_BENCH_REPETITIONS (default 5) sets the repetitions whose medians are
 # compared; SENSOR_BENCH_IDLE_SECONDS (default 8) the idle worker's measure.
@@ -11,11 +12,20 @@ shift || true
 scripts/bootstrap.sh
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DSENSOR_BUILD_TESTS=OFF >/dev/null
 cmake --build "$build" -j"$(nproc)" --target sensor sensorsim sensor_bench sensor_heap >/dev/null
+# The ONVIF benchmark needs sensorctl's ONVIF services (cpp-httplib, libcrypto).
+onvif_bench=0
+if cmake --build "$build" -j"$(nproc)" --target onvif_bench >/dev/null 2>&1; then onvif_bench=1; fi
 
 reps=${SENSOR_BENCH_REPETITIONS:-5}
 echo "== sensor_bench ($reps repetitions, medians) on $(nproc) cores, $(uname -r)"
 "$build/bench/sensor_bench" --benchmark_repetitions="$reps" \
   --benchmark_report_aggregates_only=true "$@"
+
+if [ "$onvif_bench" -eq 1 ]; then
+  echo
+  echo "== onvif_bench ($reps repetitions, medians): the imaging service over loopback vs a SOAP echo"
+  "$build/bench/onvif_bench" --benchmark_repetitions="$reps" --benchmark_report_aggregates_only=true
+fi
 
 echo
 echo "== sensor_heap"

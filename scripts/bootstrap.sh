@@ -6,7 +6,7 @@
 #   scripts/bootstrap.sh EXTRA...   also these packages (CI's sanitizer, fuzz and browser stages)
 set -uo pipefail
 
-packages=(cmake g++ make libtinyxml-dev libgtest-dev libgmock-dev libbenchmark-dev
+packages=(cmake g++ make libtinyxml-dev libssl-dev libgtest-dev libgmock-dev libbenchmark-dev
           libcpp-httplib-dev pkg-config "$@")
 
 missing=()

@@ -3,13 +3,14 @@
 # while from its checked-in corpus. Any crash, sanitizer report, leak or
 # time-out fails the stage. Prints the executions of every target.
 #   scripts/ci-fuzz.sh [SECONDS_PER_TARGET] [TARGET...]     (default 60, all)
+# The targets are those of fuzz/targets.txt.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-60}
 shift || true
 targets=("$@")
 if [ ${#targets[@]} -eq 0 ]; then
-  targets=(fuzz_pair_text fuzz_id_text fuzz_detail_field fuzz_merge_style fuzz_dna_style fuzz_startup)
+  mapfile -t targets < <(grep -E '^[A-Za-z0-9_]' fuzz/targets.txt | awk '{print $1}')
 fi
 
 # clang 14 and its fuzzer runtime, only when missing.
@@ -43,7 +44,8 @@ for t in "${targets[@]}"; do
     grep -E "ERROR|runtime error|SUMMARY|Test unit written|artifact" "$log" | head -20 || true
   fi
   execs=$(grep -Eo 'stat::number_of_executed_units: *[0-9]+' "$log" | grep -Eo '[0-9]+$' || echo "?")
-  summary+=("$t: $execs executions, $result")
+  rate=$(grep -Eo 'stat::average_exec_per_sec: *[0-9]+' "$log" | grep -Eo '[0-9]+$' || echo "?")
+  summary+=("$t: $execs executions ($rate/s), $result")
 done
 echo "== fuzz summary"
 printf '%s\n' "${summary[@]}"

@@ -21,60 +21,16 @@ scripts/bootstrap.sh "${extra[@]}"
 cmake -S . -B "$build" -DSENSOR_WERROR=ON
 cmake --build "$build" -j"$(nproc)" --target sensorctl
 
-log=$(mktemp /tmp/sensorctl-serve-XXXXXX.log)
-pid=""
-stop_server() {
-  if [ -n "$pid" ] && kill -0 "$pid" 2>/dev/null; then
-    kill -TERM "$pid"
-    for _ in $(seq 50); do kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
-    kill -0 "$pid" 2>/dev/null && kill -KILL "$pid"
-  fi
-  if [ -n "$pid" ]; then wait "$pid" 2>/dev/null || true; fi
-  pid=""
-}
-cleanup() {
-  stop_server
-  rm -f "$log"
-}
-trap cleanup EXIT
-
+source scripts/serve-e2e.sh
 # Scaled waits: the worker runs ten rounds a second, so a day/night switch
 # shows within a moment.
-SENSORCTL_DATA="$top/data/device" "$build/tools/sensorctl/sensorctl" serve --port 0 \
-  --time-scale 0.1 >"$log" 2>&1 &
-pid=$!
-port=""
-for _ in $(seq 300); do
-  port=$(sed -n 's|.*listening on http://127\.0\.0\.1:\([0-9]*\)/.*|\1|p' "$log" | head -n1)
-  [ -n "$port" ] && break
-  kill -0 "$pid" 2>/dev/null || { cat "$log"; echo "ci-web: the server ended at start" >&2; exit 1; }
-  sleep 0.1
-done
-if [ -z "$port" ]; then
-  cat "$log"
-  echo "ci-web: the server did not announce its port" >&2
-  exit 1
-fi
-echo "ci-web: sensorctl serve on 127.0.0.1:$port"
+serve_start ci-web "$build" \
+  --time-scale 0.1
+port=$serve_port
 
 status=0
 (cd tests/e2e && SENSORCTL_URL="http://127.0.0.1:$port/" SCREENSHOT="$top/$build/web-console.png" \
   timeout 180 node console.e2e.mjs) || status=$?
 
-# The server must end cleanly on SIGTERM too.
-kill -TERM "$pid"
-server_status=0
-for _ in $(seq 100); do kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
-if kill -0 "$pid" 2>/dev/null; then
-  echo "ci-web: the server did not stop on SIGTERM" >&2
-  server_status=1
-else
-  wait "$pid" || server_status=$?
-  pid=""
-fi
-if [ "$status" -ne 0 ] || [ "$server_status" -ne 0 ]; then
-  echo "ci-web: FAILED (e2e $status, server $server_status); the server's last output:" >&2
-  tail -n 40 "$log" >&2
-  exit 1
-fi
+serve_finish ci-web "$status"
 echo "ci-web: passed"

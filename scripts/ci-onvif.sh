@@ -1,0 +1,58 @@
+#!/usr/bin/env bash
+# The ONVIF services of `sensorctl serve` end to end on a fresh machine, with
+# a third-party ONVIF client: installs what is missing (Node from Debian, the
+# npm `onvif` client from the lock file), builds sensorctl and the tests,
+# starts `sensorctl serve` with ONVIF credentials on a free loopback port,
+# drives it with the client (tests/e2e/onvif.e2e.mjs), stops the server, then
+# runs the load test at CI length (16 clients, ONVIF_LOAD_SECONDS, default 20).
+# Fails on any failure.
+#   scripts/ci-onvif.sh [BUILD_DIR]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+top=$(pwd)
+build=${1:-build}
+
+extra=(libssl-dev)
+command -v node >/dev/null || extra+=(nodejs)
+command -v npm >/dev/null || extra+=(npm)
+scripts/bootstrap.sh "${extra[@]}"
+
+(cd tests/e2e && PLAYWRIGHT_SKIP_BROWSER_DOWNLOAD=1 npm ci --no-audit --no-fund)
+
+cmake -S . -B "$build" -DSENSOR_WERROR=ON
+cmake --build "$build" -j"$(nproc)" --target sensorctl sensor_tests
+
+user=admin
+# A fresh password each run: nothing in the tree knows it.
+password="e2e-$(od -An -N9 -tx1 /dev/urandom | tr -d ' \n')"
+
+source scripts/serve-e2e.sh
+# A camera with a motorised lens, so that focus moves reach the ISP.
+serve_start ci-onvif "$build" \
+  --time-scale 0.1 --detail "(sensor=IMX327)(lens=motor)(max_scheme=4)(isInfrared=1)" \
+  --onvif-user "$user" --onvif-password "$password"
+port=$serve_port
+
+status=0
+(cd tests/e2e && SENSORCTL_URL="http://127.0.0.1:$port/" ONVIF_USER="$user" \
+  ONVIF_PASSWORD="$password" timeout 180 node onvif.e2e.mjs) || status=$?
+
+serve_finish ci-onvif "$status"
+echo "ci-onvif: the ONVIF client passed"
+
+# The load test at CI length; the ordinary suite runs it for a few seconds.
+load_log=$(mktemp /tmp/onvif-load-XXXXXX.log)
+load_status=0
+ONVIF_LOAD_SECONDS=${ONVIF_LOAD_SECONDS:-20} timeout 300 "$build/tests/sensor_tests" \
+  --gtest_filter='OnvifLoad.*' --gtest_color=no >"$load_log" 2>&1 ||
+  load_status=$?
+grep -E '^onvif load:|Failure|beside|answered|FAILED|PASSED|OK \]' "$load_log" | head -n 40
+# A test that skipped (no ONVIF in this build) proves nothing.
+if [ "$load_status" -ne 0 ] || ! grep -q '^\[  PASSED  \] 1 test' "$load_log" ||
+   grep -q 'SKIPPED' "$load_log"; then
+  rm -f "$load_log"
+  echo "ci-onvif: the load test FAILED" >&2
+  exit 1
+fi
+rm -f "$load_log"
+echo "ci-onvif: passed"
