@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <map>
 #include <set>
+#include <string>
+#include <string_view>
 
 #include <tinyxml.h>
 
@@ -89,6 +91,8 @@ struct Offer {
     }
 };
 
+} // namespace
+
 // The style document the UI draws: every item and button by key.
 struct StyleOffers {
     std::map<unsigned, Offer> items;
@@ -103,6 +107,8 @@ struct StyleOffers {
                items.count(KEY_AUTO_FOCUS_MODE);
     }
 };
+
+namespace {
 
 void walkStyle(const TiXmlElement* p_pElem, StyleOffers& p_objOut) {
     for (const TiXmlElement* e = p_pElem->FirstChildElement(); e; e = e->NextSiblingElement()) {
@@ -333,42 +339,52 @@ bool fromOnvif(const FieldMap& p_objField, const Offer& p_objOffer, const std::s
 class Nester {
 public:
     explicit Nester(std::string& p_strOut) : m_strOut(p_strOut) {}
-    ~Nester() { to({}); }
+    ~Nester() { closeTo(0); }
+    // Opens the parents of the last part of p_strPath, closing those of the
+    // previous leaf it does not share, and appends p_strXml.
     void leaf(const std::string& p_strPath, const std::string& p_strXml) {
-        std::vector<std::string> parts = split(p_strPath);
-        parts.pop_back();
-        to(parts);
+        openParentsOf(p_strPath);
         m_strOut += p_strXml;
+    }
+    // The same with the last part's element around the escaped p_strText.
+    void leafText(const std::string& p_strPath, const std::string& p_strText) {
+        const std::string_view name = openParentsOf(p_strPath);
+        m_strOut.append("<tt:").append(name).append(">");
+        m_strOut += xmlEscape(p_strText);
+        m_strOut.append("</tt:").append(name).append(">");
     }
 
 private:
-    static std::vector<std::string> split(const std::string& p_strPath) {
-        std::vector<std::string> parts;
-        size_t pos = 0;
-        while (true) {
-            const size_t e = p_strPath.find('/', pos);
-            parts.push_back(p_strPath.substr(pos, e == std::string::npos ? e : e - pos));
-            if (e == std::string::npos)
-                return parts;
-            pos = e + 1;
+    // Answers the path's last part; the parts are views into p_strPath, and
+    // the open names are short enough to live inside their strings, so a
+    // whole answer is nested without allocating.
+    std::string_view openParentsOf(const std::string& p_strPath) {
+        m_vecParts.clear();
+        std::string_view rest(p_strPath);
+        for (size_t e = rest.find('/'); e != std::string_view::npos; e = rest.find('/')) {
+            m_vecParts.push_back(rest.substr(0, e));
+            rest.remove_prefix(e + 1);
         }
-    }
-    void to(const std::vector<std::string>& p_vecParts) {
         size_t nCommon = 0;
-        while (nCommon < m_vecOpen.size() && nCommon < p_vecParts.size() &&
-               m_vecOpen[nCommon] == p_vecParts[nCommon])
+        while (nCommon < m_vecOpen.size() && nCommon < m_vecParts.size() &&
+               m_vecOpen[nCommon] == m_vecParts[nCommon])
             ++nCommon;
-        while (m_vecOpen.size() > nCommon) {
-            m_strOut += "</tt:" + m_vecOpen.back() + ">";
-            m_vecOpen.pop_back();
+        closeTo(nCommon);
+        for (size_t i = nCommon; i < m_vecParts.size(); ++i) {
+            m_strOut.append("<tt:").append(m_vecParts[i]).append(">");
+            m_vecOpen.emplace_back(m_vecParts[i]);
         }
-        for (size_t i = nCommon; i < p_vecParts.size(); ++i) {
-            m_strOut += "<tt:" + p_vecParts[i] + ">";
-            m_vecOpen.push_back(p_vecParts[i]);
+        return rest;
+    }
+    void closeTo(size_t p_nDepth) {
+        while (m_vecOpen.size() > p_nDepth) {
+            m_strOut.append("</tt:").append(m_vecOpen.back()).append(">");
+            m_vecOpen.pop_back();
         }
     }
     std::string& m_strOut;
     std::vector<std::string> m_vecOpen;
+    std::vector<std::string_view> m_vecParts;
 };
 
 std::string lastPart(const std::string& p_strPath) {
@@ -411,6 +427,32 @@ SoapFault noSource() {
 ImagingService::ImagingService(ISensorController& p_objController, ImagingConfig p_objConfig)
     : m_objController(p_objController), m_objConfig(std::move(p_objConfig)) {}
 
+std::shared_ptr<const StyleOffers> ImagingService::offers(bool p_bFresh) {
+    // The style is rebuilt from the ISP's ranges on every read, which costs
+    // several times a whole ONVIF request; its offers change only with those
+    // ranges and the two show flags, so a young copy read under the same
+    // flags is used instead.
+    bool bWdr = false;
+    bool bBeaway = false;
+    (void)m_objController.getShowWDRFalg(bWdr);
+    (void)m_objController.getShowBeawayFalg(bBeaway);
+    const auto now = m_objConfig.clock ? m_objConfig.clock() : std::chrono::steady_clock::now();
+    std::lock_guard<std::mutex> lock(m_objStyleMutex);
+    if (!p_bFresh && m_pOffers && bWdr == m_bOffersWdr && bBeaway == m_bOffersBeaway &&
+        now >= m_tOffersRead && now - m_tOffersRead < m_objConfig.styleMaxAge)
+        return m_pOffers;
+    m_pOffers = std::make_shared<const StyleOffers>(readStyle(m_objController));
+    m_tOffersRead = now;
+    m_bOffersWdr = bWdr;
+    m_bOffersBeaway = bBeaway;
+    return m_pOffers;
+}
+
+void ImagingService::forgetOffers() {
+    std::lock_guard<std::mutex> lock(m_objStyleMutex);
+    m_pOffers.reset();
+}
+
 void ImagingService::registerOn(SoapEndpoint& p_objEndpoint) {
     using Member = Result (ImagingService::*)(const XmlNode&);
     const std::pair<const char*, Member> ops[] = {
@@ -443,7 +485,8 @@ bool sourceMatches(const XmlNode& p_objOp, const std::string& p_strToken) {
 } // namespace
 
 Result ImagingService::getServiceCapabilities(const XmlNode&) {
-    const StyleOffers style = readStyle(m_objController);
+    const std::shared_ptr<const StyleOffers> pStyle = offers();
+    const StyleOffers& style = *pStyle;
     const FieldMap* pDis = fieldOfKey(KEY_ANTI_SHAKE_SWITCH);
     const bool bDis = pDis && offered(*pDis, style);
     return std::string("<timg:GetServiceCapabilitiesResponse><timg:Capabilities "
@@ -505,7 +548,7 @@ void readSettings(ISensorController& p_objController, const StyleOffers& style, 
                 continue;
             const std::string text = toOnvif(f, *style.find(f.key), nValue);
             if (!text.empty())
-                nest.leaf(f.path, element(lastPart(f.path), text));
+                nest.leafText(f.path, text);
         }
     }
 }
@@ -520,7 +563,8 @@ Result ImagingService::getImagingSettings(const XmlNode& p_objOp) {
     // worker between two reads can still show two schemes' values; the public
     // interface has no locked read of several keys.)
     std::lock_guard<std::mutex> lock(m_objChangeMutex);
-    const StyleOffers style = readStyle(m_objController);
+    const std::shared_ptr<const StyleOffers> pStyle = offers();
+    const StyleOffers& style = *pStyle;
     // The keys are read one by one; a scheme switch by the worker between two
     // reads would mix two schemes in one answer. The current scheme is read
     // before and after (a switch holds the controller's lock throughout), and
@@ -562,7 +606,10 @@ std::string optionPath(const FieldMap& p_objField) {
 Result ImagingService::getOptions(const XmlNode& p_objOp) {
     if (!sourceMatches(p_objOp, m_objConfig.videoSourceToken))
         return noSource();
-    const StyleOffers style = readStyle(m_objController);
+    // Always from the style itself, so that the options equal what the UI
+    // offers at this moment; the copy kept for the other operations is renewed.
+    const std::shared_ptr<const StyleOffers> pStyle = offers(true);
+    const StyleOffers& style = *pStyle;
     std::string out = "<timg:GetOptionsResponse><timg:ImagingOptions>";
     {
         Nester nest(out);
@@ -674,6 +721,49 @@ bool addChange(ISensorController& p_objController, const StyleOffers& p_objStyle
     return true;
 }
 
+// Decodes and checks every field of a SetImagingSettings request into
+// changes. False with a fault reason.
+bool decodeChanges(ISensorController& p_objController, const StyleOffers& p_objStyle,
+                   const XmlNode& p_objSettings, std::vector<Change>& p_vecChanges,
+                   std::string& p_strWhy) {
+    for (const FieldMap& f : imagingFieldMap()) {
+        if (isIrCutAdjustment(f))
+            continue;
+        const XmlNode* pNode = p_objSettings.find(f.path);
+        if (pNode &&
+            !addChange(p_objController, p_objStyle, f, pNode->text, p_vecChanges, p_strWhy))
+            return false;
+    }
+    if (const XmlNode* pExt = p_objSettings.find("Extension/Extension")) {
+        for (const XmlNode* pAdj : pExt->childrenNamed("IrCutFilterAutoAdjustment")) {
+            const XmlNode* pType = pAdj->child("BoundaryType");
+            const XmlNode* pOffset = pAdj->child("BoundaryOffset");
+            const XmlNode* pTime = pAdj->child("ResponseTime");
+            if (!pType) {
+                p_strWhy = "IrCutFilterAutoAdjustment without BoundaryType";
+                return false;
+            }
+            std::vector<unsigned> keys;
+            if (pType->text == "ToOn" || pType->text == "Common")
+                keys.push_back(KEY_NTD_THR);
+            if (pType->text == "ToOff" || pType->text == "Common")
+                keys.push_back(KEY_DTN_THR);
+            if (keys.empty()) {
+                p_strWhy = "BoundaryType '" + pType->text + "' is not offered";
+                return false;
+            }
+            for (unsigned k : keys)
+                if (pOffset && !addChange(p_objController, p_objStyle, *fieldOfKey(k),
+                                          pOffset->text, p_vecChanges, p_strWhy))
+                    return false;
+            if (pTime && !addChange(p_objController, p_objStyle, *fieldOfKey(KEY_DELAY),
+                                    pTime->text, p_vecChanges, p_strWhy))
+                return false;
+        }
+    }
+    return true;
+}
+
 } // namespace
 
 Result ImagingService::setImagingSettings(const XmlNode& p_objOp) {
@@ -688,39 +778,17 @@ Result ImagingService::setImagingSettings(const XmlNode& p_objOp) {
         if (!parseBool(pForce->text, bPersist))
             return invalidSettings("ForcePersistence is not a boolean");
 
-    // Every field is decoded and checked before any is applied.
-    const StyleOffers style = readStyle(m_objController);
+    // Every field is decoded and checked before any is applied: against the
+    // kept offers first and, when they refuse it while possibly old, against
+    // the style read anew, so that no value the camera now offers is refused.
     std::vector<Change> changes;
     std::string why;
-    for (const FieldMap& f : imagingFieldMap()) {
-        if (isIrCutAdjustment(f))
-            continue;
-        const XmlNode* pNode = pSettings->find(f.path);
-        if (pNode && !addChange(m_objController, style, f, pNode->text, changes, why))
+    std::shared_ptr<const StyleOffers> pStyle = offers();
+    if (!decodeChanges(m_objController, *pStyle, *pSettings, changes, why)) {
+        pStyle = offers(true);
+        changes.clear();
+        if (!decodeChanges(m_objController, *pStyle, *pSettings, changes, why))
             return invalidSettings(why);
-    }
-    if (const XmlNode* pExt = pSettings->find("Extension/Extension")) {
-        for (const XmlNode* pAdj : pExt->childrenNamed("IrCutFilterAutoAdjustment")) {
-            const XmlNode* pType = pAdj->child("BoundaryType");
-            const XmlNode* pOffset = pAdj->child("BoundaryOffset");
-            const XmlNode* pTime = pAdj->child("ResponseTime");
-            if (!pType)
-                return invalidSettings("IrCutFilterAutoAdjustment without BoundaryType");
-            std::vector<unsigned> keys;
-            if (pType->text == "ToOn" || pType->text == "Common")
-                keys.push_back(KEY_NTD_THR);
-            if (pType->text == "ToOff" || pType->text == "Common")
-                keys.push_back(KEY_DTN_THR);
-            if (keys.empty())
-                return invalidSettings("BoundaryType '" + pType->text + "' is not offered");
-            for (unsigned k : keys)
-                if (pOffset &&
-                    !addChange(m_objController, style, *fieldOfKey(k), pOffset->text, changes, why))
-                    return invalidSettings(why);
-            if (pTime && !addChange(m_objController, style, *fieldOfKey(KEY_DELAY), pTime->text,
-                                    changes, why))
-                return invalidSettings(why);
-        }
     }
 
     // Applied as one pair text through the cache, as the web console applies
@@ -753,6 +821,8 @@ Result ImagingService::setImagingSettings(const XmlNode& p_objOp) {
                        std::to_string((*it)->oldValue) + ")";
         if (!strBack.empty())
             (void)m_objController.setParameters(strBack, true);
+        // The ISP may have narrowed what it accepts: read the style anew next time.
+        forgetOffers();
         const std::string strField = pRefused != nullptr
                                          ? std::string(pRefused->field->path) + " (key " +
                                                std::to_string(pRefused->field->key) + " " +
@@ -770,7 +840,8 @@ Result ImagingService::setImagingSettings(const XmlNode& p_objOp) {
 Result ImagingService::getMoveOptions(const XmlNode& p_objOp) {
     if (!sourceMatches(p_objOp, m_objConfig.videoSourceToken))
         return noSource();
-    const StyleOffers style = readStyle(m_objController);
+    const std::shared_ptr<const StyleOffers> pStyle = offers();
+    const StyleOffers& style = *pStyle;
     std::string out = "<timg:GetMoveOptionsResponse><timg:MoveOptions>";
     if (style.hasLens())
         out += "<tt:Absolute>" + range("Position", kFocusMin, kFocusMax) +
@@ -784,7 +855,8 @@ Result ImagingService::move(const XmlNode& p_objOp) {
     std::lock_guard<std::mutex> lock(m_objChangeMutex);
     if (!sourceMatches(p_objOp, m_objConfig.videoSourceToken))
         return noSource();
-    const StyleOffers style = readStyle(m_objController);
+    const std::shared_ptr<const StyleOffers> pStyle = offers();
+    const StyleOffers& style = *pStyle;
     if (!style.hasLens())
         return SoapFault::receiver("ter:ActionNotSupported", "ter:NoImagingForSource",
                                    "this camera has no focus lens");
@@ -841,7 +913,7 @@ Result ImagingService::getStatus(const XmlNode& p_objOp) {
         return noSource();
     std::string out = "<timg:GetStatusResponse><timg:Status>";
     int nPos = 0;
-    if (readStyle(m_objController).hasLens() && m_objController.getFocusValue(nPos))
+    if (offers()->hasLens() && m_objController.getFocusValue(nPos))
         out += "<tt:FocusStatus20>" + element("Position", formatFloat(nPos)) +
                element("MoveStatus", m_bMoving ? "MOVING" : "IDLE") + "</tt:FocusStatus20>";
     out += "</timg:Status></timg:GetStatusResponse>";
@@ -897,6 +969,8 @@ Result ImagingService::setCurrentPreset(const XmlNode& p_objOp) {
         return SoapFault::sender("ter:InvalidArgVal", "ter:NoImagingPreset", "no such preset");
     if (!m_objController.setParamScheme(nScheme))
         return SoapFault::receiver("ter:Action", "", "the scheme switch failed");
+    // Another scheme may bring the ISP other ranges.
+    forgetOffers();
     return "<timg:SetCurrentPresetResponse/>";
 }
 

@@ -2,6 +2,7 @@
 // OpenSSL's SHA-1 and Base64, dispatch and the reply envelopes.
 #include "sensor-onvif/Soap.h"
 
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -102,10 +103,14 @@ std::string formatFloat(double p_dValue) {
     if (p_dValue == 0)
         return "0";
     char sz[64];
-    if (std::fabs(p_dValue) < 1e15 && p_dValue == std::floor(p_dValue))
-        std::snprintf(sz, sizeof(sz), "%.0f", p_dValue);
-    else
-        std::snprintf(sz, sizeof(sz), "%.6g", p_dValue);
+    // Whole numbers, most of what a camera answers, as the integer they are
+    // (the same text "%.0f" prints, without the float formatting).
+    if (std::fabs(p_dValue) < 1e15 && p_dValue == std::floor(p_dValue)) {
+        const std::to_chars_result r =
+            std::to_chars(sz, sz + sizeof(sz), static_cast<long long>(p_dValue));
+        return std::string(sz, r.ptr);
+    }
+    std::snprintf(sz, sizeof(sz), "%.6g", p_dValue);
     return sz;
 }
 

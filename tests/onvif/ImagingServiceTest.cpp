@@ -2,6 +2,7 @@
 // every mapped field both ways, every enum token, options from the style,
 // the missing feature, the all-or-nothing rollback, presets and focus moves.
 #include <atomic>
+#include <chrono>
 #include <regex>
 #include <thread>
 #include <string>
@@ -25,13 +26,13 @@ const std::string kStyleFile = "/hd1/moduleConfig/sensorConfig/style/Style.xml";
 class ImagingTest : public ::testing::Test {
 protected:
     // A box camera (no lens) unless p_bDome.
-    void start(bool p_bDome = false) {
+    void start(bool p_bDome = false, ImagingConfig p_objConfig = ImagingConfig()) {
         if (p_bDome)
             cam.root.write(SENSOR_MACHINE_INFO_FILE, "[machine]\ndevice_type=11\n"
                                                      "hardware_model=Hi3519AV100\n"
                                                      "hardware_code=IPD-S3301\n");
         ASSERT_TRUE(cam.start());
-        service.reset(new ImagingService(*cam.ctl));
+        service.reset(new ImagingService(*cam.ctl, std::move(p_objConfig)));
         service->registerOn(endpoint);
         sim::Isp::instance().clearTrace();
     }
@@ -65,10 +66,22 @@ protected:
         return n;
     }
     size_t setsOf(int p_nCmd) { return camtest::setCalls(p_nCmd).size(); }
+    // A box camera whose service keeps the style's offers for p_nMaxAgeMs on
+    // the fixture's own clock (tNow).
+    void startWithClock(int p_nMaxAgeMs) {
+        ImagingConfig config;
+        config.styleMaxAge = std::chrono::milliseconds(p_nMaxAgeMs);
+        config.clock = [this] { return tNow; };
+        start(false, std::move(config));
+    }
+    // How often the style was read since the trace was cleared: every read
+    // rebuilds it from the ISP's list of commands with a dynamic range.
+    size_t styleReads() { return camtest::callsOf(IA_CMD_DYNAMIC_PARAMS_CMDS_GET, 1); }
 
     camtest::Camera cam;
     SoapEndpoint endpoint{kUser, kPassword, [] { return kNow; }};
     std::unique_ptr<ImagingService> service;
+    std::chrono::steady_clock::time_point tNow{};
 };
 
 // The text of the first element with this local name, or "<absent>".
@@ -524,4 +537,92 @@ TEST_F(ImagingTest, SixteenClientsSetAndGetWhileTheSchemeSwitches) {
     bStop = true;
     switcher.join();
     EXPECT_EQ(0, nErrors.load());
+}
+
+// The style's offers are kept for styleMaxAge ----------------------------------
+
+TEST_F(ImagingTest, SettingsReadTheStyleOncePerMaxAge) {
+    startWithClock(1000);
+    ASSERT_EQ(200, settings().status);
+    EXPECT_EQ(1u, styleReads());
+    ASSERT_EQ(200, settings().status);
+    ASSERT_EQ(200, set("<tt:Brightness>30</tt:Brightness>",
+                       "<timg:ForcePersistence>false</timg:ForcePersistence>")
+                       .status);
+    tNow += std::chrono::milliseconds(999);
+    ASSERT_EQ(200, settings().status);
+    EXPECT_EQ(1u, styleReads());
+    tNow += std::chrono::milliseconds(1);
+    ASSERT_EQ(200, settings().status);
+    EXPECT_EQ(2u, styleReads());
+}
+
+TEST_F(ImagingTest, AMaxAgeOfZeroReadsTheStyleOnEveryRequest) {
+    startWithClock(0);
+    for (int i = 0; i < 3; ++i)
+        ASSERT_EQ(200, settings().status);
+    EXPECT_EQ(3u, styleReads());
+}
+
+TEST_F(ImagingTest, AClockThatGoesBackReadsTheStyleAgain) {
+    startWithClock(1000);
+    tNow += std::chrono::seconds(10);
+    ASSERT_EQ(200, settings().status);
+    tNow -= std::chrono::seconds(5);
+    ASSERT_EQ(200, settings().status);
+    EXPECT_EQ(2u, styleReads());
+}
+
+TEST_F(ImagingTest, OptionsAlwaysReadTheStyleAndRenewTheKeptOffers) {
+    startWithClock(1000);
+    ASSERT_EQ(200, settings().status);
+    // The ISP now offers no wide dynamic range mode but off: the options say
+    // so at once, however young the kept offers are.
+    sim::Isp::instance().setListRange(KEY_WDR_MODE, 0, {0});
+    const std::string body = options().body;
+    EXPECT_NE(std::string::npos, body.find("<tt:WideDynamicRange><tt:Mode>OFF</tt:Mode><tt:Level>"))
+        << body;
+    EXPECT_EQ(2u, styleReads());
+    // ... and a change that asks for more is refused.
+    EXPECT_TRUE(isFault(set("<tt:WideDynamicRange><tt:Mode>ON</tt:Mode></tt:WideDynamicRange>"),
+                        "ter:SettingsInvalid"));
+    EXPECT_EQ(0, value(KEY_WDR_MODE));
+}
+
+TEST_F(ImagingTest, AValueTheKeptOffersRefuseIsCheckedAgainstTheStyleReadAnew) {
+    sim::Isp::instance().setListRange(KEY_WDR_MODE, 0, {0});
+    startWithClock(1000);
+    ASSERT_EQ(200, settings().status);
+    // The ISP offers the mode again; the kept offers do not know it yet.
+    sim::Isp::instance().setListRange(KEY_WDR_MODE, 0, {0, 1});
+    ASSERT_EQ(200, set("<tt:WideDynamicRange><tt:Mode>ON</tt:Mode></tt:WideDynamicRange>").status);
+    EXPECT_EQ(1, value(KEY_WDR_MODE));
+    EXPECT_EQ(2u, styleReads());
+    // A value the style itself refuses is still refused, after one more read.
+    EXPECT_TRUE(isFault(set("<tt:Contrast>101</tt:Contrast>"), "ter:SettingsInvalid"));
+    EXPECT_EQ(3u, styleReads());
+}
+
+TEST_F(ImagingTest, AShowFlagChangeAPresetSwitchAndARefusalDropTheKeptOffers) {
+    startWithClock(1000);
+    ASSERT_EQ(200, settings().status);
+    cam.ctl->setShowWDRFalg(false);
+    ASSERT_EQ(200, settings().status);
+    EXPECT_EQ(2u, styleReads());
+    setshowBeawayFalg(false);
+    ASSERT_EQ(200, settings().status);
+    setshowBeawayFalg(true);
+    ASSERT_EQ(200, settings().status);
+    EXPECT_EQ(4u, styleReads());
+    ASSERT_EQ(200,
+              call("SetCurrentPreset><timg:VideoSourceToken>VideoSource_1</timg:VideoSourceToken>"
+                   "<timg:PresetToken>Scheme_1</timg:PresetToken></timg:SetCurrentPreset>")
+                  .status);
+    ASSERT_EQ(200, settings().status);
+    EXPECT_EQ(5u, styleReads());
+    sim::Isp::instance().failCommand(KEY_CONTRAST, -1);
+    EXPECT_EQ(500, set("<tt:Contrast>13</tt:Contrast>").status);
+    EXPECT_EQ(5u, styleReads());
+    ASSERT_EQ(200, settings().status);
+    EXPECT_EQ(6u, styleReads());
 }

@@ -1,6 +1,7 @@
 // The SOAP layer: envelopes in any prefixes, faults for bad input, the
 // UsernameToken digest and its window and nonce, concurrent requests.
 #include <atomic>
+#include <cmath>
 #include <thread>
 #include <vector>
 
@@ -266,6 +267,11 @@ TEST(SoapText, NumbersAndEscapes) {
     EXPECT_EQ("50", formatFloat(50));
     EXPECT_EQ("0.5", formatFloat(0.5));
     EXPECT_EQ("-3", formatFloat(-3));
+    EXPECT_EQ("0", formatFloat(-0.0));
+    EXPECT_EQ("999999999999999", formatFloat(999999999999999.0));
+    EXPECT_EQ("-999999999999999", formatFloat(-999999999999999.0));
+    EXPECT_EQ("1e+15", formatFloat(1e15));
+    EXPECT_EQ("0", formatFloat(std::nan("")));
     EXPECT_EQ("&lt;a&gt; &amp; &quot;&apos;", xmlEscape("<a> & \"'"));
     bool b = false;
     EXPECT_TRUE(parseBool("true", b));

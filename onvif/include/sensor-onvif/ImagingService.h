@@ -4,6 +4,9 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -47,7 +50,18 @@ SENSOR_ONVIF_API const std::vector<FieldMap>& imagingFieldMap();
 struct ImagingConfig {
     std::string videoSourceToken = "VideoSource_1";
     int schemeCount = 4; // the user schemes offered as presets
+    // How long what the style offers (which fields, their ranges and
+    // choices) is reused by the settings, capabilities and focus operations
+    // before the style is asked for again. GetOptions always asks; a change
+    // of the controller's show flags, a preset switch and a refused change
+    // drop the copy at once; 0 asks on every request.
+    std::chrono::milliseconds styleMaxAge{1000};
+    // The clock that age is measured on; empty means std::chrono::steady_clock.
+    std::function<std::chrono::steady_clock::time_point()> clock;
 };
+
+// What the style document offers, parsed; defined with the service.
+struct StyleOffers;
 
 // Registers GetServiceCapabilities, GetImagingSettings, SetImagingSettings,
 // GetOptions, GetMoveOptions, Move, Stop, GetStatus, GetPresets,
@@ -83,6 +97,12 @@ public:
     const ImagingConfig& config() const { return m_objConfig; }
 
 private:
+    // The style's offers: the copy while it is younger than styleMaxAge and
+    // the show flags are as they were, else (and always with p_bFresh) read
+    // from the controller anew and kept.
+    std::shared_ptr<const StyleOffers> offers(bool p_bFresh = false);
+    void forgetOffers();
+
     ISensorController& m_objController;
     ImagingConfig m_objConfig;
     std::atomic<bool> m_bMoving{false};
@@ -91,6 +111,14 @@ private:
     // change; a read of the settings takes it too, so that it never sees one
     // half applied.
     std::mutex m_objChangeMutex;
+
+    // The kept offers and what they were read under. The lock is taken
+    // before the controller's (a style read holds both), never after it.
+    std::mutex m_objStyleMutex;
+    std::shared_ptr<const StyleOffers> m_pOffers;
+    std::chrono::steady_clock::time_point m_tOffersRead;
+    bool m_bOffersWdr = false;
+    bool m_bOffersBeaway = false;
 };
 
 } // namespace sensor_onvif
