@@ -268,8 +268,24 @@ void benchGetParameter(benchmark::State& state, const std::string& p_strName) {
     }
 }
 
-void benchGetAllParameters(benchmark::State& state, const std::string& p_strName) {
+// p_bListOnlySchemeKeys: the ISP lists only dynamic commands the scheme holds.
+// On the sample box camera it lists 1537 (focus near limit) too, which the
+// fixed-lens scheme lacks, so every call makes the failed-check report
+// "-1 != index", whose output (standard output and three error-log entries
+// through the host's logger) the floor does not count.
+void benchGetAllParameters(benchmark::State& state, const std::string& p_strName,
+                           bool p_bListOnlySchemeKeys) {
     useSign(false);
+    const std::vector<uint32_t> vecListed = sim::Isp::instance().dynamicCommands();
+    if (p_bListOnlySchemeKeys) {
+        std::string strText;
+        (void)ctl().getAllParameters(strText);
+        std::vector<uint32_t> vecHeld;
+        for (uint32_t nCmd : vecListed)
+            if (strText.find("(" + std::to_string(nCmd) + ",") != std::string::npos)
+                vecHeld.push_back(nCmd);
+        sim::Isp::instance().setDynamicCommands(vecHeld);
+    }
     std::string strOut;
     auto fnOp = [&strOut]() {
         strOut.clear();
@@ -281,6 +297,7 @@ void benchGetAllParameters(benchmark::State& state, const std::string& p_strName
         fnOp();
         objTrim.tick();
     }
+    sim::Isp::instance().setDynamicCommands(vecListed);
 }
 
 // The pairs of the current scheme, from the library's own text form.
@@ -606,8 +623,9 @@ void printSummary(std::ostream& out, const std::map<std::string, Figure>& figure
     row("  sign \"1\" vs no sign file", cpu("setParameter/sign_present"), nullptr,
         cpu("setParameter/sign_absent"), 1.3);
 
-    for (const char* szName : {"switch_to/all_keys", "switch_to/no_key", "getParameter",
-                               "getAllParameters", "setParameters/text_150_pairs"}) {
+    for (const char* szName :
+         {"switch_to/all_keys", "switch_to/no_key", "getParameter", "getAllParameters",
+          "getAllParameters/no_failed_check", "setParameters/text_150_pairs"}) {
         const auto c = counted(szName, dStatAbsent);
         row(szName, cpu(szName), c.first, c.second, 0);
     }
@@ -691,7 +709,10 @@ int main(int argc, char** argv) {
     })->Unit(benchmark::kMicrosecond);
     add("getParameter", [](benchmark::State& s) { benchGetParameter(s, "getParameter"); });
     add("getAllParameters", [](benchmark::State& s) {
-        benchGetAllParameters(s, "getAllParameters");
+        benchGetAllParameters(s, "getAllParameters", false);
+    })->Unit(benchmark::kMicrosecond);
+    add("getAllParameters/no_failed_check", [](benchmark::State& s) {
+        benchGetAllParameters(s, "getAllParameters/no_failed_check", true);
     })->Unit(benchmark::kMicrosecond);
     add("setParameters/text_150_pairs", [](benchmark::State& s) {
         benchSetParametersText(s, "setParameters/text_150_pairs");

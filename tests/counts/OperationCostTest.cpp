@@ -13,12 +13,15 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "bench/BenchCamera.h"
+#include "controller/SensorKeys.h"
 #include "tests/support/ControllerAccess.h"
 
 namespace {
@@ -145,6 +148,28 @@ TEST_F(OperationCost, GetAllParametersCorrectsTheDynamicCommands) {
                   (void)ctl().getAllParameters(strOut);
               }),
               (Cost{8, 17}));
+}
+
+TEST_F(OperationCost, GetAllParametersWithEveryListedCommandInTheSchemeMakesNoReport) {
+    // The sample box camera's ISP lists 1537 (focus near limit), which its
+    // fixed-lens scheme lacks: that costs the failed-check report's two
+    // decisions. Listed without it, the corrections are the same.
+    std::vector<uint32_t> vecListed = sim::Isp::instance().dynamicCommands();
+    ASSERT_EQ(1u, std::count(vecListed.begin(), vecListed.end(), KEY_AUTO_FOCUS_NEAR_LIMIT));
+    std::vector<uint32_t> vecHeld = vecListed;
+    vecHeld.erase(std::remove(vecHeld.begin(), vecHeld.end(), KEY_AUTO_FOCUS_NEAR_LIMIT),
+                  vecHeld.end());
+    struct Restore {
+        std::vector<uint32_t> vecCmds;
+        ~Restore() { sim::Isp::instance().setDynamicCommands(vecCmds); }
+    } objRestore{vecListed};
+    sim::Isp::instance().setDynamicCommands(vecHeld);
+    std::string strOut;
+    EXPECT_EQ(costOf([&] {
+                  strOut.clear();
+                  (void)ctl().getAllParameters(strOut);
+              }),
+              (Cost{8, 15}));
 }
 
 TEST_F(OperationCost, GetUIStyleFileAsksTheDynamicListAndItsRanges) {
