@@ -16,7 +16,6 @@
 
 #include <cmath>
 #include <cstdio>
-#include <ext/stdio_filebuf.h>
 #include <iomanip>
 #include <map>
 #include <memory>
@@ -29,6 +28,8 @@
 
 #include "OnvifServer.h"
 #include "bench/BenchCamera.h"
+#include "bench/BenchmarkMain.h"
+#include "sensor-onvif/ImagingService.h"
 #include "sensor-onvif/Soap.h"
 #include "tests/support/OnvifClient.h"
 
@@ -36,7 +37,7 @@ namespace {
 
 const char* const kUser = "admin";
 const char* const kPassword = "bench-secret";
-const char* const kImaging = "/onvif/imaging_service";
+const char* const kImaging = sensor_onvif::ImagingService::kPath;
 const char* const kNsImaging = "http://www.onvif.org/ver20/imaging/wsdl";
 const char* const kNsBench = "urn:sensor-bench:echo";
 
@@ -150,15 +151,10 @@ void printSummary(std::ostream& out, const std::map<std::string, Figure>& figure
 } // namespace
 
 int main(int argc, char** argv) {
-    const int nFigures = bench::silenceStdoutKeepingFigures();
-    if (nFigures < 0)
+    bench::BenchmarkMain objMain(argc, argv);
+    if (!objMain.ok())
         return 1;
-    __gnu_cxx::stdio_filebuf<char> objBuf(nFigures, std::ios::out);
-    std::ostream out(&objBuf);
-
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
+    std::ostream& out = objMain.figures();
 
     bench::DeviceRoot objRoot;
     bench::Camera objCamera(objRoot);

@@ -17,13 +17,13 @@
 
 #include <tinyxml.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cinttypes>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <ext/stdio_filebuf.h>
 #include <fstream>
 #include <functional>
 #include <iomanip>
@@ -36,6 +36,7 @@
 #include <vector>
 
 #include "bench/BenchCamera.h"
+#include "bench/BenchmarkMain.h"
 #include "controller/KeyCmdTable.h"
 #include "controller/SensorKeys.h"
 #include "tests/support/ControllerAccess.h"
@@ -272,6 +273,22 @@ void benchGetParameter(benchmark::State& state, const std::string& p_strName) {
     }
 }
 
+// The pairs of the current scheme, from the library's own text form.
+std::vector<std::pair<u32, u32>> currentPairs() {
+    std::string strText;
+    (void)ctl().getAllParameters(strText);
+    std::vector<std::pair<u32, u32>> vecPairs;
+    const char* p = strText.c_str();
+    int nKey = 0;
+    int nValue = 0;
+    int nUsed = 0;
+    while (std::sscanf(p, "(%d,%d)%n", &nKey, &nValue, &nUsed) == 2) {
+        vecPairs.emplace_back(static_cast<u32>(nKey), static_cast<u32>(nValue));
+        p += nUsed;
+    }
+    return vecPairs;
+}
+
 // p_bListOnlySchemeKeys: the ISP lists only dynamic commands the scheme holds.
 // On the sample box camera it lists 1537 (focus near limit) too, which the
 // fixed-lens scheme lacks, so every call makes the failed-check report
@@ -282,11 +299,11 @@ void benchGetAllParameters(benchmark::State& state, const std::string& p_strName
     useSign(false);
     const std::vector<uint32_t> vecListed = sim::Isp::instance().dynamicCommands();
     if (p_bListOnlySchemeKeys) {
-        std::string strText;
-        (void)ctl().getAllParameters(strText);
+        const std::vector<std::pair<u32, u32>> vecPairs = currentPairs();
         std::vector<uint32_t> vecHeld;
         for (uint32_t nCmd : vecListed)
-            if (strText.find("(" + std::to_string(nCmd) + ",") != std::string::npos)
+            if (std::any_of(vecPairs.begin(), vecPairs.end(),
+                            [nCmd](const std::pair<u32, u32>& kv) { return kv.first == nCmd; }))
                 vecHeld.push_back(nCmd);
         sim::Isp::instance().setDynamicCommands(vecHeld);
     }
@@ -302,22 +319,6 @@ void benchGetAllParameters(benchmark::State& state, const std::string& p_strName
         objTrim.tick();
     }
     sim::Isp::instance().setDynamicCommands(vecListed);
-}
-
-// The pairs of the current scheme, from the library's own text form.
-std::vector<std::pair<u32, u32>> currentPairs() {
-    std::string strText;
-    (void)ctl().getAllParameters(strText);
-    std::vector<std::pair<u32, u32>> vecPairs;
-    const char* p = strText.c_str();
-    int nKey = 0;
-    int nValue = 0;
-    int nUsed = 0;
-    while (std::sscanf(p, "(%d,%d)%n", &nKey, &nValue, &nUsed) == 2) {
-        vecPairs.emplace_back(static_cast<u32>(nKey), static_cast<u32>(nValue));
-        p += nUsed;
-    }
-    return vecPairs;
 }
 
 // Keys whose row is the plain ISP command: any value may be sent.
@@ -681,17 +682,10 @@ void printSummary(std::ostream& out, const std::map<std::string, Figure>& figure
 } // namespace
 
 int main(int argc, char** argv) {
-    // The figures keep the real standard output; the library's own prints go
-    // to /dev/null.
-    const int nFigures = bench::silenceStdoutKeepingFigures();
-    if (nFigures < 0)
+    bench::BenchmarkMain objMain(argc, argv);
+    if (!objMain.ok())
         return 1;
-    __gnu_cxx::stdio_filebuf<char> objBuf(nFigures, std::ios::out);
-    std::ostream out(&objBuf);
-
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
+    std::ostream& out = objMain.figures();
 
     bench::DeviceRoot objRoot;
     g_pRoot = &objRoot;

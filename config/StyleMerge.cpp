@@ -61,21 +61,29 @@ void ensureFolderOf(const std::string& p_strPath) {
         return;
 }
 
+// Reads or writes (step is ::read or a write over the same buffer) until
+// p_nLength bytes moved, the file ended or an error other than an interrupt
+// came; answers the count moved.
+template <typename Step> size_t transferAll(int p_nFd, char* p_pData, size_t p_nLength, Step step) {
+    size_t nDone = 0;
+    while (nDone < p_nLength) {
+        const ssize_t n = step(p_nFd, p_pData + nDone, p_nLength - nDone);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            break;
+        nDone += static_cast<size_t>(n);
+    }
+    return nDone;
+}
+
 // Whether the file at p_strPath holds exactly p_strText.
 bool fileHolds(const std::string& p_strPath, const std::string& p_strText) {
     const int fd = ::open(p_strPath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0)
         return false;
     std::string strOld(p_strText.size() + 1, '\0');
-    size_t nRead = 0;
-    while (nRead < strOld.size()) {
-        const ssize_t n = ::read(fd, &strOld[nRead], strOld.size() - nRead);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            break;
-        nRead += static_cast<size_t>(n);
-    }
+    const size_t nRead = transferAll(fd, &strOld[0], strOld.size(), ::read);
     ::close(fd);
     return nRead == p_strText.size() && strOld.compare(0, nRead, p_strText) == 0;
 }
@@ -134,15 +142,8 @@ void saveMergeFile(const TiXmlDocument& p_objDoc, bool p_bPrintable, const std::
     const int fd = ::open(p_strPath.c_str(), nFlags | O_CLOEXEC, 0666);
     if (fd < 0)
         return;
-    size_t nDone = 0;
-    while (nDone < strText.size()) {
-        const ssize_t n = ::write(fd, strText.data() + nDone, strText.size() - nDone);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            break;
-        nDone += static_cast<size_t>(n);
-    }
+    (void)transferAll(fd, &strText[0], strText.size(),
+                      [](int f, char* p, size_t n) { return ::write(f, p, n); });
     ::close(fd);
 }
 

@@ -485,10 +485,8 @@ bool sourceMatches(const XmlNode& p_objOp, const std::string& p_strToken) {
 } // namespace
 
 Result ImagingService::getServiceCapabilities(const XmlNode&) {
-    const std::shared_ptr<const StyleOffers> pStyle = offers();
-    const StyleOffers& style = *pStyle;
     const FieldMap* pDis = fieldOfKey(KEY_ANTI_SHAKE_SWITCH);
-    const bool bDis = pDis && offered(*pDis, style);
+    const bool bDis = pDis && offered(*pDis, *offers());
     return std::string("<timg:GetServiceCapabilitiesResponse><timg:Capabilities "
                        "ImageStabilization=\"") +
            (bDis ? "true" : "false") + "\" Presets=\"" +
@@ -840,10 +838,8 @@ Result ImagingService::setImagingSettings(const XmlNode& p_objOp) {
 Result ImagingService::getMoveOptions(const XmlNode& p_objOp) {
     if (!sourceMatches(p_objOp, m_objConfig.videoSourceToken))
         return noSource();
-    const std::shared_ptr<const StyleOffers> pStyle = offers();
-    const StyleOffers& style = *pStyle;
     std::string out = "<timg:GetMoveOptionsResponse><timg:MoveOptions>";
-    if (style.hasLens())
+    if (offers()->hasLens())
         out += "<tt:Absolute>" + range("Position", kFocusMin, kFocusMax) +
                "</tt:Absolute><tt:Relative>" + range("Distance", -kFocusMax, kFocusMax) +
                "</tt:Relative><tt:Continuous>" + range("Speed", -1, 1) + "</tt:Continuous>";
@@ -855,9 +851,7 @@ Result ImagingService::move(const XmlNode& p_objOp) {
     std::lock_guard<std::mutex> lock(m_objChangeMutex);
     if (!sourceMatches(p_objOp, m_objConfig.videoSourceToken))
         return noSource();
-    const std::shared_ptr<const StyleOffers> pStyle = offers();
-    const StyleOffers& style = *pStyle;
-    if (!style.hasLens())
+    if (!offers()->hasLens())
         return SoapFault::receiver("ter:ActionNotSupported", "ter:NoImagingForSource",
                                    "this camera has no focus lens");
     const XmlNode* pFocus = p_objOp.child("Focus");

@@ -20,7 +20,7 @@ using namespace onvif_test;
 
 namespace {
 
-const char* kImg = "/onvif/imaging_service";
+const char* const kImg = ImagingService::kPath;
 const std::string kStyleFile = "/hd1/moduleConfig/sensorConfig/style/Style.xml";
 
 class ImagingTest : public ::testing::Test {

@@ -17,7 +17,7 @@ namespace {
 
 const char* const kDevicePath = "/onvif/device_service";
 const char* const kMediaPath = "/onvif/media_service";
-const char* const kImagingPath = "/onvif/imaging_service";
+const char* const kImagingPath = sensor_onvif::ImagingService::kPath;
 
 // The text of a request element's child, or "".
 std::string childText(const sensor_onvif::XmlNode& op, const char* szLocal) {
