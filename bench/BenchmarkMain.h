@@ -5,8 +5,12 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cmath>
 #include <ext/stdio_filebuf.h>
+#include <map>
 #include <ostream>
+#include <string>
+#include <vector>
 
 #include "bench/BenchCamera.h"
 
@@ -35,6 +39,58 @@ private:
     __gnu_cxx::stdio_filebuf<char> m_objBuf;
     std::ostream m_objOut;
     bool m_bOk = false;
+};
+
+// One benchmark's figures: the median of its repetitions, or its single run.
+struct Figure {
+    double dCpu = NAN;  // ns per operation, CPU time of the calling thread
+    double dReal = NAN; // ns per operation, wall time
+    benchmark::UserCounters counters;
+};
+
+// Prints Google Benchmark's own table and keeps each benchmark's figures
+// under the name it was registered with (without the suffixes Google
+// Benchmark adds for real or manual time, iterations and repetitions).
+class FigureReporter : public benchmark::ConsoleReporter {
+public:
+    explicit FigureReporter(std::ostream& out) : benchmark::ConsoleReporter(OO_Tabular) {
+        SetOutputStream(&out);
+        SetErrorStream(&out);
+    }
+    void ReportRuns(const std::vector<Run>& reports) override {
+        benchmark::ConsoleReporter::ReportRuns(reports);
+        for (const Run& run : reports) {
+            if (run.error_occurred)
+                continue;
+            const bool bMedian =
+                run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+            const bool bSingle = run.run_type == Run::RT_Iteration && run.repetitions <= 1;
+            if (!bMedian && !bSingle)
+                continue;
+            Figure& f = m_mapFigures[run.run_name.function_name];
+            const double dScale = unitToNs(run.time_unit);
+            f.dCpu = run.GetAdjustedCPUTime() * dScale;
+            f.dReal = run.GetAdjustedRealTime() * dScale;
+            f.counters = run.counters;
+        }
+    }
+    const std::map<std::string, Figure>& figures() const { return m_mapFigures; }
+
+private:
+    static double unitToNs(benchmark::TimeUnit unit) {
+        switch (unit) {
+            case benchmark::kNanosecond:
+                return 1.0;
+            case benchmark::kMicrosecond:
+                return 1e3;
+            case benchmark::kMillisecond:
+                return 1e6;
+            case benchmark::kSecond:
+                return 1e9;
+        }
+        return 1.0;
+    }
+    std::map<std::string, Figure> m_mapFigures;
 };
 
 } // namespace bench

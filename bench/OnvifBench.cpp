@@ -87,40 +87,7 @@ void run(benchmark::State& state, const std::function<std::string()>& body) {
     }
 }
 
-struct Figure {
-    double dReal = NAN; // ns per request, wall time
-};
-
-class SummaryReporter : public benchmark::ConsoleReporter {
-public:
-    explicit SummaryReporter(std::ostream& out) : benchmark::ConsoleReporter(OO_Tabular) {
-        SetOutputStream(&out);
-        SetErrorStream(&out);
-    }
-    void ReportRuns(const std::vector<Run>& reports) override {
-        benchmark::ConsoleReporter::ReportRuns(reports);
-        for (const Run& run : reports) {
-            if (run.error_occurred)
-                continue;
-            const bool bMedian =
-                run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
-            const bool bSingle = run.run_type == Run::RT_Iteration && run.repetitions <= 1;
-            if (!bMedian && !bSingle)
-                continue;
-            std::string strName = run.run_name.str();
-            const std::string strSuffix = "/real_time";
-            if (strName.size() > strSuffix.size() &&
-                strName.compare(strName.size() - strSuffix.size(), strSuffix.size(), strSuffix) ==
-                    0)
-                strName.resize(strName.size() - strSuffix.size());
-            m_mapFigures[strName].dReal = run.GetAdjustedRealTime() * 1e3; // us -> ns
-        }
-    }
-    const std::map<std::string, Figure>& figures() const { return m_mapFigures; }
-
-private:
-    std::map<std::string, Figure> m_mapFigures;
-};
+using bench::Figure;
 
 void printSummary(std::ostream& out, const std::map<std::string, Figure>& figures) {
     auto real = [&](const std::string& name) {
@@ -218,7 +185,7 @@ int main(int argc, char** argv) {
     add("SetImagingSettings_persist/echo_floor",
         [&](benchmark::State& s) { run(s, [&] { return strSetPersistEcho; }); });
 
-    SummaryReporter objReporter(out);
+    bench::FigureReporter objReporter(out);
     benchmark::RunSpecifiedBenchmarks(&objReporter);
     printSummary(out, objReporter.figures());
     out.flush();

@@ -507,55 +507,7 @@ void benchIdleWorker(benchmark::State& state, bool p_bDayNight) {
 // ---------------------------------------------------------------------------
 // The summary: every figure beside its floor, ratios from this run.
 
-struct Figure {
-    double dCpu = NAN;  // ns per operation, CPU time of the calling thread
-    double dReal = NAN; // ns per operation, wall time
-    benchmark::UserCounters counters;
-};
-
-class SummaryReporter : public benchmark::ConsoleReporter {
-public:
-    explicit SummaryReporter(std::ostream& out) : benchmark::ConsoleReporter(OO_Tabular) {
-        SetOutputStream(&out);
-        SetErrorStream(&out);
-    }
-    void ReportRuns(const std::vector<Run>& reports) override {
-        benchmark::ConsoleReporter::ReportRuns(reports);
-        for (const Run& run : reports) {
-            if (run.error_occurred)
-                continue;
-            const std::string strName = run.run_name.str();
-            // The median when there are repetitions, else the single run.
-            const bool bMedian =
-                run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
-            const bool bSingle = run.run_type == Run::RT_Iteration && run.repetitions <= 1;
-            if (!bMedian && !bSingle)
-                continue;
-            Figure& f = m_mapFigures[strName];
-            const double dScale = unitToNs(run.time_unit);
-            f.dCpu = run.GetAdjustedCPUTime() * dScale;
-            f.dReal = run.GetAdjustedRealTime() * dScale;
-            f.counters = run.counters;
-        }
-    }
-    const std::map<std::string, Figure>& figures() const { return m_mapFigures; }
-
-private:
-    static double unitToNs(benchmark::TimeUnit unit) {
-        switch (unit) {
-            case benchmark::kNanosecond:
-                return 1.0;
-            case benchmark::kMicrosecond:
-                return 1e3;
-            case benchmark::kMillisecond:
-                return 1e6;
-            case benchmark::kSecond:
-                return 1e9;
-        }
-        return 1.0;
-    }
-    std::map<std::string, Figure> m_mapFigures;
-};
+using bench::Figure;
 
 std::string fmtTime(double ns) {
     char sz[32];
@@ -747,7 +699,7 @@ int main(int argc, char** argv) {
     add("setParameter/sign_present",
         [](benchmark::State& s) { benchSetParameter(s, "setParameter/sign_present", true); });
 
-    SummaryReporter objReporter(out);
+    bench::FigureReporter objReporter(out);
     benchmark::RunSpecifiedBenchmarks(&objReporter);
     printSummary(out, objReporter.figures());
     out.flush();
