@@ -47,6 +47,9 @@ struct SignCache {
 
 std::mutex g_signMutex;
 SignCache g_signCache;
+// Whether g_signCache holds a file, readable without the lock: with no sign
+// file (the usual camera) a decision then costs its stat and nothing more.
+std::atomic<bool> g_bSignCached{false};
 
 bool sameTime(const timespec& a, const timespec& b) {
     return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
@@ -121,10 +124,17 @@ void updateDebugLevel() {
     }
     struct stat st;
     if (::stat(szSign, &st) != 0) {
-        g_nDebugLevel = 1;
-        g_bEnAssert = false;
-        std::lock_guard<std::mutex> guard(g_signMutex);
-        g_signCache.bValid = false;
+        // Only what differs is written, and the lock is taken only to forget
+        // a file the cache knew.
+        if (g_nDebugLevel.load(std::memory_order_relaxed) != 1)
+            g_nDebugLevel = 1;
+        if (g_bEnAssert.load(std::memory_order_relaxed))
+            g_bEnAssert = false;
+        if (g_bSignCached.load(std::memory_order_acquire)) {
+            std::lock_guard<std::mutex> guard(g_signMutex);
+            g_signCache.bValid = false;
+            g_bSignCached.store(false, std::memory_order_release);
+        }
         return;
     }
     // A pipe in its place would block the open: it counts as a sign file
@@ -155,6 +165,7 @@ void updateDebugLevel() {
     clock_gettime(CLOCK_REALTIME, &now);
     std::lock_guard<std::mutex> guard(g_signMutex);
     g_signCache.bValid = settledBefore(st, now);
+    g_bSignCached.store(g_signCache.bValid, std::memory_order_release);
     g_signCache.dev = st.st_dev;
     g_signCache.ino = st.st_ino;
     g_signCache.size = st.st_size;
