@@ -11,6 +11,16 @@ namespace {
 // The copy it parses ends in enough NULs that any such step lands on one.
 const size_t kParsePadding = 8;
 
+// Whether TinyXML can parse the text where it lies: no byte of a multi-byte
+// sequence among its last kParsePadding bytes, so no step can pass its end.
+bool endsSafely(const char* text, size_t length) {
+    const size_t nTail = length < kParsePadding ? length : kParsePadding;
+    for (size_t i = length - nTail; i < length; ++i)
+        if (static_cast<unsigned char>(text[i]) >= 0x80)
+            return false;
+    return true;
+}
+
 } // namespace
 
 bool SensorXmlDocument::LoadMem(const char* text, TiXmlEncoding encoding) {
@@ -18,7 +28,12 @@ bool SensorXmlDocument::LoadMem(const char* text, TiXmlEncoding encoding) {
     ClearError();
     if (text == nullptr)
         return false;
-    std::string strPadded(text, std::strlen(text));
+    const size_t nLength = std::strlen(text);
+    if (endsSafely(text, nLength)) {
+        Parse(text, nullptr, encoding);
+        return !Error();
+    }
+    std::string strPadded(text, nLength);
     strPadded.append(kParsePadding, '\0');
     Parse(strPadded.c_str(), nullptr, encoding);
     return !Error();

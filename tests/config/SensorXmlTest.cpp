@@ -92,15 +92,29 @@ namespace {
 // flash) must not make it read on past the terminator into whatever follows
 // in memory; here what follows is a well-formed rest, which it must not see.
 TEST(SensorXml, LoadMemNeverReadsPastTheTerminatorOfATextCutInsideAUtf8Sequence) {
-    const std::string strCut = "<a b=\"\xe0X";
-    std::string strMemory = strCut;
-    strMemory += '\0';
-    strMemory += "YYY\"/>";
-    SensorXmlDocument doc;
-    EXPECT_FALSE(doc.LoadMem(strMemory.c_str(), TIXML_ENCODING_UTF8));
-    std::string strText;
-    doc.getXmlString(strText);
-    EXPECT_EQ(std::string::npos, strText.find("YYY")) << strText;
+    // The announcing byte one, two and three places before the end.
+    for (const char* szCut : {"<a b=\"\xe0X", "<a b=\"\xf0XY", "<a b=\"\xe0"}) {
+        std::string strMemory = szCut;
+        strMemory += '\0';
+        strMemory += "YYY\"/>";
+        SensorXmlDocument doc;
+        EXPECT_FALSE(doc.LoadMem(strMemory.c_str(), TIXML_ENCODING_UTF8)) << szCut;
+        std::string strText;
+        doc.getXmlString(strText);
+        EXPECT_EQ(std::string::npos, strText.find("YYY")) << szCut << ": " << strText;
+    }
+}
+
+// Multi-byte text near the end (parsed from a padded copy) and far from it
+// (parsed where it lies) reads the same.
+TEST(SensorXml, LoadMemReadsMultiByteTextNearAndFarFromTheEnd) {
+    for (const char* szTail : {"", "  ", "          "}) {
+        const std::string strText = std::string("<a b=\"\xc3\xa9t\xc3\xa9\"/>") + szTail;
+        SensorXmlDocument doc;
+        ASSERT_TRUE(doc.LoadMem(strText.c_str(), TIXML_ENCODING_UTF8)) << strText;
+        ASSERT_NE(nullptr, doc.RootElement());
+        EXPECT_STREQ("\xc3\xa9t\xc3\xa9", doc.RootElement()->Attribute("b"));
+    }
 }
 
 } // namespace
