@@ -855,19 +855,18 @@ int main(int argc, char** argv) {
     add("floor/ia_ioctrl_v2", floorIspCall);
     add("floor/stat_sign/absent", [](benchmark::State& s) { floorStat(s, false); });
     add("floor/xml_parse_print", floorXml)->Unit(benchmark::kMicrosecond);
-    add("floor/xml_parse", [](benchmark::State& s) {
-        floorXmlParse(s, true);
-    })->Unit(benchmark::kMicrosecond);
-    add("floor/xml_parse_untracked", [](benchmark::State& s) {
-        floorXmlParse(s, false);
-    })->Unit(benchmark::kMicrosecond);
     add("floor/xml_print", floorXmlPrint)->Unit(benchmark::kMicrosecond);
-    add("floor/init_replay", [](benchmark::State& s) {
-        floorInitReplay(s, true);
-    })->Unit(benchmark::kMicrosecond);
-    add("floor/init_replay_untracked", [](benchmark::State& s) {
-        floorInitReplay(s, false);
-    })->Unit(benchmark::kMicrosecond);
+    // Parses with TinyXML's default row and column tracking, and without it
+    // as the library parses.
+    for (const bool bTracked : {true, false}) {
+        const std::string strSuffix = bTracked ? "" : "_untracked";
+        add("floor/xml_parse" + strSuffix, [bTracked](benchmark::State& s) {
+            floorXmlParse(s, bTracked);
+        })->Unit(benchmark::kMicrosecond);
+        add("floor/init_replay" + strSuffix, [bTracked](benchmark::State& s) {
+            floorInitReplay(s, bTracked);
+        })->Unit(benchmark::kMicrosecond);
+    }
     add("floor/init_files", floorInitFiles)->Unit(benchmark::kMicrosecond);
     add("setParameter/sign_absent",
         [](benchmark::State& s) { benchSetParameter(s, "setParameter/sign_absent", false); });
