@@ -18,6 +18,7 @@
 #include <cstring>
 
 #include "bench/BenchCamera.h"
+#include "config/StyleMerge.h"
 
 extern "C" {
 void* __libc_malloc(size_t size);
@@ -156,7 +157,7 @@ int main() {
     // The style texts the controller holds: the merged style, read back from
     // the merge file into a block one byte longer than the file (no language
     // texts: the language table stays empty).
-    const long long nStyle = fileSize(objRoot.real("/tmp/merge_style.xml")) + 1;
+    const long long nStyle = fileSize(objRoot.real(SENSOR_MERGE_STYLE_FILE)) + 1;
 
     // One style request, as a host's UI makes: what it leaves behind.
     g_nPeak = g_nLive.load();

@@ -39,6 +39,9 @@
 #include "bench/BenchmarkMain.h"
 #include "controller/KeyCmdTable.h"
 #include "controller/SensorKeys.h"
+#include "config/StyleMerge.h"
+#include "config/SysConfig.h"
+#include "storage/SensorFile.h"
 #include "tests/support/ControllerAccess.h"
 
 // ---------------------------------------------------------------------------
@@ -174,7 +177,7 @@ void floorStat(benchmark::State& state, bool p_bPresent) {
 const char* const kStylePath = "/hd1/moduleConfig/sensorConfig/style/Style.xml";
 const char* const kDiversityPath =
     "/hd1/moduleConfig/sensorConfig/styleDiversity/StyleDiversity.xml";
-const char* const kMergePath = "/tmp/merge_style.xml";
+const char* const kMergePath = SENSOR_MERGE_STYLE_FILE;
 
 std::string readDeviceFile(const char* p_szDevicePath) {
     std::ifstream in(g_pRoot->real(p_szDevicePath), std::ios::binary);
@@ -240,11 +243,11 @@ public:
     StartUpFiles()
         : m_strStyle(g_pRoot->real(kStylePath)), m_strDiversity(g_pRoot->real(kDiversityPath)),
           m_strMergeFolder(g_pRoot->real("/tmp")), m_strMerge(g_pRoot->real(kMergePath)),
-          m_strVersion(g_pRoot->real("/mnt/mtd/code/config_file/snsversion.cfg")),
-          m_strMachine(g_pRoot->real("/mnt/mtd/code/factory_setting/machineinfo.ini")) {
+          m_strVersion(g_pRoot->real(SENSOR_VERSION_FILE)),
+          m_strMachine(g_pRoot->real(SENSOR_MACHINE_INFO_FILE)) {
+        // The bench camera is channel 1 with four schemes.
         for (int i = 0; i < 4; ++i)
-            m_vecSchemes.push_back(
-                g_pRoot->real("/mnt/mtd/code/config_file/sensor" + std::to_string(i) + ".cfg"));
+            m_vecSchemes.push_back(g_pRoot->real(sensorSchemeFile(1, i)));
     }
 
     void run() {

@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include "config/SensorXml.h"
 #include "config/StyleMerge.h"
 #include "tests/support/FilesTestSupport.h"
@@ -322,6 +324,21 @@ TEST(StyleMerge, MissingTmpFolderIsCreatedForTheMergeFile) {
     EXPECT_EQ(canonicalXml(kWithoutMirror), canonicalXml(strMerged));
     EXPECT_TRUE(root.exists("/tmp/merge_style.xml"));
     EXPECT_EQ("", out);
+}
+
+// A folder in the merge file's place can be neither written nor read back:
+// the read-back is reported and the style the camera keeps is empty.
+TEST(StyleMerge, MergeFileThatCannotBeReadBackIsReported) {
+    testsupport::TempDeviceRoot root;
+    ASSERT_EQ(0, ::mkdir(root.real("/tmp/merge_style.xml").c_str(), 0755));
+    std::string out;
+    int nRet = -1;
+    const std::string strMerged = merge("(a=1)", rule("a=\"1\""), &out, kStyle, &nRet);
+    EXPECT_EQ(0, nRet);
+    EXPECT_NE(std::string::npos,
+              out.find(failed("loadFromFile(\"/tmp/merge_style.xml\", *ui_style, file_len) > 0")))
+        << out;
+    EXPECT_EQ("", strMerged);
 }
 
 TEST(StyleMerge, UnparsableStyleIsReported) {
