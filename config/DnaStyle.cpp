@@ -133,14 +133,14 @@ int getDnaValbyCmdId(TiXmlElement* p_pElement, int p_nId, int& p_nValue) {
 int ModifyNodebyCmdId(TiXmlElement* p_pElement, int p_nId) {
     // High-light and back-light compensation exclude each other: each item
     // names the other as the one it disables.
-    const char* szOther = nullptr;
+    int nOther = -1;
     if (p_nId == KEY_HLC_SWITCH)
-        szOther = "128";
+        nOther = KEY_BLC_SWITCH;
     else if (p_nId == KEY_BLC_SWITCH)
-        szOther = "112";
+        nOther = KEY_HLC_SWITCH;
     return forEachWithId(p_pElement, p_nId, AttributeIds(), [&](TiXmlElement* pMatch) {
-        if (szOther != nullptr)
-            pMatch->SetAttribute("enable_list", szOther);
+        if (nOther >= 0)
+            pMatch->SetAttribute("enable_list", nOther);
     });
 }
 

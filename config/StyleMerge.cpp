@@ -118,12 +118,11 @@ bool printsAsSaved(const TiXmlDocument& p_objDoc, const char* p_szText) {
 // and attributes), else through SaveFile's own print to a stream in memory. A merge file that
 // already holds these bytes (the same style at every start-up) is written
 // over in place rather than cut to nothing and filled again.
-void saveMergeFile(const TiXmlDocument& p_objDoc, bool p_bPrintable, const std::string& p_strPath) {
+void saveMergeFile(const SensorXmlDocument& p_objDoc, bool p_bPrintable,
+                   const std::string& p_strPath) {
     std::string strText;
     if (p_bPrintable) {
-        TiXmlPrinter objPrinter;
-        p_objDoc.Accept(&objPrinter);
-        strText = objPrinter.Str();
+        p_objDoc.getXmlString(strText);
     } else {
         char* pBuf = nullptr;
         size_t nLen = 0;

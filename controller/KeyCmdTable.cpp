@@ -21,7 +21,6 @@ const KeyCmdRow kKeyCmdTable[] = {SENSOR_KEY_LIST(KEY_CMD_ROW, KEY_CMD_NONE)};
 #undef KEY_CMD_ROW
 #undef KEY_CMD_NONE
 
-static_assert(std::size(kKeyCmdTable) == 138, "the key-command table has 138 rows");
 static_assert(std::size(kKeyCmdTable) == ISensorController::KEY_CMD_ROWS,
               "the table fills every row the controller counts");
 

@@ -33,9 +33,8 @@ const char* const kColourSuffix = "\033[0m";
 const char* const kHeader = "%s file:%s fun:%s line:%d\n";
 
 // What the sign file held when it was last read, and how to recognise it
-// unchanged without reading it again.
+// unchanged without reading it again. Written under g_signMutex.
 struct SignCache {
-    bool bValid = false;
     dev_t dev = 0;
     ino_t ino = 0;
     off_t size = 0;
@@ -47,8 +46,8 @@ struct SignCache {
 
 std::mutex g_signMutex;
 SignCache g_signCache;
-// Whether g_signCache holds a file, readable without the lock: with no sign
-// file (the usual camera) a decision then costs its stat and nothing more.
+// Whether g_signCache holds a file: readable without the lock, so that with no
+// sign file (the usual camera) a decision costs its stat and nothing more.
 std::atomic<bool> g_bSignCached{false};
 
 bool sameTime(const timespec& a, const timespec& b) {
@@ -56,8 +55,9 @@ bool sameTime(const timespec& a, const timespec& b) {
 }
 
 bool sameIdentity(const SignCache& c, const struct stat& st) {
-    return c.bValid && c.dev == st.st_dev && c.ino == st.st_ino && c.size == st.st_size &&
-           sameTime(c.mtime, st.st_mtim) && sameTime(c.ctime, st.st_ctim);
+    return g_bSignCached.load(std::memory_order_relaxed) && c.dev == st.st_dev &&
+           c.ino == st.st_ino && c.size == st.st_size && sameTime(c.mtime, st.st_mtim) &&
+           sameTime(c.ctime, st.st_ctim);
 }
 
 // A file changed within the clock's granularity of our read could change again
@@ -132,7 +132,6 @@ void updateDebugLevel() {
             g_bEnAssert = false;
         if (g_bSignCached.load(std::memory_order_acquire)) {
             std::lock_guard<std::mutex> guard(g_signMutex);
-            g_signCache.bValid = false;
             g_bSignCached.store(false, std::memory_order_release);
         }
         return;
@@ -164,8 +163,7 @@ void updateDebugLevel() {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     std::lock_guard<std::mutex> guard(g_signMutex);
-    g_signCache.bValid = settledBefore(st, now);
-    g_bSignCached.store(g_signCache.bValid, std::memory_order_release);
+    g_bSignCached.store(settledBefore(st, now), std::memory_order_release);
     g_signCache.dev = st.st_dev;
     g_signCache.ino = st.st_ino;
     g_signCache.size = st.st_size;
