@@ -36,7 +36,8 @@ const std::string* param(const ApiRequest& request, const char* szName) {
 }
 
 // The arguments of one call; the call is known to be served on its path.
-ApiParsed parseCall(ApiCall call, const ApiRequest& request, size_t nSchemes) {
+ApiParsed parseCall(ApiCall call, const ApiRequest& request,
+                    const std::function<size_t()>& schemes) {
     ApiParsed parsed;
     parsed.call = call;
     const std::string strText = trimmed(request.strBody);
@@ -58,7 +59,7 @@ ApiParsed parseCall(ApiCall call, const ApiRequest& request, size_t nSchemes) {
             return parsed;
         }
         case ApiCall::SetScheme: {
-            const long nMax = static_cast<long>(nSchemes);
+            const long nMax = static_cast<long>(schemes());
             if (!parseStrictInt(strText, 0, nMax, parsed.nFirst))
                 return refused(400, "the scheme is a number from 0 to " + std::to_string(nMax));
             return parsed;
@@ -132,7 +133,7 @@ std::string allowedMethods(const ApiRoute& route) {
     return std::string(bGet ? "GET" : "") + (bGet && bPost ? ", " : "") + (bPost ? "POST" : "");
 }
 
-ApiParsed parseApiRequest(const ApiRequest& request, size_t nSchemes) {
+ApiParsed parseApiRequest(const ApiRequest& request, const std::function<size_t()>& schemes) {
     for (const ApiRoute& route : apiRoutes()) {
         if (request.strPath != route.szPath)
             continue;
@@ -142,7 +143,7 @@ ApiParsed parseApiRequest(const ApiRequest& request, size_t nSchemes) {
             parsed.strAllow = allowedMethods(route);
             return parsed;
         }
-        return parseCall(call, request, nSchemes);
+        return parseCall(call, request, schemes);
     }
     return refused(404, "no such path: " + request.strPath);
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -69,9 +70,10 @@ struct ApiParsed {
     bool bFlag = false;
 };
 
-// Reads a request the way the console answers it. nSchemes is the highest
-// scheme number a POST to /api/scheme may name.
-ApiParsed parseApiRequest(const ApiRequest& request, size_t nSchemes);
+// Reads a request the way the console answers it. schemes gives the highest
+// scheme number a POST to /api/scheme may name; it is asked only for that
+// call, since finding it out reads the camera's files.
+ApiParsed parseApiRequest(const ApiRequest& request, const std::function<size_t()>& schemes);
 
 // The pieces, for the console and its tests.
 std::string trimmed(const std::string& text);

@@ -13,10 +13,7 @@ const char* const kProfileToken = "Profile_1";
 
 namespace {
 
-const char* const kNsDevice = "http://www.onvif.org/ver10/device/wsdl";
-const char* const kNsMedia = "http://www.onvif.org/ver10/media/wsdl";
-const char* const kNsImaging = "http://www.onvif.org/ver20/imaging/wsdl";
-const char* const kNsSchema = "http://www.onvif.org/ver10/schema";
+namespace ns = sensor_onvif::ns;
 
 // The picture the simulated pipeline announces: its main stream.
 constexpr int kWidth = 1920;
@@ -25,7 +22,7 @@ constexpr int kFrameRate = 25;
 
 std::string open(const char* szElement, const char* szPrefix, const char* szNs) {
     return std::string("<") + szPrefix + ":" + szElement + " xmlns:" + szPrefix + "=\"" + szNs +
-           "\" xmlns:tt=\"" + kNsSchema + "\">";
+           "\" xmlns:tt=\"" + ns::kTt + "\">";
 }
 
 std::string close(const char* szElement, const char* szPrefix) {
@@ -55,7 +52,7 @@ std::string deviceCapabilitiesOfService() {
 }
 
 std::string mediaCapabilitiesOfService() {
-    return std::string("<trt:Capabilities xmlns:trt=\"") + kNsMedia +
+    return std::string("<trt:Capabilities xmlns:trt=\"") + ns::kTrt +
            "\" SnapshotUri=\"false\" Rotation=\"false\">"
            "<trt:ProfileCapabilities MaximumNumberOfProfiles=\"1\"/>"
            "<trt:StreamingCapabilities RTPMulticast=\"false\" RTP_TCP=\"false\" "
@@ -86,7 +83,7 @@ std::string serviceAddress(const std::string& strHost, const char* szService) {
 }
 
 std::string systemDateAndTimeResponse(const KPDateTime& now) {
-    return open("GetSystemDateAndTimeResponse", "tds", kNsDevice) + "<tds:SystemDateAndTime>" +
+    return open("GetSystemDateAndTimeResponse", "tds", ns::kTds) + "<tds:SystemDateAndTime>" +
            tt("DateTimeType", "Manual") + tt("DaylightSavings", "false") + "<tt:TimeZone>" +
            tt("TZ", "UTC0") + "</tt:TimeZone>" + "<tt:UTCDateTime>" + dateTime(now) +
            "</tt:UTCDateTime><tt:LocalDateTime>" + dateTime(now) +
@@ -102,7 +99,7 @@ bool capabilitiesResponse(const std::string& strHost, const std::string& strCate
     const bool bImaging = bAll || strCategory == "Imaging";
     if (!bDevice && !bMedia && !bImaging)
         return false;
-    strOut = open("GetCapabilitiesResponse", "tds", kNsDevice) + "<tds:Capabilities>";
+    strOut = open("GetCapabilitiesResponse", "tds", ns::kTds) + "<tds:Capabilities>";
     if (bDevice)
         strOut += "<tt:Device>" +
                   tt("XAddr", sensor_onvif::xmlEscape(serviceAddress(strHost, "device"))) +
@@ -132,18 +129,18 @@ bool capabilitiesResponse(const std::string& strHost, const std::string& strCate
 
 std::string servicesResponse(const std::string& strHost, bool bIncludeCapability,
                              const std::string& strImagingCapabilities) {
-    return open("GetServicesResponse", "tds", kNsDevice) +
-           service(kNsDevice, serviceAddress(strHost, "device"),
+    return open("GetServicesResponse", "tds", ns::kTds) +
+           service(ns::kTds, serviceAddress(strHost, "device"),
                    bIncludeCapability ? deviceCapabilitiesOfService() : "", 2, 60) +
-           service(kNsMedia, serviceAddress(strHost, "media"),
+           service(ns::kTrt, serviceAddress(strHost, "media"),
                    bIncludeCapability ? mediaCapabilitiesOfService() : "", 2, 60) +
-           service(kNsImaging, serviceAddress(strHost, "imaging"),
+           service(ns::kTimg, serviceAddress(strHost, "imaging"),
                    bIncludeCapability ? strImagingCapabilities : "", 2, 60) +
            close("GetServicesResponse", "tds");
 }
 
 std::string deviceInformationResponse(const DeviceFacts& facts) {
-    return open("GetDeviceInformationResponse", "tds", kNsDevice) + "<tds:Manufacturer>" +
+    return open("GetDeviceInformationResponse", "tds", ns::kTds) + "<tds:Manufacturer>" +
            sensor_onvif::xmlEscape(facts.strManufacturer) + "</tds:Manufacturer><tds:Model>" +
            sensor_onvif::xmlEscape(facts.strModel) + "</tds:Model><tds:FirmwareVersion>" +
            sensor_onvif::xmlEscape(facts.strFirmwareVersion) +
@@ -161,7 +158,7 @@ std::string scopesResponse(const DeviceFacts& facts) {
     const char* const kScopes[] = {"onvif://www.onvif.org/Profile/Streaming",
                                    "onvif://www.onvif.org/type/video_encoder",
                                    "onvif://www.onvif.org/location/simulated"};
-    std::string strOut = open("GetScopesResponse", "tds", kNsDevice);
+    std::string strOut = open("GetScopesResponse", "tds", ns::kTds);
     auto scope = [&strOut](const std::string& item) {
         strOut += "<tds:Scopes>" + tt("ScopeDef", "Fixed") +
                   tt("ScopeItem", sensor_onvif::xmlEscape(item)) + "</tds:Scopes>";
@@ -176,7 +173,7 @@ std::string scopesResponse(const DeviceFacts& facts) {
 std::string profilesResponse() {
     // A client picks the profile whose video source configuration names the
     // source and which has an encoder: the profile carries both.
-    return open("GetProfilesResponse", "trt", kNsMedia) + "<trt:Profiles token=\"" + kProfileToken +
+    return open("GetProfilesResponse", "trt", ns::kTrt) + "<trt:Profiles token=\"" + kProfileToken +
            "\" fixed=\"true\">" + tt("Name", "MainStream") +
            "<tt:VideoSourceConfiguration token=\"" + kVideoSourceConfigToken + "\">" +
            tt("Name", "VideoSourceConfig") + tt("UseCount", "1") +
@@ -195,7 +192,7 @@ std::string profilesResponse() {
 }
 
 std::string videoSourcesResponse() {
-    return open("GetVideoSourcesResponse", "trt", kNsMedia) + "<trt:VideoSources token=\"" +
+    return open("GetVideoSourcesResponse", "trt", ns::kTrt) + "<trt:VideoSources token=\"" +
            kVideoSourceToken + "\">" + tt("Framerate", std::to_string(kFrameRate)) + resolution() +
            "</trt:VideoSources>" + close("GetVideoSourcesResponse", "trt");
 }

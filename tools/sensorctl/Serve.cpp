@@ -268,7 +268,8 @@ void Console::install(httplib::Server& server) {
                     if (req.has_param(szName))
                         request.params[szName] = req.get_param_value(szName);
                 request.strBody = req.body;
-                const ApiParsed call = parseApiRequest(request, m_camera.schemeCount());
+                const ApiParsed call =
+                    parseApiRequest(request, [this] { return m_camera.schemeCount(); });
                 if (call.nStatus == 405) {
                     res.set_header("Allow", call.strAllow);
                     sendError(res, 405, call.strReason);

@@ -79,11 +79,9 @@ int runDemo(const CameraOptions& options) {
     sim::Isp::instance().clearTrace(); // start-up's own calls are not the tour's
     camera.video().clearNotices();
     Shell shell(camera, std::cout);
+    shell.setEcho(true); // each command is shown before its answer
     auto say = [](const std::string& text) { std::cout << "\n# " << text << "\n"; };
-    auto run = [&](const std::string& line) {
-        std::cout << "> " << line << "\n";
-        shell.execute(line);
-    };
+    auto run = [&](const std::string& line) { shell.execute(line); };
     const std::string strBrightness = std::to_string(KEY_BRIGHTNESS);
     const std::string strSchemeMode = std::to_string(KEY_SCHEME_MODE);
 
