@@ -13,6 +13,7 @@
 
 #include "controller/ISensorController.h"
 #include "controller/SensorKeys.h"
+#include "PaddedParse.h"
 
 namespace sensor_onvif {
 
@@ -143,12 +144,8 @@ void walkStyle(const TiXmlElement* p_pElem, StyleOffers& p_objOut) {
 
 StyleOffers readStyle(ISensorController& p_objController) {
     StyleOffers offers;
-    // NUL padding: see the request parser.
-    std::string text = p_objController.getUIStyleFile();
-    text.append(8, '\0');
     TiXmlDocument doc;
-    doc.Parse(text.c_str(), nullptr, TIXML_ENCODING_UTF8);
-    if (!doc.Error() && doc.RootElement())
+    if (parsePadded(p_objController.getUIStyleFile(), doc))
         walkStyle(doc.RootElement(), offers);
     return offers;
 }

@@ -16,6 +16,8 @@
 #include <openssl/evp.h>
 #include <tinyxml.h>
 
+#include "PaddedParse.h"
+
 namespace sensor_onvif {
 
 // XmlNode -------------------------------------------------------------------
@@ -161,27 +163,28 @@ bool parseBool(const std::string& p_strText, bool& p_bValue) {
 
 namespace {
 
-const char* kEnvelopeOpen = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-                            "<env:Envelope xmlns:env=\"http://www.w3.org/2003/05/soap-envelope\""
-                            " xmlns:tt=\"http://www.onvif.org/ver10/schema\""
-                            " xmlns:timg=\"http://www.onvif.org/ver20/imaging/wsdl\""
-                            " xmlns:tds=\"http://www.onvif.org/ver10/device/wsdl\""
-                            " xmlns:trt=\"http://www.onvif.org/ver10/media/wsdl\""
-                            " xmlns:ter=\"http://www.onvif.org/ver10/error\">"
-                            "<env:Body>";
+// Every reply declares the response prefixes of ns (see Soap.h).
+const std::string& envelopeOpen() {
+    static const std::string s_strOpen =
+        std::string("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                    "<env:Envelope xmlns:env=\"") +
+        ns::kEnv + "\" xmlns:tt=\"" + ns::kTt + "\" xmlns:timg=\"" + ns::kTimg + "\" xmlns:tds=\"" +
+        ns::kTds + "\" xmlns:trt=\"" + ns::kTrt + "\" xmlns:ter=\"" + ns::kTer + "\"><env:Body>";
+    return s_strOpen;
+}
 const char* kEnvelopeClose = "</env:Body></env:Envelope>\n";
 
 } // namespace
 
 std::string responseEnvelope(const std::string& p_strBodyXml) {
-    std::string out = kEnvelopeOpen;
+    std::string out = envelopeOpen();
     out += p_strBodyXml;
     out += kEnvelopeClose;
     return out;
 }
 
 std::string faultEnvelope(const SoapFault& p_objFault) {
-    std::string out = kEnvelopeOpen;
+    std::string out = envelopeOpen();
     out += "<env:Fault><env:Code><env:Value>" + xmlEscape(p_objFault.code) + "</env:Value>";
     if (!p_objFault.subcode.empty()) {
         out += "<env:Subcode><env:Value>" + xmlEscape(p_objFault.subcode) + "</env:Value>";
@@ -400,18 +403,13 @@ using NsMap = std::map<std::string, std::string>;
 
 void convert(const TiXmlElement* p_pElem, const NsMap& p_objParent, XmlNode& p_objOut) {
     NsMap scope = p_objParent;
-    bool bCopied = false;
     for (const TiXmlAttribute* a = p_pElem->FirstAttribute(); a; a = a->Next()) {
         const std::string name = a->Name();
-        if (name == "xmlns") {
+        if (name == "xmlns")
             scope[""] = a->Value();
-            bCopied = true;
-        } else if (name.compare(0, 6, "xmlns:") == 0) {
+        else if (name.compare(0, 6, "xmlns:") == 0)
             scope[name.substr(6)] = a->Value();
-            bCopied = true;
-        }
     }
-    (void)bCopied;
     const std::string qname = p_pElem->Value();
     const size_t nColon = qname.find(':');
     const std::string prefix = nColon == std::string::npos ? "" : qname.substr(0, nColon);
@@ -558,14 +556,8 @@ HttpReply SoapEndpoint::handle(const std::string& p_strServicePath, const std::s
 
     XmlNode envelope;
     {
-        // TinyXML steps over a multi-byte UTF-8 sequence by the length its
-        // first byte announces, even past the terminator: the text it parses
-        // ends in NUL padding longer than any sequence.
-        std::string padded = p_strBody;
-        padded.append(8, '\0');
         TiXmlDocument doc;
-        doc.Parse(padded.c_str(), nullptr, TIXML_ENCODING_UTF8);
-        if (doc.Error() || !doc.RootElement())
+        if (!parsePadded(p_strBody, doc))
             return notWellFormed(std::string("malformed XML: ") +
                                  (doc.Error() ? doc.ErrorDesc() : "no root element"));
         convert(doc.RootElement(), NsMap(), envelope);
