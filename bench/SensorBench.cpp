@@ -160,7 +160,8 @@ void floorIspCall(benchmark::State& state) {
     u32 nValue = 50;
     for (auto _ : state) {
         nValue ^= 1;
-        benchmark::DoNotOptimize(ia_ioctrl_v2(0, 34, 0, &nValue));
+        benchmark::DoNotOptimize(
+            ia_ioctrl_v2(0, sensor_keys::commandOf(KEY_BRIGHTNESS), 0, &nValue));
         objTrim.tick();
     }
 }
@@ -387,7 +388,8 @@ void floorInitReplay(benchmark::State& state, bool p_bTracked) {
             benchmark::DoNotOptimize(::stat(strSign.c_str(), &st));
         for (long i = 0; i < nIspCalls; ++i) {
             nValue ^= 1;
-            benchmark::DoNotOptimize(ia_ioctrl_v2(0, 34, 0, &nValue));
+            benchmark::DoNotOptimize(
+                ia_ioctrl_v2(0, sensor_keys::commandOf(KEY_BRIGHTNESS), 0, &nValue));
         }
         objTrim.tick();
     }
@@ -666,7 +668,7 @@ double idleSeconds() {
 void benchIdleWorker(benchmark::State& state, bool p_bDayNight) {
     useSign(false);
     sim::setTimeScale(1);
-    if (p_bDayNight && ctl().setParameter(8000, 2, true) != 0)
+    if (p_bDayNight && ctl().setParameter(KEY_SCHEME_MODE, 2, true) != 0)
         std::abort();
     const pid_t nTid = findThread("SensorThread");
     if (nTid < 0) {
@@ -687,9 +689,9 @@ void benchIdleWorker(benchmark::State& state, bool p_bDayNight) {
         const double dProcess = seconds(CLOCK_PROCESS_CPUTIME_ID) - dProcess0;
         const double dWall = seconds(CLOCK_MONOTONIC) - dWall0;
         sim::recordMutexEvents(false);
-        const double dRounds = p_bDayNight
-                                   ? static_cast<double>(sim::Isp::instance().callsOf(153).size())
-                                   : static_cast<double>(sim::mutexEvents().size()) / 2.0;
+        const double dRounds =
+            p_bDayNight ? static_cast<double>(sim::Isp::instance().callsOf(IA_CMD_DN_STATE).size())
+                        : static_cast<double>(sim::mutexEvents().size()) / 2.0;
         state.SetIterationTime(dWall);
         state.counters["worker_pct_of_core"] = 100.0 * dWorker / dWall;
         state.counters["process_pct_of_core"] = 100.0 * dProcess / dWall;
@@ -697,7 +699,7 @@ void benchIdleWorker(benchmark::State& state, bool p_bDayNight) {
         state.counters["worker_us_per_round"] = dRounds > 0 ? dWorker * 1e6 / dRounds : 0;
     }
     sim::clearMutexEvents();
-    if (p_bDayNight && ctl().setParameter(8000, 0, true) != 0)
+    if (p_bDayNight && ctl().setParameter(KEY_SCHEME_MODE, 0, true) != 0)
         std::abort();
 }
 

@@ -254,7 +254,6 @@ TEST(Startup, FactoryValuesOfA60FpsStartWereReadWithWdrOffered) {
     // The factory data are read before the streams are looked at: the first
     // start-up still sees WDR offered (its style drops the placeholder key
     // 10), while the style requests and the restart see it withdrawn.
-    const u32 KEY_EMPTY1 = 10;
     Camera cam;
     cam.video.setStreams({stream(60, 0, 1080)});
     ASSERT_TRUE(cam.start());

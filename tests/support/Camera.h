@@ -33,10 +33,7 @@ namespace camtest {
 const int DN_STATE_CMD = IA_CMD_DN_STATE;
 
 inline std::string schemeFile(int p_nScheme, int p_nChannel = 1) {
-    char szName[96];
-    snprintf(szName, sizeof(szName),
-             p_nChannel == 2 ? SENSOR_THERMAL_SCHEME_FILE : SENSOR_SCHEME_FILE, p_nScheme);
-    return szName;
+    return sensorSchemeFile(p_nChannel, p_nScheme);
 }
 
 inline std::vector<KeyVal> toKeyVals(const std::string& p_strBytes) {
