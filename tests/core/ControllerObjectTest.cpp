@@ -10,15 +10,15 @@
 #include <vector>
 
 #include "tests/support/ControllerFixture.h"
-#include "host/MachineInfo.h"
+#include "config/SysConfig.h"
 #include "host/ModuleConfigure.h"
+#include "sim/SimHost.h"
+#include "storage/SensorFile.h"
 
 namespace {
 
 using coretest::ControllerTest;
 using coretest::ispCalls;
-
-const char* const kMachineInfo = "/mnt/mtd/code/factory_setting/machineinfo.ini";
 
 TEST(ControllerObject, ConstructedControllerHasItsDefaults) {
     testsupport::TempDeviceRoot root;
@@ -52,7 +52,7 @@ TEST(ControllerObject, WorkerIsCreatedButNotStarted) {
 
 TEST(ControllerObject, DeviceType13ForcesChannelTwo) {
     testsupport::TempDeviceRoot root;
-    root.write(kMachineInfo, "[machine]\ndevice_type=13\n");
+    root.write(SENSOR_MACHINE_INFO_FILE, "[machine]\ndevice_type=13\n");
     ISensorController ctl;
     ISensorControllerTestAccess access(ctl);
     ctl.setChannelID(1);
@@ -61,7 +61,7 @@ TEST(ControllerObject, DeviceType13ForcesChannelTwo) {
 
 TEST(ControllerObject, OtherDeviceTypesKeepTheChannel) {
     testsupport::TempDeviceRoot root;
-    root.write(kMachineInfo, "[machine]\ndevice_type=8\n");
+    root.write(SENSOR_MACHINE_INFO_FILE, "[machine]\ndevice_type=8\n");
     ISensorController ctl;
     ISensorControllerTestAccess access(ctl);
     ctl.setChannelID(1);
@@ -72,7 +72,7 @@ TEST(ControllerObject, OtherDeviceTypesKeepTheChannel) {
 
 TEST(ControllerObject, DeviceType13NotifiesThePipelineOnChannelOne) {
     testsupport::TempDeviceRoot root;
-    root.write(kMachineInfo, "[machine]\ndevice_type=13\n");
+    root.write(SENSOR_MACHINE_INFO_FILE, "[machine]\ndevice_type=13\n");
     sim::SimVideoStreamModule video;
     ISensorController ctl;
     ctl.setChannelID(1);
@@ -128,17 +128,13 @@ TEST(ControllerObject, SensorTypeIsTheModuleIdAndStatusTheInitedBit) {
 TEST(ControllerObject, StartedControllerDestroyedWithoutUinitStopsItsWorker) {
     testsupport::TempDeviceRoot root(true);
     sim::SimVideoStreamModule video;
-    MachineInfo info;
-    SystemInfoParser::parseMachineInfo(root.real(kMachineInfo), info);
-    std::vector<ModuleConfigure> modules;
-    ModuleConfigureParser::parse(root.real("/hd1/moduleConfig/moduleConfig.xml"),
-                                 info.getHardwareModel(), info.getHardwareCode(), modules);
-    ASSERT_FALSE(modules.empty());
+    const ModuleConfigure objModule = sim::machineModule(root.path());
+    ASSERT_FALSE(objModule.getDetail().empty());
     {
         ISensorController ctl;
         ISensorControllerTestAccess access(ctl);
         ctl.setVideoStreamModule(&video);
-        (void)ctl.init(modules.front()); // always true; the running worker is what counts
+        (void)ctl.init(objModule); // always true; the running worker is what counts
         ASSERT_TRUE(access.sensorThread()->isRunning());
     }
     // The worker is gone: the ISP hears nothing more from it.
@@ -159,11 +155,7 @@ protected:
         for (int n = 0; n < 5; ++n)
             root.remove(file(n));
     }
-    const char* file(int n) {
-        std::snprintf(m_szName, sizeof(m_szName), "/mnt/mtd/code/config_file/sensor%d.cfg", n);
-        return m_szName;
-    }
-    char m_szName[96];
+    static std::string file(int n) { return sensorSchemeFile(1, n); }
 };
 
 TEST_F(FlushTest, DefaultSchemeIndexSucceedsAndWritesNothing) {
@@ -212,7 +204,7 @@ TEST_F(FlushTest, ChannelTwoWritesTheThermalFile) {
     ctl->setChannelID(2);
     access().setCurScheme(1);
     EXPECT_EQ(ctl->flush(), 0);
-    EXPECT_TRUE(root.exists("/mnt/mtd/code/config_file/sensor-thermal1.cfg"));
+    EXPECT_TRUE(root.exists(sensorSchemeFile(2, 1)));
     EXPECT_FALSE(root.exists(file(1)));
 }
 
