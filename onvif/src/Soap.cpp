@@ -70,6 +70,11 @@ SoapFault SoapFault::receiver(std::string p_strSub, std::string p_strSub2,
                      std::move(p_strReason)};
 }
 
+SoapFault SoapFault::bodyTooLarge(size_t p_nLimit) {
+    return sender("ter:WellFormed", "",
+                  "request body exceeds " + std::to_string(p_nLimit) + " bytes");
+}
+
 // Text helpers ------------------------------------------------------------------
 
 std::string xmlEscape(const std::string& p_strText) {
@@ -545,8 +550,7 @@ HttpReply notWellFormed(const std::string& p_strReason) {
 
 HttpReply SoapEndpoint::handle(const std::string& p_strServicePath, const std::string& p_strBody) {
     if (p_strBody.size() > m_objLimits.maxBody)
-        return notWellFormed("request body exceeds " + std::to_string(m_objLimits.maxBody) +
-                             " bytes");
+        return faultReply(SoapFault::bodyTooLarge(m_objLimits.maxBody));
     if (trim(p_strBody).empty())
         return notWellFormed("empty request body");
     if (p_strBody.find('\0') != std::string::npos)

@@ -1,5 +1,6 @@
 #include "OnvifDevice.h"
 
+#include "sensor-onvif/ImagingService.h"
 #include "sensor-onvif/Soap.h"
 
 #include <cstdio>
@@ -10,6 +11,8 @@ namespace onvif {
 const char* const kVideoSourceToken = "VideoSource_1";
 const char* const kVideoSourceConfigToken = "VideoSourceConfig_1";
 const char* const kProfileToken = "Profile_1";
+const char* const kDevicePath = "/onvif/device_service";
+const char* const kMediaPath = "/onvif/media_service";
 
 namespace {
 
@@ -78,8 +81,8 @@ std::string resolution() {
 
 } // namespace
 
-std::string serviceAddress(const std::string& strHost, const char* szService) {
-    return "http://" + strHost + "/onvif/" + szService + "_service";
+std::string serviceAddress(const std::string& strHost, const char* szPath) {
+    return "http://" + strHost + szPath;
 }
 
 std::string systemDateAndTimeResponse(const KPDateTime& now) {
@@ -102,7 +105,7 @@ bool capabilitiesResponse(const std::string& strHost, const std::string& strCate
     strOut = open("GetCapabilitiesResponse", "tds", ns::kTds) + "<tds:Capabilities>";
     if (bDevice)
         strOut += "<tt:Device>" +
-                  tt("XAddr", sensor_onvif::xmlEscape(serviceAddress(strHost, "device"))) +
+                  tt("XAddr", sensor_onvif::xmlEscape(serviceAddress(strHost, kDevicePath))) +
                   "<tt:Network>" + tt("IPFilter", "false") + tt("ZeroConfiguration", "false") +
                   tt("IPVersion6", "false") + tt("DynDNS", "false") + "</tt:Network>" +
                   "<tt:System>" + tt("DiscoveryResolve", "false") + tt("DiscoveryBye", "false") +
@@ -116,13 +119,15 @@ bool capabilitiesResponse(const std::string& strHost, const std::string& strCate
                   tt("RELToken", "false") + "</tt:Security>" + "</tt:Device>";
     if (bImaging)
         strOut += "<tt:Imaging>" +
-                  tt("XAddr", sensor_onvif::xmlEscape(serviceAddress(strHost, "imaging"))) +
+                  tt("XAddr", sensor_onvif::xmlEscape(
+                                  serviceAddress(strHost, sensor_onvif::ImagingService::kPath))) +
                   "</tt:Imaging>";
     if (bMedia)
-        strOut +=
-            "<tt:Media>" + tt("XAddr", sensor_onvif::xmlEscape(serviceAddress(strHost, "media"))) +
-            "<tt:StreamingCapabilities>" + tt("RTPMulticast", "false") + tt("RTP_TCP", "false") +
-            tt("RTP_RTSP_TCP", "false") + "</tt:StreamingCapabilities></tt:Media>";
+        strOut += "<tt:Media>" +
+                  tt("XAddr", sensor_onvif::xmlEscape(serviceAddress(strHost, kMediaPath))) +
+                  "<tt:StreamingCapabilities>" + tt("RTPMulticast", "false") +
+                  tt("RTP_TCP", "false") + tt("RTP_RTSP_TCP", "false") +
+                  "</tt:StreamingCapabilities></tt:Media>";
     strOut += "</tds:Capabilities>" + close("GetCapabilitiesResponse", "tds");
     return true;
 }
@@ -130,11 +135,11 @@ bool capabilitiesResponse(const std::string& strHost, const std::string& strCate
 std::string servicesResponse(const std::string& strHost, bool bIncludeCapability,
                              const std::string& strImagingCapabilities) {
     return open("GetServicesResponse", "tds", ns::kTds) +
-           service(ns::kTds, serviceAddress(strHost, "device"),
+           service(ns::kTds, serviceAddress(strHost, kDevicePath),
                    bIncludeCapability ? deviceCapabilitiesOfService() : "", 2, 60) +
-           service(ns::kTrt, serviceAddress(strHost, "media"),
+           service(ns::kTrt, serviceAddress(strHost, kMediaPath),
                    bIncludeCapability ? mediaCapabilitiesOfService() : "", 2, 60) +
-           service(ns::kTimg, serviceAddress(strHost, "imaging"),
+           service(ns::kTimg, serviceAddress(strHost, sensor_onvif::ImagingService::kPath),
                    bIncludeCapability ? strImagingCapabilities : "", 2, 60) +
            close("GetServicesResponse", "tds");
 }

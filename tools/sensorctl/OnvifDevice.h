@@ -25,9 +25,14 @@ struct DeviceFacts {
     std::string strHardwareId;
 };
 
-// The service addresses are "http://HOST/onvif/..._service", HOST as the
-// client reached the camera (its Host header).
-std::string serviceAddress(const std::string& strHost, const char* szService);
+// The paths of the device and media services (the imaging service's is
+// sensor_onvif::ImagingService::kPath).
+extern const char* const kDevicePath;
+extern const char* const kMediaPath;
+
+// A service's address: "http://HOST" and its path, HOST as the client
+// reached the camera (its Host header).
+std::string serviceAddress(const std::string& strHost, const char* szPath);
 
 // The device clock as the camera's UTC time (it keeps no time zone).
 std::string systemDateAndTimeResponse(const KPDateTime& now);

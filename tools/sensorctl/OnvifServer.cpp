@@ -15,8 +15,8 @@ namespace sensorctl {
 
 namespace {
 
-const char* const kDevicePath = "/onvif/device_service";
-const char* const kMediaPath = "/onvif/media_service";
+using onvif::kDevicePath;
+using onvif::kMediaPath;
 const char* const kImagingPath = sensor_onvif::ImagingService::kPath;
 
 // The text of a request element's child, or "".
@@ -151,8 +151,7 @@ sensor_onvif::SoapEndpoint& OnvifServices::endpoint() {
 
 std::string onvifTooLargeFault(size_t nLimit) {
     // As the endpoint itself answers a body over its limit.
-    return sensor_onvif::faultEnvelope(sensor_onvif::SoapFault::sender(
-        "ter:WellFormed", "", "request body exceeds " + std::to_string(nLimit) + " bytes"));
+    return sensor_onvif::faultEnvelope(sensor_onvif::SoapFault::bodyTooLarge(nLimit));
 }
 
 void installOnvifRoutes(httplib::Server& server, OnvifServices& services, std::mutex& mutex,

@@ -562,10 +562,12 @@ int runServe(Camera& camera, const ServeOptions& options) {
     }
     std::cout << "sensorctl serve: device root " << camera.root() << "\n"
               << "sensorctl serve: listening on http://127.0.0.1:" << nPort << "/" << std::endl;
+#ifdef SENSORCTL_HAVE_ONVIF
     if (bOnvif)
-        std::cout << "sensorctl serve: ONVIF at http://127.0.0.1:" << nPort
-                  << "/onvif/device_service, user " << options.strOnvifUser << std::endl;
+        std::cout << "sensorctl serve: ONVIF at http://127.0.0.1:" << nPort << onvif::kDevicePath
+                  << ", user " << options.strOnvifUser << std::endl;
     else
+#endif
         std::cout << "sensorctl serve: ONVIF off (no credentials)" << std::endl;
 
     // The signals stay blocked everywhere; this thread alone takes them and

@@ -72,6 +72,8 @@ struct SENSOR_ONVIF_API SoapFault {
 
     static SoapFault sender(std::string p_strSub, std::string p_strSub2, std::string p_strReason);
     static SoapFault receiver(std::string p_strSub, std::string p_strSub2, std::string p_strReason);
+    // A request body over p_nLimit bytes, refused unparsed.
+    static SoapFault bodyTooLarge(size_t p_nLimit);
 };
 
 // An HTTP answer: status and body; the content type is always kSoapContentType.
