@@ -71,17 +71,15 @@ size_t blockFor(int64_t p_nLen) {
     return static_cast<size_t>(p_nLen > 0 ? p_nLen : 0) + 1;
 }
 
-// Zeroes the block as far as the file's length (asked again) and its
-// terminator reach, never past the block: a file that grew since the block
-// was sized cannot overrun it.
-void zeroBlock(char* p_pBlock, size_t p_nBlock, int64_t p_nLen) {
-    if (p_pBlock == nullptr)
-        return;
-    const size_t nZero = blockFor(p_nLen);
-    std::memset(p_pBlock, 0, nZero < p_nBlock ? nZero : p_nBlock);
-    // What lies beyond a shorter length is zeroed too, so the text always ends.
-    if (nZero < p_nBlock)
-        std::memset(p_pBlock + nZero, 0, p_nBlock - nZero);
+// A zeroed block for a whole document and its terminator, sized by the
+// file's length. The length is asked a second time for the zeroing, as the
+// design does (each ask reports a missing document); the block is zeroed
+// whole whatever that second answer, so the text always ends.
+char* documentBlock(const std::string& p_strPath, size_t& p_nBlock) {
+    p_nBlock = blockFor(getFileLen(p_strPath.c_str()));
+    char* pBlock = static_cast<char*>(std::calloc(p_nBlock, 1));
+    (void)getFileLen(p_strPath.c_str());
+    return pBlock;
 }
 
 // The length to read into a block: the file's, bounded by the block less its
@@ -136,9 +134,8 @@ int initSysConf(int cameraId, const ModuleConfigure& p_objModuleConfigure, SysCo
         cameraId, p_stSysConf->nDeviceType, "/hd1/moduleConfig/sensorConfig/style/", "Style");
     // The file's length is asked anew for each use: the block, its zeroing
     // and the read (a missing document is reported each time).
-    const size_t nStyleBlock = blockFor(getFileLen(strStyleFileName.c_str()));
-    p_stSysConf->szUIStyle = static_cast<char*>(std::malloc(nStyleBlock));
-    zeroBlock(p_stSysConf->szUIStyle, nStyleBlock, getFileLen(strStyleFileName.c_str()));
+    size_t nStyleBlock = 0;
+    p_stSysConf->szUIStyle = documentBlock(strStyleFileName, nStyleBlock);
     SNS_ASSERT_TEXT(loadFromFile(strStyleFileName.c_str(), p_stSysConf->szUIStyle,
                                  readLen(getFileLen(strStyleFileName.c_str()), nStyleBlock)) > 0,
                     "loadFromFile(strStyleFileName.c_str(), p_stSysConf->szUIStyle, "
@@ -148,9 +145,8 @@ int initSysConf(int cameraId, const ModuleConfigure& p_objModuleConfigure, SysCo
     const std::string strStyleDivFileName =
         chooseDocument(cameraId, p_stSysConf->nDeviceType,
                        "/hd1/moduleConfig/sensorConfig/styleDiversity/", "StyleDiversity");
-    const size_t nDivBlock = blockFor(getFileLen(strStyleDivFileName.c_str()));
-    char* ui_styleDiversity = static_cast<char*>(std::malloc(nDivBlock));
-    zeroBlock(ui_styleDiversity, nDivBlock, getFileLen(strStyleDivFileName.c_str()));
+    size_t nDivBlock = 0;
+    char* ui_styleDiversity = documentBlock(strStyleDivFileName, nDivBlock);
     SNS_ASSERT_TEXT(loadFromFile(strStyleDivFileName.c_str(), ui_styleDiversity,
                                  readLen(getFileLen(strStyleDivFileName.c_str()), nDivBlock)) > 0,
                     "loadFromFile(strStyleDivFileName.c_str(), ui_styleDiversity, "

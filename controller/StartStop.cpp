@@ -211,9 +211,10 @@ bool ISensorController::init(const ModuleConfigure& p_objModuleConfigure) {
             }
             (void)keyValToFile(strName.c_str(), pSource, nKeyValSum);
         }
-        // The file is read once. One in the factory's layout is the raw load;
-        // any other takes the raw load for its reports, then record by record
-        // by key (a style update may change the keys without a new stamp).
+        // A file in the factory's layout (the usual case) is read once, and
+        // that read is the raw load. Any other is read again by the raw load,
+        // for its reports, and then taken record by record by key (a style
+        // update may change the keys without a new stamp).
         int64_t nStoredBytes = 0;
         const std::vector<KeyVal> vecStored = readStoredRecords(strName, nStoredBytes);
         const bool bFits =

@@ -181,6 +181,32 @@ TEST_F(ImagingTest, SettingsReportEveryOfferedFieldAsTheControllerHoldsIt) {
     EXPECT_NE(std::string::npos, body.find("<tt:BoundaryType>ToOff</tt:BoundaryType>"));
 }
 
+// The same both ways with answers written out by hand, so that a wrong key or
+// scale in the mapping table cannot pass by agreeing with itself.
+TEST_F(ImagingTest, FieldsReadAndWriteTheirKeysWithHandWrittenAnswers) {
+    start();
+    ASSERT_TRUE(inStyle(*cam.ctl, KEY_BRIGHTNESS) && inStyle(*cam.ctl, KEY_FIX_SHUTTER) &&
+                inStyle(*cam.ctl, KEY_WB_MODE) && inStyle(*cam.ctl, KEY_2D_NR_STRG_M));
+    ASSERT_EQ(0, cam.ctl->setParameter(KEY_BRIGHTNESS, 37, true));
+    ASSERT_EQ(0, cam.ctl->setParameter(KEY_FIX_SHUTTER, 250, true));
+    ASSERT_EQ(0, cam.ctl->setParameter(KEY_WB_MODE, 3, true));
+    ASSERT_EQ(0, cam.ctl->setParameter(KEY_2D_NR_STRG_M, 30, true));
+    const std::string body = settings().body;
+    EXPECT_EQ("37", textAt(body, "Brightness"));
+    EXPECT_EQ("4000", textAt(body, "Exposure/ExposureTime")); // 1/250 s in microseconds
+    EXPECT_EQ("MANUAL", textAt(body, "WhiteBalance/Mode"));
+    EXPECT_EQ("0.3", textAt(body, "Extension/Extension/Extension/NoiseReduction/Level"));
+
+    ASSERT_EQ(200, set(wrap("Brightness", "61")).status);
+    EXPECT_EQ(61, value(KEY_BRIGHTNESS));
+    ASSERT_EQ(200, set(wrap("Exposure/ExposureTime", "10000")).status);
+    EXPECT_EQ(100, value(KEY_FIX_SHUTTER)); // 10 ms is 1/100 s
+    ASSERT_EQ(200, set(wrap("WhiteBalance/Mode", "AUTO")).status);
+    EXPECT_EQ(0, value(KEY_WB_MODE));
+    ASSERT_EQ(200, set(wrap("Extension/Extension/Extension/NoiseReduction/Level", "0.75")).status);
+    EXPECT_EQ(75, value(KEY_2D_NR_STRG_M));
+}
+
 TEST_F(ImagingTest, EveryNumericFieldIsSetThroughItsKey) {
     start();
     int nChecked = 0;
