@@ -86,35 +86,37 @@ public:
         // writing them again over themselves: after a cut it holds them
         // either way. Written in place, without a temporary or a sync.
         if (bTargetIsFile && stTarget.st_size == length && holds(data, length)) {
-            m_bSame = m_objFile.open(m_strTarget.c_str(), KPFile::modeWrite);
-            if (m_bSame)
+            if (m_objFile.open(m_strTarget.c_str(), KPFile::modeWrite)) {
+                m_eOpen = Open::Same;
                 return true;
+            }
         }
         // The temporary's name is ours: a pipe left there would block the
         // open until someone reads it.
         if (sensorIsSpecialFile(m_strTemp))
             (void)::unlink(m_strTemp.c_str());
-        m_bOpened = m_objFile.open(m_strTemp.c_str(), kModeWrite);
-        if (m_bOpened) {
+        if (m_objFile.open(m_strTemp.c_str(), kModeWrite)) {
+            m_eOpen = Open::Temporary;
             if (bTargetIsFile)
                 takeOwnerAndMode(stTarget);
             return true;
         }
         if (!bTargetIsFile || mayCreateIn(folderOf(m_strTarget)))
             return false;
-        m_bInPlace = m_objFile.open(m_strTarget.c_str(), kModeWrite);
-        if (m_bInPlace)
-            SNS_WARN("file_name(%s) written in place, not crash-safe: no temporary can be "
-                     "made in its folder\n",
-                     m_strDevicePath.c_str());
-        return m_bInPlace;
+        if (!m_objFile.open(m_strTarget.c_str(), kModeWrite))
+            return false;
+        m_eOpen = Open::InPlace;
+        SNS_WARN("file_name(%s) written in place, not crash-safe: no temporary can be "
+                 "made in its folder\n",
+                 m_strDevicePath.c_str());
+        return true;
     }
 
     // The count written, as KPFile reports it; a complete write that did not
     // reach the flash counts as nothing written.
     int write(const void* data, int length) {
         const int nSize = m_objFile.write(data, length);
-        if (nSize == length && (m_bOpened || m_bInPlace) && !m_bSame &&
+        if (nSize == length && (m_eOpen == Open::Temporary || m_eOpen == Open::InPlace) &&
             ::fsync(m_objFile.getFileHandle()) != 0)
             return -1;
         return nSize;
@@ -123,16 +125,17 @@ public:
     // Puts the complete temporary in the target's place; false when the
     // target cannot be replaced (for instance a folder stands in its place).
     bool commit() {
-        if (m_bInPlace || m_bSame) {
+        if (m_eOpen == Open::InPlace || m_eOpen == Open::Same) {
             m_objFile.close();
+            m_eOpen = Open::None;
             return true;
         }
-        if (!m_bOpened)
+        if (m_eOpen != Open::Temporary)
             return false;
         m_objFile.close();
         if (::rename(m_strTemp.c_str(), m_strTarget.c_str()) != 0)
-            return false;
-        m_bOpened = false;
+            return false; // the temporary goes with abandon()
+        m_eOpen = Open::None;
         syncFolder();
         return true;
     }
@@ -171,15 +174,12 @@ private:
 
     // An incomplete temporary never survives; the target stays as it was.
     void abandon() {
-        if (m_bInPlace || m_bSame) {
-            m_objFile.close();
-            m_bInPlace = m_bSame = false;
-        }
-        if (!m_bOpened)
+        if (m_eOpen == Open::None)
             return;
         m_objFile.close();
-        ::unlink(m_strTemp.c_str());
-        m_bOpened = false;
+        if (m_eOpen == Open::Temporary)
+            ::unlink(m_strTemp.c_str());
+        m_eOpen = Open::None;
     }
 
     // The rename itself is on flash only once the folder is.
@@ -196,9 +196,11 @@ private:
     std::string m_strTarget;
     std::string m_strTemp;
     bool m_bResolved = false;
-    bool m_bOpened = false;
-    bool m_bInPlace = false;
-    bool m_bSame = false;
+    // What is open for the save: nothing, the temporary, the target written
+    // in place (no temporary can be made), or the target that already holds
+    // the bytes.
+    enum class Open { None, Temporary, InPlace, Same };
+    Open m_eOpen = Open::None;
 };
 
 // Finds "name", then "=", then ")" as the camera's detail texts are searched:
