@@ -216,7 +216,6 @@ int getDnaStyle(int p_channelID, const char* p_szStyle, std::string& p_strOut,
         dnaCmdList = ia_dynamic_params_cmds_st{};
 
     SensorXmlDocument objStyleXmlDoc;
-    objStyleXmlDoc.SetTabSize(0); // no row and column tracking, as in mergeStyle
     SNS_ASSERT_TEXT(objStyleXmlDoc.LoadMem(p_szStyle, TIXML_ENCODING_UTF8),
                     "objStyleXmlDoc.LoadMem(szStyle, TIXML_ENCODING_UTF8)", "");
     TiXmlElement* pRoot = objStyleXmlDoc.RootElement();

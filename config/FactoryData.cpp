@@ -54,7 +54,6 @@ int getFctData(int p_channelID, char* p_szStyle, KeyVal* p_pKeyVal, u32* p_pnKey
                     "");
 
     SensorXmlDocument objDnaStyleDoc;
-    objDnaStyleDoc.SetTabSize(0); // no row and column tracking, as in mergeStyle
     SNS_ASSERT_TEXT(objDnaStyleDoc.LoadMem(strDnaStyle.c_str(), TIXML_ENCODING_UTF8),
                     "objDnaStyleDoc.LoadMem(strDnaStyle.c_str(), TIXML_ENCODING_UTF8)", "");
 

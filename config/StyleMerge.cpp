@@ -151,10 +151,6 @@ void saveMergeFile(const SensorXmlDocument& p_objDoc, bool p_bPrintable,
 int mergeStyle(ModuleConfig* p_pstModuleConfig, char** ui_style, char* ui_styleDiversity) {
     SensorXmlDocument doc_style;
     SensorXmlDocument doc_style_div;
-    // No row and column tracking: nothing reads a node's place in these
-    // documents, and TinyXML's tracking costs about a tenth of each parse.
-    doc_style.SetTabSize(0);
-    doc_style_div.SetTabSize(0);
     SNS_ASSERT(doc_style.LoadMem(*ui_style, TIXML_ENCODING_UTF8), "");
     SNS_ASSERT(doc_style_div.LoadMem(ui_styleDiversity, TIXML_ENCODING_UTF8), "");
 
