@@ -481,14 +481,17 @@ bool sourceMatches(const XmlNode& p_objOp, const std::string& p_strToken) {
 
 } // namespace
 
-Result ImagingService::getServiceCapabilities(const XmlNode&) {
+std::string ImagingService::capabilitiesXml() {
     const FieldMap* pDis = fieldOfKey(KEY_ANTI_SHAKE_SWITCH);
     const bool bDis = pDis && offered(*pDis, *offers());
-    return std::string("<timg:GetServiceCapabilitiesResponse><timg:Capabilities "
-                       "ImageStabilization=\"") +
-           (bDis ? "true" : "false") + "\" Presets=\"" +
-           (m_objConfig.schemeCount > 0 ? "true" : "false") +
-           "\" AdaptablePreset=\"false\"/></timg:GetServiceCapabilitiesResponse>";
+    return std::string("<timg:Capabilities ImageStabilization=\"") + (bDis ? "true" : "false") +
+           "\" Presets=\"" + (m_objConfig.schemeCount > 0 ? "true" : "false") +
+           "\" AdaptablePreset=\"false\"/>";
+}
+
+Result ImagingService::getServiceCapabilities(const XmlNode&) {
+    return "<timg:GetServiceCapabilitiesResponse>" + capabilitiesXml() +
+           "</timg:GetServiceCapabilitiesResponse>";
 }
 
 namespace {

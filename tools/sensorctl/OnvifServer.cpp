@@ -70,16 +70,7 @@ struct OnvifServices::Impl {
         imaging.registerOn(endpoint);
     }
 
-    std::string imagingCapabilities() {
-        // The Capabilities element of the service's own answer.
-        const sensor_onvif::Result r = imaging.getServiceCapabilities(sensor_onvif::XmlNode());
-        const size_t nBegin = r.xml().find("<timg:Capabilities");
-        const size_t nEnd = r.xml().find("</timg:GetServiceCapabilitiesResponse>");
-        if (r.isFault() || nBegin == std::string::npos || nEnd == std::string::npos ||
-            nEnd < nBegin)
-            return "";
-        return r.xml().substr(nBegin, nEnd - nBegin);
-    }
+    std::string imagingCapabilities() { return imaging.capabilitiesXml(); }
 
     void addDevice();
     void addMedia();

@@ -83,6 +83,9 @@ public:
 
     // The operations, callable directly with the operation element.
     Result getServiceCapabilities(const XmlNode& p_objOp);
+    // The timg:Capabilities element of that answer, for a device service's
+    // GetServices to include.
+    std::string capabilitiesXml();
     Result getImagingSettings(const XmlNode& p_objOp);
     Result setImagingSettings(const XmlNode& p_objOp);
     Result getOptions(const XmlNode& p_objOp);
