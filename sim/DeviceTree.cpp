@@ -22,9 +22,14 @@ bool populateDeviceRoot(const std::string& root, const std::string& dataDir) {
     return !ec;
 }
 
-ModuleConfigure machineModule(const std::string& root) {
+MachineInfo machineInfo(const std::string& root) {
     MachineInfo objInfo;
     (void)SystemInfoParser::parseMachineInfo(root + SENSOR_MACHINE_INFO_FILE, objInfo);
+    return objInfo;
+}
+
+ModuleConfigure machineModule(const std::string& root) {
+    const MachineInfo objInfo = machineInfo(root);
     std::vector<ModuleConfigure> vecModules;
     (void)ModuleConfigureParser::parse(root + SENSOR_MODULE_CONFIG_FILE, objInfo.getHardwareModel(),
                                        objInfo.getHardwareCode(), vecModules);

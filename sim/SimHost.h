@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "host/MachineInfo.h"
 #include "host/ModuleConfigure.h"
 #include "host/VideoStreamModule.h"
 
@@ -44,6 +45,10 @@ bool populateDeviceRoot(const std::string& root, const std::string& dataDir);
 // information; an empty module when none does. root is the folder that holds
 // the tree ("" for the real root).
 ModuleConfigure machineModule(const std::string& root);
+
+// The machine information of a device tree (defaults where its file is
+// missing or says nothing). root as above.
+MachineInfo machineInfo(const std::string& root);
 
 // The simulated video pipeline: records every notification, answers a
 // settable result, lists settable streams.

@@ -107,15 +107,7 @@ public:
     }
 
     // The module the sample tree describes for its machine.
-    ModuleConfigure module() const {
-        MachineInfo objInfo;
-        (void)SystemInfoParser::parseMachineInfo(root.real(SENSOR_MACHINE_INFO_FILE), objInfo);
-        std::vector<ModuleConfigure> vecModules;
-        (void)ModuleConfigureParser::parse(root.real(SENSOR_MODULE_CONFIG_FILE),
-                                           objInfo.getHardwareModel(), objInfo.getHardwareCode(),
-                                           vecModules);
-        return vecModules.empty() ? ModuleConfigure() : vecModules.front();
-    }
+    ModuleConfigure module() const { return sim::machineModule(root.path()); }
 
     // A new controller, not started; a previous one is shut down first.
     void construct(int p_nChannel = 1, bool p_bAttachVideo = true) {

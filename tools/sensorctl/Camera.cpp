@@ -13,6 +13,7 @@
 
 #include "config/SysConfig.h"
 #include "host/MachineInfo.h"
+#include "sim/SimHost.h"
 #include "storage/DeviceRoot.h"
 #include "storage/SensorFile.h"
 
@@ -71,8 +72,7 @@ Camera::~Camera() {
 }
 
 int Camera::ispChannel() const {
-    MachineInfo objInfo;
-    SystemInfoParser::parseMachineInfo(sensorDevicePath(SENSOR_MACHINE_INFO_FILE), objInfo);
+    const MachineInfo objInfo = sim::machineInfo(sensorDeviceRoot());
     const int nChannel = objInfo.getDeviceType() == 13 ? 2 : m_options.nChannel;
     return nChannel - 1;
 }
@@ -124,8 +124,7 @@ bool Camera::writeMachineInfo(std::string& error) {
     if (m_options.nDeviceType < 0 && m_options.strModel.empty())
         return true;
     const std::string strPath = sensorDevicePath(SENSOR_MACHINE_INFO_FILE);
-    MachineInfo objInfo;
-    SystemInfoParser::parseMachineInfo(strPath, objInfo);
+    const MachineInfo objInfo = sim::machineInfo(sensorDeviceRoot());
     const int nType = m_options.nDeviceType >= 0 ? m_options.nDeviceType : objInfo.getDeviceType();
     const std::string strModel =
         m_options.strModel.empty() ? objInfo.getHardwareModel() : m_options.strModel;
@@ -150,8 +149,7 @@ bool Camera::writeModuleDetail(std::string& error) {
         error = "cannot read " + strPath;
         return false;
     }
-    MachineInfo objInfo;
-    SystemInfoParser::parseMachineInfo(sensorDevicePath(SENSOR_MACHINE_INFO_FILE), objInfo);
+    const MachineInfo objInfo = sim::machineInfo(sensorDeviceRoot());
     TiXmlElement* pRoot = objDoc.RootElement();
     TiXmlElement* pModule = pRoot ? pRoot->FirstChildElement("module") : nullptr;
     if (pModule == nullptr) {

@@ -32,6 +32,7 @@
 #include "controller/SensorKeys.h"
 #include "host/KPDeviceTime.h"
 #include "host/MachineInfo.h"
+#include "sim/SimHost.h"
 #include "sim/SimIsp.h"
 #include "storage/DeviceRoot.h"
 
@@ -264,9 +265,9 @@ void Console::install(httplib::Server& server) {
                 ApiRequest request;
                 request.bPost = bPost;
                 request.strPath = req.path;
-                for (const char* szName : {"ids", "since"})
-                    if (req.has_param(szName))
-                        request.params[szName] = req.get_param_value(szName);
+                // The first value of each name, as the console reads them.
+                for (const auto& param : req.params)
+                    request.params.emplace(param.first, param.second);
                 request.strBody = req.body;
                 const ApiParsed call =
                     parseApiRequest(request, [this] { return m_camera.schemeCount(); });
@@ -509,8 +510,7 @@ void Console::getStatus(const ApiParsed&, httplib::Response& res) {
 #ifdef SENSORCTL_HAVE_ONVIF
 // What the simulated camera tells an ONVIF client about itself.
 onvif::DeviceFacts deviceFacts(Camera& camera) {
-    MachineInfo objInfo;
-    SystemInfoParser::parseMachineInfo(sensorDevicePath(SENSOR_MACHINE_INFO_FILE), objInfo);
+    const MachineInfo objInfo = sim::machineInfo(sensorDeviceRoot());
     onvif::DeviceFacts facts;
     facts.strManufacturer = "libsensor simulated camera";
     facts.strModel = objInfo.getHardwareModel().empty() ? "sensorctl" : objInfo.getHardwareModel();
