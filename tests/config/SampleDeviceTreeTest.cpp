@@ -278,8 +278,7 @@ TEST(SampleDeviceTree, DiversityDocumentsUseAllThreeOperations) {
 TEST(SampleDeviceTree, MachineModuleIsFoundInTheModuleConfiguration) {
     testsupport::TempDeviceRoot root(true);
     MachineInfo info;
-    ASSERT_TRUE(SystemInfoParser::parseMachineInfo(
-        root.real("/mnt/mtd/code/factory_setting/machineinfo.ini"), info));
+    ASSERT_TRUE(SystemInfoParser::parseMachineInfo(root.real(SENSOR_MACHINE_INFO_FILE), info));
     EXPECT_EQ(1, info.getDeviceType());
     std::vector<ModuleConfigure> modules;
     ASSERT_TRUE(ModuleConfigureParser::parse(root.real(SENSOR_MODULE_CONFIG_FILE),

@@ -204,7 +204,7 @@ TEST(SensorFile, SaveToFileThatCannotOpenKeepsTheOldFile) {
 // is not root. The save fails as its open does and the old stamp stays.
 TEST(SensorFile, SaveToFileIntoReadOnlyFolderKeepsTheOldFile) {
     testsupport::TempDeviceRoot root;
-    root.write("/mnt/mtd/code/config_file/snsversion.cfg", bytesOf(7u));
+    root.write(SENSOR_VERSION_FILE, bytesOf(7u));
     const std::string strFolder = root.real("/mnt/mtd/code/config_file");
     const ChildRun run = runUnprivileged(root.path(), [&] {
         ::chmod((strFolder + "/snsversion.cfg").c_str(), 0444);
@@ -214,8 +214,8 @@ TEST(SensorFile, SaveToFileIntoReadOnlyFolderKeepsTheOldFile) {
     ::chmod(strFolder.c_str(), 0755);
     EXPECT_EQ(0, run.nCode) << run.strOut;
     EXPECT_NE(std::string::npos, run.strOut.find(failed(kOpenWrite)));
-    EXPECT_EQ(bytesOf(7u), root.read("/mnt/mtd/code/config_file/snsversion.cfg"));
-    EXPECT_FALSE(root.exists("/mnt/mtd/code/config_file/snsversion.cfg.tmp"));
+    EXPECT_EQ(bytesOf(7u), root.read(SENSOR_VERSION_FILE));
+    EXPECT_FALSE(root.exists(SENSOR_VERSION_FILE ".tmp"));
 }
 
 // A read-only file in a writable folder could be replaced by a rename; it is
@@ -305,7 +305,7 @@ TEST(SensorFile, SaveOfTheBytesAFileAlreadyHoldsWritesThemInPlace) {
 // The saved file keeps the permissions the integrator gave it.
 TEST(SensorFile, SaveKeepsTheTargetsPermissions) {
     testsupport::TempDeviceRoot root;
-    root.write("/mnt/mtd/code/config_file/snsversion.cfg", bytesOf(7u));
+    root.write(SENSOR_VERSION_FILE, bytesOf(7u));
     root.write(kScheme0, bytesOf(sampleRecords(1, 2)));
     ::chmod(root.real(SENSOR_VERSION_FILE).c_str(), 0660);
     ::chmod(root.real(kScheme0).c_str(), 0600);
@@ -361,13 +361,12 @@ TEST(SensorFile, SaveThroughASymbolicLinkWritesTheFileItPointsTo) {
     EXPECT_EQ(bytesOf(records), root.read("/mnt/data/sensor0.cfg"));
     EXPECT_EQ(bytesOf(9u), root.read("/mnt/data/stamp"));
     EXPECT_FALSE(root.exists("/mnt/data/sensor0.cfg.tmp"));
-    EXPECT_FALSE(root.exists("/mnt/mtd/code/config_file/sensor0.cfg.tmp"));
+    EXPECT_FALSE(root.exists(std::string(kScheme0) + ".tmp"));
     // A link to a file not yet there creates it there.
-    ASSERT_EQ(0, ::symlink("../../../data/sensor1.cfg",
-                           root.real("/mnt/mtd/code/config_file/sensor1.cfg").c_str()));
-    EXPECT_EQ(0, keyValToFile("/mnt/mtd/code/config_file/sensor1.cfg", records.data(), 2));
+    ASSERT_EQ(0, ::symlink("../../../data/sensor1.cfg", root.real(sensorSchemeFile(1, 1)).c_str()));
+    EXPECT_EQ(0, keyValToFile(sensorSchemeFile(1, 1).c_str(), records.data(), 2));
     EXPECT_EQ(bytesOf(records), root.read("/mnt/data/sensor1.cfg"));
-    ASSERT_EQ(0, ::lstat(root.real("/mnt/mtd/code/config_file/sensor1.cfg").c_str(), &st));
+    ASSERT_EQ(0, ::lstat(root.real(sensorSchemeFile(1, 1)).c_str(), &st));
     EXPECT_TRUE(S_ISLNK(st.st_mode));
 }
 
@@ -412,7 +411,7 @@ TEST(SensorFile, KeyValToFileWritesRawRecordsWithoutHeader) {
     EXPECT_EQ("", out);
     EXPECT_EQ(bytesOf(records), root.read(kScheme0));
     EXPECT_EQ(40, getFileLen(kScheme0));
-    EXPECT_FALSE(root.exists("/mnt/mtd/code/config_file/sensor0.cfg.tmp"));
+    EXPECT_FALSE(root.exists(std::string(kScheme0) + ".tmp"));
 }
 
 TEST(SensorFile, KeyValFromFileReadsWhatKeyValToFileWrote) {
@@ -450,7 +449,7 @@ TEST(SensorFile, KeyValFromMissingFileReportsOpenAndSizeAndLeavesArray) {
     std::vector<KeyVal> loaded(2, KeyVal{1, 2});
     int nRet = -1;
     const std::string out = captureStdout(
-        [&] { nRet = keyValFromFile("/mnt/mtd/code/config_file/sensor3.cfg", loaded.data(), 2); });
+        [&] { nRet = keyValFromFile(sensorSchemeFile(1, 3).c_str(), loaded.data(), 2); });
     EXPECT_EQ(0, nRet);
     EXPECT_NE(std::string::npos, out.find(failed("file.open(file_name)")));
     EXPECT_NE(std::string::npos, out.find("file_name(/mnt/mtd/code/config_file/sensor3.cfg)\n"));
@@ -484,7 +483,7 @@ TEST(SensorFile, KeyValToFileOnFullFlashReportsAndKeepsTheOldSchemeFile) {
     EXPECT_NE(std::string::npos, out.find(failed("nSize == sizeof(KeyVal)*p_nKeyValSum")));
     EXPECT_NE(std::string::npos, out.find("nSize(20) sizeof(KeyVal) = 8, p_nKeyValNum(4)\n"));
     EXPECT_EQ(bytesOf(oldRecords), root.read(kScheme0));
-    EXPECT_FALSE(root.exists("/mnt/mtd/code/config_file/sensor0.cfg.tmp"));
+    EXPECT_FALSE(root.exists(std::string(kScheme0) + ".tmp"));
 }
 
 TEST(SensorFile, SchemeFileNamesOfIndexZero) {
@@ -499,13 +498,13 @@ TEST(SensorFile, SchemeFileNamesOfIndexZero) {
 // the removal pattern of a version change, which spares the stamp.
 TEST(SensorFile, TemporariesMatchTheSchemeRemovalPattern) {
     testsupport::TempDeviceRoot root;
-    root.write("/mnt/mtd/code/config_file/sensor0.cfg.tmp", "torn");
-    root.write("/mnt/mtd/code/config_file/sensor-thermal1.cfg.tmp", "torn");
-    root.write("/mnt/mtd/code/config_file/snsversion.cfg", bytesOf(3u));
+    root.write(std::string(kScheme0) + ".tmp", "torn");
+    root.write(sensorSchemeFile(2, 1) + ".tmp", "torn");
+    root.write(SENSOR_VERSION_FILE, bytesOf(3u));
     ASSERT_EQ(0, std::system(sensorRemoveSchemeFilesCommand().c_str()));
-    EXPECT_FALSE(root.exists("/mnt/mtd/code/config_file/sensor0.cfg.tmp"));
-    EXPECT_FALSE(root.exists("/mnt/mtd/code/config_file/sensor-thermal1.cfg.tmp"));
-    EXPECT_TRUE(root.exists("/mnt/mtd/code/config_file/snsversion.cfg"));
+    EXPECT_FALSE(root.exists(std::string(kScheme0) + ".tmp"));
+    EXPECT_FALSE(root.exists(sensorSchemeFile(2, 1) + ".tmp"));
+    EXPECT_TRUE(root.exists(SENSOR_VERSION_FILE));
 }
 
 // --- version stamp -------------------------------------------------------------

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tests/support/ControllerFixture.h"
+#include "storage/SensorFile.h"
 
 namespace {
 
@@ -136,12 +137,12 @@ TEST_F(DayNightHandlersTest, GetDNModeAsksTheIspWhenTheModeIsNotCached) {
 
 TEST_F(DayNightHandlersTest, SetDNModeSetsAndCaches) {
     // Start-up wrote the file; setting the mode does not save it.
-    const std::string before = root.read("/mnt/mtd/code/config_file/sensor0.cfg");
+    const std::string before = root.read(sensorSchemeFile(1, 0));
     ASSERT_FALSE(before.empty());
     EXPECT_TRUE(ctl->setDNMode(3));
     EXPECT_EQ(cached(0, KEY_DN_MODE), 3u);
     EXPECT_EQ(lastSent(KEY_DN_MODE), Words({3}));
-    EXPECT_EQ(root.read("/mnt/mtd/code/config_file/sensor0.cfg"), before);
+    EXPECT_EQ(root.read(sensorSchemeFile(1, 0)), before);
 }
 
 TEST_F(DayNightHandlersTest, SetDNModeIsFalseWhenTheIspRejects) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tests/support/ControllerFixture.h"
+#include "storage/SensorFile.h"
 
 namespace {
 
@@ -131,8 +132,8 @@ TEST_F(MirrorBeawayTest, ShowBeawayFlagIsProcessWideAndStartsTrue) {
 
 TEST_F(MirrorBeawayTest, SetMirrorModeSavesTheSchemeOnSuccess) {
     EXPECT_TRUE(ctl->setMirrorMode(1));
-    ASSERT_TRUE(root.exists("/mnt/mtd/code/config_file/sensor0.cfg"));
-    const std::string bytes = root.read("/mnt/mtd/code/config_file/sensor0.cfg");
+    ASSERT_TRUE(root.exists(sensorSchemeFile(1, 0)));
+    const std::string bytes = root.read(sensorSchemeFile(1, 0));
     ASSERT_EQ(bytes.size(), access().keyValSum() * sizeof(KeyVal));
     const KeyVal* saved = reinterpret_cast<const KeyVal*>(bytes.data());
     EXPECT_EQ(saved[5].key, 2384u);
@@ -141,11 +142,11 @@ TEST_F(MirrorBeawayTest, SetMirrorModeSavesTheSchemeOnSuccess) {
 
 TEST_F(MirrorBeawayTest, SetMirrorModeDoesNotSaveOnFailure) {
     // Start-up wrote the file; a failed mirror leaves it as it was.
-    const std::string before = root.read("/mnt/mtd/code/config_file/sensor0.cfg");
+    const std::string before = root.read(sensorSchemeFile(1, 0));
     ASSERT_FALSE(before.empty());
     sim::Isp::instance().failCommand(KEY_MIRROR, -1);
     EXPECT_FALSE(ctl->setMirrorMode(1));
-    EXPECT_EQ(root.read("/mnt/mtd/code/config_file/sensor0.cfg"), before);
+    EXPECT_EQ(root.read(sensorSchemeFile(1, 0)), before);
 }
 
 TEST_F(MirrorBeawayTest, MirrorAndBeawayAreReadFromTheCache) {
