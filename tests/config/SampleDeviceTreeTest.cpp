@@ -27,17 +27,11 @@ using filestest::captureStdout;
 
 namespace {
 
-const std::string kData = std::string(SENSOR_SOURCE_DIR) + "/data/device";
-const std::string kExpected = std::string(SENSOR_SOURCE_DIR) + "/tests/files/expected/";
+using testsupport::readFile;
+const std::string& kData = testsupport::kSampleTree;
+const std::string& kExpected = testsupport::kExpectedMerges;
 const std::string kStyleDir = "/hd1/moduleConfig/sensorConfig/style/";
 const std::string kDivDir = "/hd1/moduleConfig/sensorConfig/styleDiversity/";
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
 
 // The ISP's default dynamic commands and the values it accepts for each.
 const std::map<int, std::set<int>>& ispAccepted() {

@@ -21,14 +21,8 @@ using namespace dnatest;
 
 namespace {
 
-const std::string kSensorConfig =
-    std::string(SENSOR_SOURCE_DIR) + "/data/device/hd1/moduleConfig/sensorConfig/";
-
 std::string readSample(const std::string& relative) {
-    std::ifstream in(kSensorConfig + relative, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
+    return testsupport::readFile(testsupport::kSampleSensorConfig + relative);
 }
 
 // The simulated ISP's default profile: accepted values and default per command.

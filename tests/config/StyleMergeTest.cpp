@@ -108,7 +108,7 @@ TEST(StyleMerge, AttributePrintsCarryTheMergesFunctionName) {
     // Two attributes looked at, one not agreeing, one agreeing and printed
     // again with the rule and around its one operation.
     const std::string strHeader = "[sensor dbg] file:SensorFile.cpp fun:mergeStyle line:";
-    EXPECT_EQ(6, filestest::countOf(out, strHeader)) << out;
+    EXPECT_EQ(6u, testsupport::occurrences(out, strHeader)) << out;
     const std::string::size_type nAt =
         out.find("modi_attr->Name()(sensor), modi_attr->Value()(IMX290) nVal(ABCDE1)\n");
     ASSERT_NE(std::string::npos, nAt);
@@ -282,13 +282,10 @@ TEST(StyleMerge, MergeFileIsExactlyWhatSaveFileWrites) {
     std::vector<std::string> vecAll = vecStyles;
     for (const char* szName : {"style/Style.xml", "style/Style_dome.xml", "style/Style_Thermal.xml",
                                "styleDiversity/StyleDiversity.xml"}) {
-        std::ifstream in(std::string(SENSOR_SOURCE_DIR) +
-                             "/data/device/hd1/moduleConfig/sensorConfig/" + szName,
-                         std::ios::binary);
-        std::stringstream ss;
-        ss << in.rdbuf();
-        ASSERT_FALSE(ss.str().empty()) << szName;
-        vecAll.push_back(ss.str());
+        const std::string strText =
+            testsupport::readFile(testsupport::kSampleSensorConfig + szName);
+        ASSERT_FALSE(strText.empty()) << szName;
+        vecAll.push_back(strText);
     }
     for (const std::string& strStyle : vecAll) {
         testsupport::TempDeviceRoot root;

@@ -294,9 +294,10 @@ TEST(SysConfig, MissingStyleOrDiversityIsReportedOnceForEachOfItsThreeLengths) {
         SysConfig stConf;
         const std::string out =
             captureStdout([&] { initSysConf(1, module("(max_scheme=4)"), &stConf); });
-        EXPECT_EQ(3, filestest::countOf(out, "fun:getFileLen line:")) << strMissing;
-        EXPECT_EQ(3, filestest::countOf(out, failed("file.open(file_name)"))) << strMissing;
-        EXPECT_EQ(3, filestest::countOf(out, "file_name(" + strMissing + ")\033[0m")) << strMissing;
+        EXPECT_EQ(3u, testsupport::occurrences(out, "fun:getFileLen line:")) << strMissing;
+        EXPECT_EQ(3u, testsupport::occurrences(out, failed("file.open(file_name)"))) << strMissing;
+        EXPECT_EQ(3u, testsupport::occurrences(out, "file_name(" + strMissing + ")\033[0m"))
+            << strMissing;
         uinitSysConf(&stConf);
     }
 }

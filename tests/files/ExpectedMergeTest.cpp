@@ -9,27 +9,20 @@
 // nothing). Every tab of the expected document must be the one this
 // reasoning puts there, in its place.
 #include <cstring>
-#include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <tinyxml.h>
 
+#include "tests/support/TestSupport.h"
+
 namespace {
 
-const std::string kStyles =
-    std::string(SENSOR_SOURCE_DIR) + "/data/device/hd1/moduleConfig/sensorConfig/";
-const std::string kExpected = std::string(SENSOR_SOURCE_DIR) + "/tests/files/expected/";
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
+using testsupport::readFile;
+const std::string& kStyles = testsupport::kSampleSensorConfig;
+const std::string& kExpected = testsupport::kExpectedMerges;
 
 std::string printed(const TiXmlElement* element) {
     TiXmlPrinter printer;

@@ -18,7 +18,6 @@
 
 using filestest::captureStdout;
 using filestest::ChildRun;
-using filestest::countOf;
 using filestest::failed;
 using filestest::runUnprivileged;
 
@@ -263,7 +262,7 @@ TEST(SensorFile, KeyValToWritableFileInReadOnlyFolderWritesInPlaceWithOneWarning
     struct stat stAfter;
     ASSERT_EQ(0, ::stat(root.real(kScheme0).c_str(), &stAfter));
     EXPECT_EQ(stBefore.st_ino, stAfter.st_ino);
-    EXPECT_EQ(1, countOf(run.strOut, "[sensor warn]")) << run.strOut;
+    EXPECT_EQ(1u, testsupport::occurrences(run.strOut, "[sensor warn]")) << run.strOut;
     EXPECT_NE(std::string::npos,
               run.strOut.find("[sensor warn] file:SensorFile.cpp fun:open line:"));
     EXPECT_NE(std::string::npos,
@@ -569,5 +568,5 @@ TEST(SensorFile, FailedSaveIsLoggedToTheErrorLog) {
     captureStdout([&] { saveToFile("/mnt/nowhere/a.txt", "x", 1); });
     const std::string strLog = root.read("/mnt/mtd/log/SensorError.log");
     EXPECT_NE(std::string::npos, strLog.find(kOpenWrite));
-    EXPECT_EQ(1, countOf(strLog, "file_len(1)"));
+    EXPECT_EQ(1u, testsupport::occurrences(strLog, "file_len(1)"));
 }

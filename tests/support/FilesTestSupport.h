@@ -19,15 +19,6 @@ namespace filestest {
 
 using testsupport::captureStdout;
 
-// How many times needle occurs in text.
-inline int countOf(const std::string& text, const std::string& needle) {
-    int n = 0;
-    for (std::string::size_type pos = text.find(needle); pos != std::string::npos;
-         pos = text.find(needle, pos + needle.size()))
-        ++n;
-    return n;
-}
-
 // An assertion report of the given expression text as it reaches stdout.
 inline std::string failed(const std::string& expr) {
     return expr + "   ~~~Assertion failed.\n";

@@ -19,6 +19,19 @@
 
 namespace testsupport {
 
+// The sample device tree and the expected merges, in the source tree.
+const std::string kSampleTree = std::string(SENSOR_SOURCE_DIR) + "/data/device";
+const std::string kSampleSensorConfig = kSampleTree + "/hd1/moduleConfig/sensorConfig/";
+const std::string kExpectedMerges = std::string(SENSOR_SOURCE_DIR) + "/tests/files/expected/";
+
+// A whole file by its real path ("" when it cannot be read).
+inline std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
 // What fn printed on standard output.
 inline std::string captureStdout(const std::function<void()>& fn) {
     testing::internal::CaptureStdout();
@@ -52,7 +65,7 @@ public:
         sim::clearDeviceTime();
         sim::clearSystemCommands();
         if (populate)
-            sim::populateDeviceRoot(m_strPath, std::string(SENSOR_SOURCE_DIR) + "/data/device");
+            sim::populateDeviceRoot(m_strPath, kSampleTree);
         makeDirs("/mnt/mtd/code/config_file");
         makeDirs("/mnt/mtd/log");
         makeDirs("/mnt/mtd/sign");
@@ -80,12 +93,7 @@ public:
         std::ofstream out(strReal, std::ios::binary | std::ios::trunc);
         out << content;
     }
-    std::string read(const std::string& devicePath) const {
-        std::ifstream in(real(devicePath), std::ios::binary);
-        std::stringstream ss;
-        ss << in.rdbuf();
-        return ss.str();
-    }
+    std::string read(const std::string& devicePath) const { return readFile(real(devicePath)); }
     bool exists(const std::string& devicePath) const {
         struct stat st;
         return ::stat(real(devicePath).c_str(), &st) == 0;
