@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <set>
 #include <string>
@@ -405,8 +406,32 @@ const FieldMap* fieldOfKey(unsigned p_nKey) {
     return nullptr;
 }
 
+// The element that holds the day/night boundaries and the response time.
+const char* const kIrCutPath = "Extension/Extension/IrCutFilterAutoAdjustment";
+
 bool isIrCutAdjustment(const FieldMap& p_objField) {
-    return std::string(p_objField.path).find("IrCutFilterAutoAdjustment") != std::string::npos;
+    return std::strncmp(p_objField.path, kIrCutPath, std::strlen(kIrCutPath)) == 0;
+}
+
+// The boundary rows of the table, in its order: each names its BoundaryType
+// in brackets ("...IrCutFilterAutoAdjustment[ToOn]/BoundaryOffset").
+struct Boundary {
+    std::string type;
+    const FieldMap* field;
+};
+
+const std::vector<Boundary>& boundaries() {
+    static const std::vector<Boundary> s_vecBoundaries = [] {
+        std::vector<Boundary> out;
+        for (const FieldMap& f : imagingFieldMap()) {
+            const char* szOpen = std::strchr(f.path, '[');
+            const char* szClose = szOpen ? std::strchr(szOpen, ']') : nullptr;
+            if (isIrCutAdjustment(f) && szClose)
+                out.push_back({std::string(szOpen + 1, szClose), &f});
+        }
+        return out;
+    }();
+    return s_vecBoundaries;
 }
 
 SoapFault invalidSettings(const std::string& p_strReason) {
@@ -505,16 +530,13 @@ std::string irCutAdjustments(ISensorController& p_objController, const StyleOffe
     if (pDelay && offered(*pDelay, p_objStyle) && p_objController.getParameter(KEY_DELAY, nDelay))
         delay = element("ResponseTime", toOnvif(*pDelay, *p_objStyle.find(KEY_DELAY), nDelay));
     std::string out;
-    const std::pair<unsigned, const char*> bounds[] = {{KEY_NTD_THR, "ToOn"},
-                                                       {KEY_DTN_THR, "ToOff"}};
-    for (const auto& b : bounds) {
-        const FieldMap* pField = fieldOfKey(b.first);
+    for (const Boundary& b : boundaries()) {
+        const FieldMap& f = *b.field;
         int n = 0;
-        if (!pField || !offered(*pField, p_objStyle) ||
-            !p_objController.getParameter(static_cast<int>(b.first), n))
+        if (!offered(f, p_objStyle) || !p_objController.getParameter(static_cast<int>(f.key), n))
             continue;
-        out += "<tt:IrCutFilterAutoAdjustment>" + element("BoundaryType", b.second) +
-               element("BoundaryOffset", toOnvif(*pField, *p_objStyle.find(b.first), n)) + delay +
+        out += "<tt:IrCutFilterAutoAdjustment>" + element("BoundaryType", b.type) +
+               element("BoundaryOffset", toOnvif(f, *p_objStyle.find(f.key), n)) + delay +
                "</tt:IrCutFilterAutoAdjustment>";
     }
     return out;
@@ -534,7 +556,7 @@ void readSettings(ISensorController& p_objController, const StyleOffers& style, 
                 if (!bIrCutDone) {
                     const std::string irCut = irCutAdjustments(p_objController, style);
                     if (!irCut.empty())
-                        nest.leaf("Extension/Extension/IrCutFilterAutoAdjustment", irCut);
+                        nest.leaf(kIrCutPath, irCut);
                 }
                 bIrCutDone = true;
                 continue;
@@ -617,16 +639,17 @@ Result ImagingService::getOptions(const XmlNode& p_objOp) {
                 if (bIrCutDone)
                     continue;
                 bIrCutDone = true;
-                const FieldMap* pOn = fieldOfKey(KEY_NTD_THR);
-                const FieldMap* pOff = fieldOfKey(KEY_DTN_THR);
                 const FieldMap* pDelay = fieldOfKey(KEY_DELAY);
                 std::string xml;
-                if (offered(*pOn, style) && offered(*pOff, style))
-                    xml += element("BoundaryType", "Common");
-                if (offered(*pOn, style))
-                    xml += element("BoundaryType", "ToOn");
-                if (offered(*pOff, style))
-                    xml += element("BoundaryType", "ToOff");
+                size_t nOffered = 0;
+                for (const Boundary& b : boundaries())
+                    if (offered(*b.field, style)) {
+                        xml += element("BoundaryType", b.type);
+                        ++nOffered;
+                    }
+                // One offset for all boundaries, when every one is offered.
+                if (nOffered > 1 && nOffered == boundaries().size())
+                    xml = element("BoundaryType", "Common") + xml;
                 if (xml.empty())
                     continue;
                 xml += element("BoundaryOffset", "true");
@@ -637,9 +660,8 @@ Result ImagingService::getOptions(const XmlNode& p_objOp) {
                            element("Max", durationText(static_cast<int>(o.hi()))) +
                            "</tt:ResponseTimeRange>";
                 }
-                nest.leaf("Extension/Extension/IrCutFilterAutoAdjustment",
-                          "<tt:IrCutFilterAutoAdjustment>" + xml +
-                              "</tt:IrCutFilterAutoAdjustment>");
+                nest.leaf(kIrCutPath, "<tt:IrCutFilterAutoAdjustment>" + xml +
+                                          "</tt:IrCutFilterAutoAdjustment>");
                 continue;
             }
             if (!offered(f, style))
@@ -741,18 +763,17 @@ bool decodeChanges(ISensorController& p_objController, const StyleOffers& p_objS
                 p_strWhy = "IrCutFilterAutoAdjustment without BoundaryType";
                 return false;
             }
-            std::vector<unsigned> keys;
-            if (pType->text == "ToOn" || pType->text == "Common")
-                keys.push_back(KEY_NTD_THR);
-            if (pType->text == "ToOff" || pType->text == "Common")
-                keys.push_back(KEY_DTN_THR);
-            if (keys.empty()) {
+            std::vector<const FieldMap*> fields;
+            for (const Boundary& b : boundaries())
+                if (pType->text == b.type || pType->text == "Common")
+                    fields.push_back(b.field);
+            if (fields.empty()) {
                 p_strWhy = "BoundaryType '" + pType->text + "' is not offered";
                 return false;
             }
-            for (unsigned k : keys)
-                if (pOffset && !addChange(p_objController, p_objStyle, *fieldOfKey(k),
-                                          pOffset->text, p_vecChanges, p_strWhy))
+            for (const FieldMap* pField : fields)
+                if (pOffset && !addChange(p_objController, p_objStyle, *pField, pOffset->text,
+                                          p_vecChanges, p_strWhy))
                     return false;
             if (pTime && !addChange(p_objController, p_objStyle, *fieldOfKey(KEY_DELAY),
                                     pTime->text, p_vecChanges, p_strWhy))

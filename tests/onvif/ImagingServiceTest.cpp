@@ -281,6 +281,13 @@ TEST_F(ImagingTest, OptionsAreTheStylesRangesAndChoices) {
                                            "<tt:IrCutFilterModes>OFF</tt:IrCutFilterModes>"));
     EXPECT_NE(std::string::npos, body.find("<tt:ResponseTimeRange><tt:Min>PT3S</tt:Min>"
                                            "<tt:Max>PT120S</tt:Max></tt:ResponseTimeRange>"));
+    // Both boundaries offered: one offset for both, then each on its own.
+    EXPECT_NE(std::string::npos,
+              body.find("<tt:IrCutFilterAutoAdjustment><tt:BoundaryType>Common</tt:BoundaryType>"
+                        "<tt:BoundaryType>ToOn</tt:BoundaryType>"
+                        "<tt:BoundaryType>ToOff</tt:BoundaryType>"
+                        "<tt:BoundaryOffset>true</tt:BoundaryOffset>"))
+        << body;
     // No lens on a box camera: no focus in the options or the settings.
     EXPECT_FALSE(hasElement(body, "Focus"));
     EXPECT_FALSE(hasElement(settings().body, "Focus"));
