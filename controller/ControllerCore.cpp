@@ -18,9 +18,11 @@ namespace {
 // The device type whose single visible channel is the second sensor.
 const int kDeviceTypeLpr = 13;
 
-// Lens commands 0x600..0x650, swallowed while the lens is locked.
+// Lens commands 0x600..0x650 (auto focus mode to lens reset), swallowed while
+// the lens is locked.
 const u32 kLensCmdFirst = KEY_AUTO_FOCUS_MODE;
-const u32 kLensCmdEnd = 1617;
+const u32 kLensCmdEnd = KEY_LENS_RESET + 1;
+static_assert(kLensCmdFirst == 0x600 && kLensCmdEnd == 0x651, "the lens commands' range");
 
 // Day/night mode, thresholds and times: shared by schemes 0 and 1 when the
 // schemes follow day and night.

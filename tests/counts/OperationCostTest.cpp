@@ -97,6 +97,14 @@ protected:
         sim::setTimeScale(0);
         sim::pauseThreads(true);
     }
+    // What one getAllParameters costs on the started camera.
+    Cost getAllParametersCost() {
+        std::string strOut;
+        return costOf([&] {
+            strOut.clear();
+            (void)ctl().getAllParameters(strOut);
+        });
+    }
     void TearDown() override {
         m_pCamera.reset();
         sim::pauseThreads(false);
@@ -141,12 +149,7 @@ TEST_F(OperationCost, UnforcedSwitchToTheCurrentSchemePushesNone) {
 }
 
 TEST_F(OperationCost, GetAllParametersCorrectsTheDynamicCommands) {
-    std::string strOut;
-    EXPECT_EQ(costOf([&] {
-                  strOut.clear();
-                  (void)ctl().getAllParameters(strOut);
-              }),
-              (Cost{8, 17}));
+    EXPECT_EQ(getAllParametersCost(), (Cost{8, 17}));
 }
 
 TEST_F(OperationCost, GetAllParametersWithEveryListedCommandInTheSchemeMakesNoReport) {
@@ -163,12 +166,7 @@ TEST_F(OperationCost, GetAllParametersWithEveryListedCommandInTheSchemeMakesNoRe
         ~Restore() { sim::Isp::instance().setDynamicCommands(vecCmds); }
     } objRestore{vecListed};
     sim::Isp::instance().setDynamicCommands(vecHeld);
-    std::string strOut;
-    EXPECT_EQ(costOf([&] {
-                  strOut.clear();
-                  (void)ctl().getAllParameters(strOut);
-              }),
-              (Cost{8, 15}));
+    EXPECT_EQ(getAllParametersCost(), (Cost{8, 15}));
 }
 
 TEST_F(OperationCost, GetUIStyleFileAsksTheDynamicListAndItsRanges) {
