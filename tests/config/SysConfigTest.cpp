@@ -61,22 +61,34 @@ ModuleConfigure module(const std::string& detail, unsigned id = 3,
     return objModule;
 }
 
+// One initSysConf on the current device root: its result, what it printed,
+// and the configuration, released with the object.
+struct InitRun {
+    explicit InitRun(const ModuleConfigure& p_objModule, int p_nCameraId = 1) {
+        out = captureStdout([&] { nRet = initSysConf(p_nCameraId, p_objModule, &conf); });
+    }
+    ~InitRun() { uinitSysConf(&conf); }
+    InitRun(const InitRun&) = delete;
+    InitRun& operator=(const InitRun&) = delete;
+
+    SysConfig conf;
+    int nRet = -1;
+    std::string out;
+};
+
 // Which family's style a channel got.
 std::string styleFamily(int cameraId, int deviceType, std::string* out = nullptr) {
     testsupport::TempDeviceRoot root;
     writeMarkedStyles(root);
     writeMachine(root, deviceType);
-    SysConfig stConf;
-    const std::string strOut =
-        captureStdout([&] { initSysConf(cameraId, module("(max_scheme=4)"), &stConf); });
+    const InitRun run(module("(max_scheme=4)"), cameraId);
     if (out != nullptr)
-        *out = strOut;
+        *out = run.out;
     std::string strFamily = "none";
     for (const char* family : {"camera", "dome", "thermal"}) {
-        if (std::strstr(stConf.szUIStyle, (std::string("key=\"") + family + "\"").c_str()))
+        if (std::strstr(run.conf.szUIStyle, (std::string("key=\"") + family + "\"").c_str()))
             strFamily = family;
     }
-    uinitSysConf(&stConf);
     return strFamily;
 }
 
@@ -133,11 +145,7 @@ TEST(DetailField, BoundedStringCopiesAtMostTheGivenSize) {
 // The scheme count initSysConf reads from a module's detail text.
 u32 schemeSumFor(const char* p_szDetail) {
     testsupport::TempDeviceRoot root(true);
-    SysConfig stConf;
-    captureStdout([&] { initSysConf(1, module(p_szDetail), &stConf); });
-    const u32 nSchemes = stConf.nSchemeSum;
-    uinitSysConf(&stConf);
-    return nSchemes;
+    return InitRun(module(p_szDetail)).conf.nSchemeSum;
 }
 
 TEST(SysConfig, DetailWithoutMaxSchemeGivesFourSchemes) {
@@ -154,8 +162,8 @@ TEST(SysConfig, EmptyMaxSchemeGivesZeroSchemes) {
 
 TEST(SysConfig, ModuleFieldsAreCopied) {
     testsupport::TempDeviceRoot root(true);
-    SysConfig stConf;
-    captureStdout([&] { initSysConf(1, module("(sensor=IMX327)", 9, "(width=1920)"), &stConf); });
+    const InitRun run(module("(sensor=IMX327)", 9, "(width=1920)"));
+    const SysConfig& stConf = run.conf;
     EXPECT_EQ(9u, stConf.moduleConfig.nModuleId);
     EXPECT_STREQ("xxx", stConf.moduleConfig.szLabel);
     EXPECT_STREQ("xxx", stConf.moduleConfig.szTag);
@@ -163,19 +171,16 @@ TEST(SysConfig, ModuleFieldsAreCopied) {
     EXPECT_STREQ("(width=1920)", stConf.moduleConfig.szParameters);
     EXPECT_EQ(0u, stConf.nLanguageNum);
     EXPECT_EQ(nullptr, stConf.pLanguageTab);
-    uinitSysConf(&stConf);
 }
 
 TEST(SysConfig, OverlongDetailAndParametersAreCutAndTerminated) {
     testsupport::TempDeviceRoot root(true);
     const std::string strDetail = "(max_scheme=3)" + std::string(700, 'd');
     const std::string strParams(400, 'p');
-    SysConfig stConf;
-    captureStdout([&] { initSysConf(1, module(strDetail, 3, strParams), &stConf); });
-    EXPECT_EQ(strDetail.substr(0, 511), std::string(stConf.moduleConfig.szDetail));
-    EXPECT_EQ(strParams.substr(0, 255), std::string(stConf.moduleConfig.szParameters));
-    EXPECT_EQ(3u, stConf.nSchemeSum);
-    uinitSysConf(&stConf);
+    const InitRun run(module(strDetail, 3, strParams));
+    EXPECT_EQ(strDetail.substr(0, 511), std::string(run.conf.moduleConfig.szDetail));
+    EXPECT_EQ(strParams.substr(0, 255), std::string(run.conf.moduleConfig.szParameters));
+    EXPECT_EQ(3u, run.conf.nSchemeSum);
 }
 
 TEST(SysConfig, CameraOneOnBoxCameraTypesGetsStyle) {
@@ -232,17 +237,15 @@ TEST(SysConfig, UnacceptedDeviceTypeIsReportedAndUsesTheDomeDocuments) {
 TEST(SysConfig, MissingMachineInformationIsReportedAndStartUpGoesOn) {
     testsupport::TempDeviceRoot root;
     writeMarkedStyles(root);
-    SysConfig stConf;
-    int nRet = -1;
-    const std::string out =
-        captureStdout([&] { nRet = initSysConf(1, module("(max_scheme=4)"), &stConf); });
-    EXPECT_EQ(0, nRet);
+    const InitRun run(module("(max_scheme=4)"));
+    const std::string& out = run.out;
+    const SysConfig& stConf = run.conf;
+    EXPECT_EQ(0, run.nRet);
     EXPECT_NE(std::string::npos,
               out.find(failed("SystemInfoParser::parseMachineInfo(\"/mnt/mtd/code/"
                               "factory_setting/machineinfo.ini\", machineInfo)")));
     EXPECT_EQ(static_cast<u32>(MachineInfo().getDeviceType()), stConf.nDeviceType);
     ASSERT_NE(nullptr, stConf.szUIStyle);
-    uinitSysConf(&stConf);
 }
 
 TEST(SysConfig, MissingStyleIsReportedAndLeavesAnEmptyStyle) {
@@ -250,9 +253,9 @@ TEST(SysConfig, MissingStyleIsReportedAndLeavesAnEmptyStyle) {
     writeMarkedStyles(root);
     writeMachine(root, 1);
     root.remove(std::string(kStyleDir) + "Style.xml");
-    SysConfig stConf;
-    const std::string out =
-        captureStdout([&] { initSysConf(1, module("(max_scheme=4)"), &stConf); });
+    const InitRun run(module("(max_scheme=4)"));
+    const std::string& out = run.out;
+    const SysConfig& stConf = run.conf;
     EXPECT_NE(std::string::npos,
               out.find(failed("loadFromFile(strStyleFileName.c_str(), p_stSysConf->szUIStyle, "
                               "getFileLen(strStyleFileName.c_str())) > 0")));
@@ -260,7 +263,6 @@ TEST(SysConfig, MissingStyleIsReportedAndLeavesAnEmptyStyle) {
               out.find("file_name(/hd1/moduleConfig/sensorConfig/style/Style.xml)"));
     ASSERT_NE(nullptr, stConf.szUIStyle);
     EXPECT_STREQ("", stConf.szUIStyle);
-    uinitSysConf(&stConf);
 }
 
 TEST(SysConfig, MissingDiversityIsReportedAndTheStylePassesThrough) {
@@ -268,18 +270,16 @@ TEST(SysConfig, MissingDiversityIsReportedAndTheStylePassesThrough) {
     writeMarkedStyles(root);
     writeMachine(root, 4);
     root.remove(std::string(kDivDir) + "StyleDiversity_dome.xml");
-    SysConfig stConf;
-    int nRet = -1;
-    const std::string out =
-        captureStdout([&] { nRet = initSysConf(1, module("(max_scheme=4)"), &stConf); });
-    EXPECT_EQ(0, nRet);
+    const InitRun run(module("(max_scheme=4)"));
+    const std::string& out = run.out;
+    const SysConfig& stConf = run.conf;
+    EXPECT_EQ(0, run.nRet);
     EXPECT_NE(std::string::npos,
               out.find(failed("loadFromFile(strStyleDivFileName.c_str(), ui_styleDiversity, "
                               "getFileLen(strStyleDivFileName.c_str())) > 0")));
     EXPECT_NE(std::string::npos,
               out.find(failed("doc_style_div.LoadMem(ui_styleDiversity, TIXML_ENCODING_UTF8)")));
     EXPECT_EQ(canonicalXml("<style><tab key=\"dome\"/></style>"), canonicalXml(stConf.szUIStyle));
-    uinitSysConf(&stConf);
 }
 
 // The length of a missing document is asked for each of its three uses (the
@@ -291,14 +291,12 @@ TEST(SysConfig, MissingStyleOrDiversityIsReportedOnceForEachOfItsThreeLengths) {
         writeMarkedStyles(root);
         writeMachine(root, 1);
         root.remove(strMissing);
-        SysConfig stConf;
-        const std::string out =
-            captureStdout([&] { initSysConf(1, module("(max_scheme=4)"), &stConf); });
+        const InitRun run(module("(max_scheme=4)"));
+        const std::string& out = run.out;
         EXPECT_EQ(3u, testsupport::occurrences(out, "fun:getFileLen line:")) << strMissing;
         EXPECT_EQ(3u, testsupport::occurrences(out, failed("file.open(file_name)"))) << strMissing;
         EXPECT_EQ(3u, testsupport::occurrences(out, "file_name(" + strMissing + ")\033[0m"))
             << strMissing;
-        uinitSysConf(&stConf);
     }
 }
 
