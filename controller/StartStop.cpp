@@ -115,18 +115,21 @@ bool ISensorController::init(const ModuleConfigure& p_objModuleConfigure) {
     clearFlag(m_nFlags, initing_flag | inited_flag);
     setFlag(m_nFlags, initing_flag);
 
-    // The channel's configuration: module, merged style, languages.
-    SNS_ASSERT_TEXT(SNS_SUCCESS == initSysConf(m_nCameraID, p_objModuleConfigure, &m_stSysConf),
-                    "SNS_SUCCESS == initSysConf(m_nCameraID,p_objModuleConfigure, &m_stSysConf)",
-                    "");
-
     // The factory data may fill up to its capacity whatever row count a
-    // previous start-up left behind, so the room is never below it.
+    // previous start-up left behind, so the room is never below it. Taken
+    // before the style documents come and go: a block asked for after a
+    // document is freed makes the allocator merge all its freed nodes, which
+    // the next document's parse would otherwise take back one by one.
     const u32 nFctRoom =
         m_nKeyCmdNum > SENSOR_FACTORY_CAPACITY ? m_nKeyCmdNum : SENSOR_FACTORY_CAPACITY;
     KeyVal* pFctTmp = static_cast<KeyVal*>(std::calloc(nFctRoom, sizeof(KeyVal)));
     m_pstKeyValTmp2 = static_cast<KeyVal*>(std::calloc(nFctRoom, sizeof(KeyVal)));
     m_pFctKeyVal = pFctTmp;
+
+    // The channel's configuration: module, merged style, languages.
+    SNS_ASSERT_TEXT(SNS_SUCCESS == initSysConf(m_nCameraID, p_objModuleConfigure, &m_stSysConf),
+                    "SNS_SUCCESS == initSysConf(m_nCameraID,p_objModuleConfigure, &m_stSysConf)",
+                    "");
 
     // The factory values, from the style as the ISP's ranges rewrite it.
     m_nKeyValSum = 0;
