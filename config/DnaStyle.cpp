@@ -21,88 +21,166 @@ bool keepsStyleValue(u32 p_nCmd) {
            p_nCmd == KEY_AUTO_FOCUS_NEAR_LIMIT;
 }
 
-// Tells an element's id by reading its attribute: the exported helpers work
-// on any document, the host's included.
-struct AttributeIds {
-    bool has(const TiXmlElement* p_pElement, int p_nId) const {
-        const char* szId = p_pElement->Attribute("id");
-        return szId != nullptr && sensorAtoi(szId) == p_nId;
-    }
-};
-
-// The next element after p_pElement in document order, descendants first.
-TiXmlElement* nextInDocument(TiXmlElement* p_pElement) {
-    if (TiXmlElement* pChild = p_pElement->FirstChildElement())
-        return pChild;
-    for (TiXmlNode* pNode = p_pElement; pNode != nullptr; pNode = pNode->Parent()) {
-        if (TiXmlElement* pSibling = pNode->NextSiblingElement())
+// The element after p_pElement and its descendants in document order, within
+// p_pRoot's subtree; null after the last.
+TiXmlElement* afterSubtree(TiXmlElement* p_pElement, const TiXmlElement* p_pRoot) {
+    for (TiXmlElement* p = p_pElement; p != nullptr && p != p_pRoot;) {
+        if (TiXmlElement* pSibling = p->NextSiblingElement())
             return pSibling;
+        TiXmlNode* pParent = p->Parent();
+        p = pParent != nullptr ? pParent->ToElement() : nullptr;
     }
     return nullptr;
 }
 
-// getDnaStyle searches its own document by id once per dynamic command and
-// once per kept value: the ids are read and converted once, each element's
-// user data pointing at its own. The document outlives the cache, and the
-// walks change values and remove choices, never ids.
+// Tells ids by reading each element's attribute as the walk meets it: the
+// exported helpers work on any document, the host's included.
+class AttributeIds {
+public:
+    // The elements of a subtree with an id, in document order; a match's
+    // descendants are not searched (its children are its choices), the rest
+    // of the subtree is.
+    class Walk {
+    public:
+        explicit Walk(TiXmlElement* p_pRoot) : m_pRoot(p_pRoot), m_pAt(p_pRoot) {}
+        TiXmlElement* nextWithId(int p_nId) {
+            while (m_pAt != nullptr) {
+                TiXmlElement* p = m_pAt;
+                const char* szId = p->Attribute("id");
+                if (szId != nullptr && sensorAtoi(szId) == p_nId) {
+                    m_pAt = afterSubtree(p, m_pRoot);
+                    return p;
+                }
+                TiXmlElement* pChild = p->FirstChildElement();
+                m_pAt = pChild != nullptr ? pChild : afterSubtree(p, m_pRoot);
+            }
+            return nullptr;
+        }
+
+    private:
+        const TiXmlElement* m_pRoot;
+        TiXmlElement* m_pAt;
+    };
+
+    Walk walk(TiXmlElement* p_pRoot) const { return Walk(p_pRoot); }
+    void forget(TiXmlElement*) {}
+};
+
+// getDnaStyle walks its own document once per dynamic command and once per
+// kept value. Its elements are listed once, in document order, each with its
+// id read and converted and the end of its subtree, so that every walk runs
+// down a flat list instead of the tree. The walks change values and remove
+// choices and items, never ids; what they remove is marked in the list
+// before it goes, so no walk reaches it again. The document outlives the list.
 class IdCache {
+    struct Entry {
+        TiXmlElement* pElement;
+        size_t nEnd; // one past the last of its descendants
+        int nId;
+        bool bHas;
+        bool bGone;
+    };
+
 public:
     explicit IdCache(TiXmlElement* p_pRoot) {
-        size_t nCount = 0;
-        for (TiXmlElement* p = p_pRoot; p != nullptr; p = nextInDocument(p))
-            ++nCount;
-        m_vecIds.reserve(nCount);
-        for (TiXmlElement* p = p_pRoot; p != nullptr; p = nextInDocument(p)) {
-            const char* szId = p->Attribute("id");
-            m_vecIds.push_back({szId != nullptr, szId != nullptr ? sensorAtoi(szId) : 0});
-            p->SetUserData(&m_vecIds.back());
-        }
+        if (p_pRoot == nullptr)
+            return;
+        m_vecEntries.reserve(count(p_pRoot));
+        add(p_pRoot);
     }
     IdCache(const IdCache&) = delete;
     IdCache& operator=(const IdCache&) = delete;
 
-    bool has(const TiXmlElement* p_pElement, int p_nId) const {
-        const auto* pCached = static_cast<const CachedId*>(p_pElement->GetUserData());
-        if (pCached == nullptr)
-            return AttributeIds().has(p_pElement, p_nId);
-        return pCached->bHas && pCached->nId == p_nId;
+    // The same walk as AttributeIds', over a listed element's subtree.
+    class Walk {
+    public:
+        Walk(std::vector<Entry>& p_vecEntries, size_t p_nAt, size_t p_nEnd)
+            : m_vecEntries(p_vecEntries), m_nAt(p_nAt), m_nEnd(p_nEnd) {}
+        TiXmlElement* nextWithId(int p_nId) {
+            while (m_nAt < m_nEnd) {
+                const Entry& stEntry = m_vecEntries[m_nAt];
+                if (stEntry.bGone) {
+                    m_nAt = stEntry.nEnd;
+                } else if (stEntry.bHas && stEntry.nId == p_nId) {
+                    m_nAt = stEntry.nEnd;
+                    return stEntry.pElement;
+                } else {
+                    ++m_nAt;
+                }
+            }
+            return nullptr;
+        }
+
+    private:
+        std::vector<Entry>& m_vecEntries;
+        size_t m_nAt;
+        size_t m_nEnd;
+    };
+
+    Walk walk(TiXmlElement* p_pRoot) {
+        const Entry* pEntry = entryOf(p_pRoot);
+        if (pEntry == nullptr)
+            return Walk(m_vecEntries, 0, 0);
+        const size_t nAt = static_cast<size_t>(pEntry - m_vecEntries.data());
+        return Walk(m_vecEntries, nAt, pEntry->nEnd);
+    }
+
+    // Called before p_pElement leaves the document.
+    void forget(TiXmlElement* p_pElement) {
+        if (Entry* pEntry = entryOf(p_pElement))
+            pEntry->bGone = true;
     }
 
 private:
-    struct CachedId {
-        bool bHas;
-        int nId;
-    };
-    std::vector<CachedId> m_vecIds;
+    static size_t count(const TiXmlElement* p_pElement) {
+        size_t nCount = 1;
+        for (const TiXmlElement* pChild = p_pElement->FirstChildElement(); pChild != nullptr;
+             pChild = pChild->NextSiblingElement())
+            nCount += count(pChild);
+        return nCount;
+    }
+
+    // Lists p_pElement and its descendants; each element's user data points
+    // at its entry (the room was reserved, so the entries stay put).
+    void add(TiXmlElement* p_pElement) {
+        const size_t nAt = m_vecEntries.size();
+        const char* szId = p_pElement->Attribute("id");
+        m_vecEntries.push_back(
+            {p_pElement, 0, szId != nullptr ? sensorAtoi(szId) : 0, szId != nullptr, false});
+        p_pElement->SetUserData(&m_vecEntries[nAt]);
+        for (TiXmlElement* pChild = p_pElement->FirstChildElement(); pChild != nullptr;
+             pChild = pChild->NextSiblingElement())
+            add(pChild);
+        m_vecEntries[nAt].nEnd = m_vecEntries.size();
+    }
+
+    Entry* entryOf(TiXmlElement* p_pElement) {
+        return p_pElement != nullptr ? static_cast<Entry*>(p_pElement->GetUserData()) : nullptr;
+    }
+
+    std::vector<Entry> m_vecEntries;
 };
 
-// The depth-first search shared by the id helpers: visit(element) for every
-// element with the id, in document order; a match's descendants are not
-// searched, the rest of the document is.
+// visit(element) for every element with the id, in document order; a
+// match's descendants are not searched, the rest of the document is.
 template <typename Ids, typename Visit>
-int forEachWithId(TiXmlElement* p_pElement, int p_nId, const Ids& p_objIds, Visit visit) {
+int forEachWithId(TiXmlElement* p_pElement, int p_nId, Ids& p_objIds, Visit visit) {
     if (p_pElement == nullptr)
         return 0;
-    if (p_objIds.has(p_pElement, p_nId)) {
-        visit(p_pElement);
-        return 0;
-    }
-    for (TiXmlElement* pChild = p_pElement->FirstChildElement(); pChild != nullptr;
-         pChild = pChild->NextSiblingElement()) {
-        if (forEachWithId(pChild, p_nId, p_objIds, visit) != 0)
-            return -1;
-    }
+    auto objWalk = p_objIds.walk(p_pElement);
+    while (TiXmlElement* pMatch = objWalk.nextWithId(p_nId))
+        visit(pMatch);
     return 0;
 }
 
 template <typename Ids>
-int nodeByCmdId(TiXmlElement* p_pElement, int p_nId, const Ids& p_objIds, TiXmlElement*& p_pFound) {
+int nodeByCmdId(TiXmlElement* p_pElement, int p_nId, Ids& p_objIds, TiXmlElement*& p_pFound) {
     return forEachWithId(p_pElement, p_nId, p_objIds,
                          [&](TiXmlElement* pMatch) { p_pFound = pMatch; });
 }
 
 template <typename Ids>
-int dnaValByCmdId(TiXmlElement* p_pElement, int p_nId, const Ids& p_objIds, int& p_nValue) {
+int dnaValByCmdId(TiXmlElement* p_pElement, int p_nId, Ids& p_objIds, int& p_nValue) {
     return forEachWithId(p_pElement, p_nId, p_objIds, [&](TiXmlElement* pMatch) {
         if (const char* szValue = pMatch->Attribute("value"))
             p_nValue = sensorAtoi(szValue);
@@ -114,20 +192,26 @@ u32 validItems(const ia_dynamic_params_attr_st& p_stRange) {
     return std::min<u32>(p_stRange.items_cnt, IA_DYNAMIC_ITEMS_MAX);
 }
 
-void deleteItemById(TiXmlElement* p_pRoot, int p_nId, const IdCache& p_objIds) {
+void deleteItemById(TiXmlElement* p_pRoot, int p_nId, IdCache& p_objIds) {
     TiXmlElement* pFound = nullptr;
     nodeByCmdId(p_pRoot, p_nId, p_objIds, pFound);
+    // DeleteNode removes an element under another element (never the root).
+    const TiXmlNode* pParent = pFound != nullptr ? pFound->Parent() : nullptr;
+    if (pParent != nullptr && pParent->ToElement() != nullptr)
+        p_objIds.forget(pFound);
     DeleteNode(p_pRoot, pFound);
 }
 
 } // namespace
 
 int getNodebyCmdId(TiXmlElement* p_pElement, int p_nId, TiXmlElement*& p_pFound) {
-    return nodeByCmdId(p_pElement, p_nId, AttributeIds(), p_pFound);
+    AttributeIds objIds;
+    return nodeByCmdId(p_pElement, p_nId, objIds, p_pFound);
 }
 
 int getDnaValbyCmdId(TiXmlElement* p_pElement, int p_nId, int& p_nValue) {
-    return dnaValByCmdId(p_pElement, p_nId, AttributeIds(), p_nValue);
+    AttributeIds objIds;
+    return dnaValByCmdId(p_pElement, p_nId, objIds, p_nValue);
 }
 
 int ModifyNodebyCmdId(TiXmlElement* p_pElement, int p_nId) {
@@ -138,7 +222,8 @@ int ModifyNodebyCmdId(TiXmlElement* p_pElement, int p_nId) {
         nOther = KEY_BLC_SWITCH;
     else if (p_nId == KEY_BLC_SWITCH)
         nOther = KEY_HLC_SWITCH;
-    return forEachWithId(p_pElement, p_nId, AttributeIds(), [&](TiXmlElement* pMatch) {
+    AttributeIds objIds;
+    return forEachWithId(p_pElement, p_nId, objIds, [&](TiXmlElement* pMatch) {
         if (nOther >= 0)
             pMatch->SetAttribute("enable_list", nOther);
     });
@@ -160,20 +245,21 @@ namespace {
 // messages name the function the host knows.
 template <typename Ids>
 int doDnaStyle(TiXmlElement* p_pElement, int p_nCmd, const ia_dynamic_params_attr_st* p_pRange,
-               const Ids& p_objIds) {
+               Ids& p_objIds) {
     if (p_pElement == nullptr)
         return 0;
     if (p_pRange == nullptr)
         return -1;
-    if (p_objIds.has(p_pElement, p_nCmd)) {
+    auto objWalk = p_objIds.walk(p_pElement);
+    while (TiXmlElement* pItem = objWalk.nextWithId(p_nCmd)) {
         SNS_DBG("_________________cmd(%d) default(%d)__________________\n", p_nCmd,
                 static_cast<int>(p_pRange->default_value));
-        p_pElement->SetAttribute("value", static_cast<int>(p_pRange->default_value));
+        pItem->SetAttribute("value", static_cast<int>(p_pRange->default_value));
 
         // The choices the ISP does not offer leave the list.
         const u32 nItems = validItems(*p_pRange);
         TiXmlElement* pNext = nullptr;
-        for (TiXmlElement* pChoice = p_pElement->FirstChildElement(); pChoice != nullptr;
+        for (TiXmlElement* pChoice = pItem->FirstChildElement(); pChoice != nullptr;
              pChoice = pNext) {
             pNext = pChoice->NextSiblingElement();
             const char* szIndex = pChoice->Attribute("index");
@@ -183,15 +269,10 @@ int doDnaStyle(TiXmlElement* p_pElement, int p_nCmd, const ia_dynamic_params_att
             const u32* pEnd = p_pRange->item + nItems;
             if (std::find(p_pRange->item, pEnd, nIndex) == pEnd) {
                 SNS_DBG("_________________delete comboitem(%s)__________________\n", szIndex);
-                p_pElement->RemoveChild(pChoice);
+                p_objIds.forget(pChoice);
+                pItem->RemoveChild(pChoice);
             }
         }
-        return 0;
-    }
-    for (TiXmlElement* pChild = p_pElement->FirstChildElement(); pChild != nullptr;
-         pChild = pChild->NextSiblingElement()) {
-        if (doDnaStyle(pChild, p_nCmd, p_pRange, p_objIds) != 0)
-            return -1;
     }
     return 0;
 }
@@ -199,7 +280,8 @@ int doDnaStyle(TiXmlElement* p_pElement, int p_nCmd, const ia_dynamic_params_att
 } // namespace
 
 int doDnaStyle(TiXmlElement* p_pElement, int p_nCmd, const ia_dynamic_params_attr_st* p_pRange) {
-    return doDnaStyle(p_pElement, p_nCmd, p_pRange, AttributeIds());
+    AttributeIds objIds;
+    return doDnaStyle(p_pElement, p_nCmd, p_pRange, objIds);
 }
 
 int getDnaStyle(int p_channelID, const char* p_szStyle, std::string& p_strOut,
@@ -219,7 +301,7 @@ int getDnaStyle(int p_channelID, const char* p_szStyle, std::string& p_strOut,
     SNS_ASSERT_TEXT(objStyleXmlDoc.LoadMem(p_szStyle, TIXML_ENCODING_UTF8),
                     "objStyleXmlDoc.LoadMem(szStyle, TIXML_ENCODING_UTF8)", "");
     TiXmlElement* pRoot = objStyleXmlDoc.RootElement();
-    const IdCache objIds(pRoot);
+    IdCache objIds(pRoot);
 
     SNS_DBG("dnaCmdList.cmd_cnt(%d)\n", static_cast<int>(dnaCmdList.cmd_cnt));
     // The list holds 16 commands whatever count the ISP claims.

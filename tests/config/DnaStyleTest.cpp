@@ -452,3 +452,129 @@ TEST(DnaStyle, StoredStyleTextIsNotModified) {
     rewrite(strStyle, true);
     EXPECT_EQ(strCopy, strStyle);
 }
+
+namespace {
+
+// The rewrite as the exported one-command helpers make it, each command
+// walking the tree anew: what getDnaStyle's own walks must give. Only for
+// commands whose style value is not kept (those take a path of their own).
+std::string rewriteCommandByCommand(const std::string& text, bool showWdr) {
+    SensorXmlDocument objDoc;
+    objDoc.LoadMem(text.c_str(), TIXML_ENCODING_UTF8);
+    TiXmlElement* pRoot = objDoc.RootElement();
+    ia_dynamic_params_cmds_st stList{};
+    (void)ia_ioctrl_v2(0, IA_CMD_DYNAMIC_PARAMS_CMDS_GET, IA_CMD_OPT_GET, &stList);
+    ia_dynamic_params_attr_st stRange{};
+    for (u32 i = 0; i < stList.cmd_cnt && i < IA_DYNAMIC_CMDS_MAX; ++i) {
+        const int nCmd = static_cast<int>(stList.cmd_list[i]);
+        (void)ia_ioctrl_v2(0, nCmd, IA_CMD_OPT_GET_PARAM_RNAGE, &stRange);
+        (void)doDnaStyle(pRoot, nCmd, &stRange);
+    }
+    for (const int nId : {KEY_EMPTY1, KEY_EMPTY2}) {
+        if (nId == KEY_EMPTY1 ? !showWdr : !getshowBeawayFalg())
+            continue;
+        TiXmlElement* pFound = nullptr;
+        getNodebyCmdId(pRoot, nId, pFound);
+        DeleteNode(pRoot, pFound);
+    }
+    std::string strOut;
+    objDoc.getXmlString(strOut);
+    return strOut;
+}
+
+// Every combination of the two deletions, rewritten both ways.
+void expectSameAsCommandByCommand(const std::string& text) {
+    BeawayFlagGuard objGuard;
+    for (const bool bBeaway : {false, true}) {
+        for (const bool bShowWdr : {false, true}) {
+            setshowBeawayFalg(bBeaway);
+            EXPECT_EQ(rewriteCommandByCommand(text, bShowWdr), rewrite(text, bShowWdr))
+                << "beaway " << bBeaway << ", show WDR " << bShowWdr;
+        }
+    }
+}
+
+} // namespace
+
+TEST(DnaStyle, SampleStylesRewriteAsCommandByCommand) {
+    testsupport::TempDeviceRoot root;
+    const std::vector<uint32_t> vecCmds = {KEY_BRIGHTNESS, KEY_METER_AREA, KEY_DN_MODE, KEY_WB_MODE,
+                                           KEY_GAMMA};
+    sim::Isp::instance().setDynamicCommands(vecCmds);
+    for (const uint32_t nCmd : vecCmds)
+        sim::Isp::instance().setListRange(static_cast<int>(nCmd), 2, {0, 2, 5});
+    size_t nChanged = 0;
+    for (const char* szName : {"Style.xml", "Style_dome.xml", "Style_Thermal.xml"}) {
+        const std::string strStyle = testsupport::readFile(testsupport::kSampleSensorConfig +
+                                                           "style/" + std::string(szName));
+        ASSERT_FALSE(strStyle.empty()) << szName;
+        expectSameAsCommandByCommand(strStyle);
+        if (rewrite(strStyle) != reserialised(strStyle))
+            ++nChanged;
+    }
+    // The ranges did rewrite the samples: the comparison saw real changes.
+    EXPECT_EQ(3u, nChanged);
+}
+
+TEST(DnaStyle, ChoiceRemovedByOneCommandIsNotReachedByTheNext) {
+    testsupport::TempDeviceRoot root;
+    sim::Isp::instance().setDynamicCommands({96, 144});
+    sim::Isp::instance().setListRange(96, 1, {1, 3});
+    sim::Isp::instance().setListRange(144, 2, {2});
+    // The choice of 96 that the ISP does not offer carries 144's id; once it
+    // is gone, 144 rewrites only the item that is left.
+    const std::string strStyle =
+        style("<item id=\"96\" value=\"0\"><option index=\"1\" />"
+              "<option index=\"2\" id=\"144\" value=\"7\"><option index=\"0\" /></option>"
+              "<option index=\"3\" /></item>" +
+              choiceItem(144, 0, {0, 2}));
+    Doc objOut(rewrite(strStyle));
+    ASSERT_EQ(1u, objOut.all(144).size());
+    EXPECT_EQ("2", objOut.value(144));
+    EXPECT_EQ(strings({2}), objOut.choices(144));
+    EXPECT_EQ(strings({1, 3}), objOut.choices(96));
+    expectSameAsCommandByCommand(strStyle);
+}
+
+TEST(DnaStyle, ItemInsideADeletedItemIsNotReachedAgain) {
+    testsupport::TempDeviceRoot root;
+    BeawayFlagGuard objGuard;
+    setshowBeawayFalg(true);
+    // Item 11's last match lies inside item 10: deleting 10 takes it along,
+    // and the beaway deletion then finds the first 11.
+    const std::string strStyle =
+        style(plainItem(11, 1) + plainItem(34, 50) + "<item id=\"10\" value=\"0\">" +
+              plainItem(11, 2) + "</item>");
+    Doc objOut(rewrite(strStyle, true));
+    EXPECT_EQ(nullptr, objOut.item(10));
+    EXPECT_EQ(nullptr, objOut.item(11));
+    EXPECT_NE(nullptr, objOut.item(34));
+    expectSameAsCommandByCommand(strStyle);
+}
+
+TEST(DnaStyle, WalkStoppedByAChoiceWithoutIndexRewritesAsCommandByCommand) {
+    testsupport::TempDeviceRoot root;
+    sim::Isp::instance().setDynamicCommands({96, 144});
+    sim::Isp::instance().setListRange(96, 1, {1});
+    sim::Isp::instance().setListRange(144, 2, {2});
+    // 96's walk stops at its first item: the second keeps its value and
+    // choices; nested and root-level matches of 144 follow the tree's order.
+    const std::string strStyle =
+        "<root id=\"144\" value=\"9\"><item id=\"96\" value=\"0\"><option />"
+        "<option index=\"3\" /></item>" +
+        choiceItem(96, 0, {0, 1, 2}) + choiceItem(144, 0, {0, 2}) + "</root>";
+    CaptureStdout();
+    const std::string strOut = rewrite(strStyle);
+    expectSameAsCommandByCommand(strStyle);
+    (void)GetCapturedStdout();
+    Doc objOut(strOut);
+    const std::vector<TiXmlElement*> vecItems = objOut.all(96);
+    ASSERT_EQ(2u, vecItems.size());
+    EXPECT_STREQ("1", vecItems[0]->Attribute("value"));
+    EXPECT_STREQ("0", vecItems[1]->Attribute("value"));
+    // The root matched 144: nothing inside it was searched for 144.
+    const std::vector<TiXmlElement*> vecThresholds = objOut.all(144);
+    ASSERT_EQ(2u, vecThresholds.size());
+    EXPECT_STREQ("2", vecThresholds[0]->Attribute("value"));
+    EXPECT_STREQ("0", vecThresholds[1]->Attribute("value"));
+}
