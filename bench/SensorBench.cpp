@@ -337,60 +337,87 @@ void floorInitFiles(benchmark::State& state) {
 // then start-up's counted decisions (one stat each) and ISP calls. The
 // rewritten style of the last parse is stood for by the merged style, of
 // the same size.
-void floorInitReplay(benchmark::State& state, bool p_bTracked) {
-    useSign(false);
-    const std::string strStyle = readDeviceFile(kStylePath);
-    const std::string strDiversity = readDeviceFile(kDiversityPath);
-    const std::string strMerged = readDeviceFile(kMergePath);
-    if (strStyle.empty() || strDiversity.empty() || strMerged.empty()) {
-        state.SkipWithError("the sample style documents are missing");
-        return;
+// p_bTracked: TinyXML's default, tracking parse, or the library's own.
+class StartUpReplay {
+public:
+    explicit StartUpReplay(bool p_bTracked)
+        : m_bTracked(p_bTracked), m_strStyle(readDeviceFile(kStylePath)),
+          m_strDiversity(readDeviceFile(kDiversityPath)), m_strMerged(readDeviceFile(kMergePath)),
+          m_strSign(g_pRoot->real(bench::kSignDevicePath)) {
+        static const Counts s_stInit = countInitUinit();
+        m_stCounts = s_stInit;
+        m_nStats = std::lround(s_stInit.dDecisions);
+        m_nIspCalls = std::lround(s_stInit.dIspCalls);
     }
-    static const Counts s_stInit = countInitUinit();
-    const long nStats = std::lround(s_stInit.dDecisions);
-    const long nIspCalls = std::lround(s_stInit.dIspCalls);
-    state.counters["decisions"] = s_stInit.dDecisions;
-    state.counters["isp_calls"] = s_stInit.dIspCalls;
-    const std::string strSign = g_pRoot->real(bench::kSignDevicePath);
-    auto parse = [p_bTracked](TiXmlDocument& doc, const std::string& text) {
-        if (!p_bTracked)
-            doc.SetTabSize(0);
-        doc.Parse(text.c_str(), nullptr, TIXML_ENCODING_UTF8);
-        benchmark::DoNotOptimize(doc.RootElement());
-    };
-    auto print = [](const TiXmlDocument& doc) {
-        TiXmlPrinter objPrinter;
-        doc.Accept(&objPrinter);
-        std::string strOut = objPrinter.Str();
-        benchmark::DoNotOptimize(strOut.data());
-    };
-    HostTraceTrim objTrim(16);
-    u32 nValue = 50;
-    struct stat st;
-    for (auto _ : state) {
+    bool ok() const {
+        return !m_strStyle.empty() && !m_strDiversity.empty() && !m_strMerged.empty();
+    }
+    const Counts& counts() const { return m_stCounts; }
+
+    void run() {
         {
             TiXmlDocument objStyle;
             TiXmlDocument objDiversity;
-            parse(objStyle, strStyle);
-            parse(objDiversity, strDiversity);
+            parse(objStyle, m_strStyle);
+            parse(objDiversity, m_strDiversity);
             print(objStyle);
         }
         {
             TiXmlDocument objMerged;
-            parse(objMerged, strMerged);
+            parse(objMerged, m_strMerged);
             print(objMerged);
         }
         {
             TiXmlDocument objRewritten;
-            parse(objRewritten, strMerged);
+            parse(objRewritten, m_strMerged);
         }
-        for (long i = 0; i < nStats; ++i)
-            benchmark::DoNotOptimize(::stat(strSign.c_str(), &st));
-        for (long i = 0; i < nIspCalls; ++i) {
-            nValue ^= 1;
+        struct stat st;
+        for (long i = 0; i < m_nStats; ++i)
+            benchmark::DoNotOptimize(::stat(m_strSign.c_str(), &st));
+        for (long i = 0; i < m_nIspCalls; ++i) {
+            m_nValue ^= 1;
             benchmark::DoNotOptimize(
-                ia_ioctrl_v2(0, sensor_keys::commandOf(KEY_BRIGHTNESS), 0, &nValue));
+                ia_ioctrl_v2(0, sensor_keys::commandOf(KEY_BRIGHTNESS), 0, &m_nValue));
         }
+    }
+
+private:
+    void parse(TiXmlDocument& p_objDoc, const std::string& p_strText) const {
+        if (!m_bTracked)
+            p_objDoc.SetTabSize(0);
+        p_objDoc.Parse(p_strText.c_str(), nullptr, TIXML_ENCODING_UTF8);
+        benchmark::DoNotOptimize(p_objDoc.RootElement());
+    }
+    static void print(const TiXmlDocument& p_objDoc) {
+        TiXmlPrinter objPrinter;
+        p_objDoc.Accept(&objPrinter);
+        std::string strOut = objPrinter.Str();
+        benchmark::DoNotOptimize(strOut.data());
+    }
+
+    const bool m_bTracked;
+    const std::string m_strStyle;
+    const std::string m_strDiversity;
+    const std::string m_strMerged;
+    const std::string m_strSign;
+    Counts m_stCounts;
+    long m_nStats = 0;
+    long m_nIspCalls = 0;
+    u32 m_nValue = 50;
+};
+
+void floorInitReplay(benchmark::State& state, bool p_bTracked) {
+    useSign(false);
+    StartUpReplay objReplay(p_bTracked);
+    if (!objReplay.ok()) {
+        state.SkipWithError("the sample style documents are missing");
+        return;
+    }
+    state.counters["decisions"] = objReplay.counts().dDecisions;
+    state.counters["isp_calls"] = objReplay.counts().dIspCalls;
+    HostTraceTrim objTrim(16);
+    for (auto _ : state) {
+        objReplay.run();
         objTrim.tick();
     }
 }
@@ -622,6 +649,49 @@ void benchInitUinit(benchmark::State& state, const std::string& p_strName) {
         objCamera.clearNotices();
         objTrim.tick();
     }
+}
+
+// ---------------------------------------------------------------------------
+// Instructions, which the machine's load does not move: under callgrind,
+// scripts/bench-instructions.sh collects only inside the two functions below
+// and divides by kInstructionRuns. Each side runs once first, outside them,
+// so that neither pays for first calls.
+
+const int kInstructionRuns = 16;
+
+__attribute__((noinline)) void instructionsOfStartUps(StartStopCamera& p_objCamera) {
+    for (int i = 0; i < kInstructionRuns; ++i)
+        p_objCamera.initUinit();
+}
+
+__attribute__((noinline)) void instructionsOfReplays(StartUpReplay& p_objReplay) {
+    for (int i = 0; i < kInstructionRuns; ++i)
+        p_objReplay.run();
+}
+
+void benchInstructions(benchmark::State& state, bool p_bStartUp) {
+    useSign(false);
+    // The replay first: its one counting pass starts and stops a camera of
+    // its own, which would release this one's held worker and time scale.
+    StartUpReplay objReplay(false);
+    if (!objReplay.ok()) {
+        state.SkipWithError("the sample style documents are missing");
+        return;
+    }
+    StartStopCamera objCamera;
+    if (p_bStartUp)
+        objCamera.initUinit();
+    else
+        objReplay.run();
+    state.counters["runs"] = kInstructionRuns;
+    for (auto _ : state) {
+        if (p_bStartUp)
+            instructionsOfStartUps(objCamera);
+        else
+            instructionsOfReplays(objReplay);
+    }
+    objCamera.clearNotices();
+    sim::Isp::instance().clearTrace();
 }
 
 // ---------------------------------------------------------------------------
@@ -897,6 +967,14 @@ int main(int argc, char** argv) {
     add("init_uinit", [](benchmark::State& s) {
         benchInitUinit(s, "init_uinit");
     })->Unit(benchmark::kMillisecond);
+    // Fixed runs for scripts/bench-instructions.sh (each a few milliseconds).
+    for (const bool bStartUp : {true, false}) {
+        add(bStartUp ? "instructions/init_uinit" : "instructions/init_replay_untracked",
+            [bStartUp](benchmark::State& s) { benchInstructions(s, bStartUp); })
+            ->Iterations(1)
+            ->Repetitions(1)
+            ->Unit(benchmark::kMillisecond);
+    }
     add("idle_worker/fixed_scheme", [](benchmark::State& s) { benchIdleWorker(s, false); })
         ->Iterations(1)
         ->Repetitions(1)
