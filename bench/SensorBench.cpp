@@ -349,8 +349,13 @@ public:
         m_nStats = std::lround(s_stInit.dDecisions);
         m_nIspCalls = std::lround(s_stInit.dIspCalls);
     }
-    bool ok() const {
-        return !m_strStyle.empty() && !m_strDiversity.empty() && !m_strMerged.empty();
+    // Whether the sample documents were read; a benchmark without them is
+    // skipped with the reason.
+    bool readyFor(benchmark::State& state) const {
+        if (!m_strStyle.empty() && !m_strDiversity.empty() && !m_strMerged.empty())
+            return true;
+        state.SkipWithError("the sample style documents are missing");
+        return false;
     }
     const Counts& counts() const { return m_stCounts; }
 
@@ -409,10 +414,8 @@ private:
 void floorInitReplay(benchmark::State& state, bool p_bTracked) {
     useSign(false);
     StartUpReplay objReplay(p_bTracked);
-    if (!objReplay.ok()) {
-        state.SkipWithError("the sample style documents are missing");
+    if (!objReplay.readyFor(state))
         return;
-    }
     state.counters["decisions"] = objReplay.counts().dDecisions;
     state.counters["isp_calls"] = objReplay.counts().dIspCalls;
     HostTraceTrim objTrim(16);
@@ -674,10 +677,8 @@ void benchInstructions(benchmark::State& state, bool p_bStartUp) {
     // The replay first: its one counting pass starts and stops a camera of
     // its own, which would release this one's held worker and time scale.
     StartUpReplay objReplay(false);
-    if (!objReplay.ok()) {
-        state.SkipWithError("the sample style documents are missing");
+    if (!objReplay.readyFor(state))
         return;
-    }
     StartStopCamera objCamera;
     if (p_bStartUp)
         objCamera.initUinit();
