@@ -2,6 +2,7 @@
 #include "config/DnaStyle.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <vector>
@@ -31,6 +32,13 @@ TiXmlElement* afterSubtree(TiXmlElement* p_pElement, const TiXmlElement* p_pRoot
         p = pParent != nullptr ? pParent->ToElement() : nullptr;
     }
     return nullptr;
+}
+
+// The element a node can be removed from: its parent when that is an
+// element. The document's root element has the document as parent and stays.
+TiXmlNode* elementParentOf(TiXmlElement* p_pElement) {
+    TiXmlNode* pParent = p_pElement != nullptr ? p_pElement->Parent() : nullptr;
+    return pParent != nullptr && pParent->ToElement() != nullptr ? pParent : nullptr;
 }
 
 // Tells ids by reading each element's attribute as the walk meets it: the
@@ -83,10 +91,8 @@ class IdCache {
 
 public:
     explicit IdCache(TiXmlElement* p_pRoot) {
-        if (p_pRoot == nullptr)
-            return;
-        m_vecEntries.reserve(count(p_pRoot));
-        add(p_pRoot);
+        if (p_pRoot != nullptr)
+            add(p_pRoot);
     }
     IdCache(const IdCache&) = delete;
     IdCache& operator=(const IdCache&) = delete;
@@ -118,44 +124,37 @@ public:
     };
 
     Walk walk(TiXmlElement* p_pRoot) {
-        const Entry* pEntry = entryOf(p_pRoot);
-        if (pEntry == nullptr)
-            return Walk(m_vecEntries, 0, 0);
-        const size_t nAt = static_cast<size_t>(pEntry - m_vecEntries.data());
-        return Walk(m_vecEntries, nAt, pEntry->nEnd);
+        const size_t nAt = indexOf(p_pRoot);
+        return nAt < m_vecEntries.size() ? Walk(m_vecEntries, nAt, m_vecEntries[nAt].nEnd)
+                                         : Walk(m_vecEntries, 0, 0);
     }
 
     // Called before p_pElement leaves the document.
     void forget(TiXmlElement* p_pElement) {
-        if (Entry* pEntry = entryOf(p_pElement))
-            pEntry->bGone = true;
+        const size_t nAt = indexOf(p_pElement);
+        if (nAt < m_vecEntries.size())
+            m_vecEntries[nAt].bGone = true;
     }
 
 private:
-    static size_t count(const TiXmlElement* p_pElement) {
-        size_t nCount = 1;
-        for (const TiXmlElement* pChild = p_pElement->FirstChildElement(); pChild != nullptr;
-             pChild = pChild->NextSiblingElement())
-            nCount += count(pChild);
-        return nCount;
-    }
-
-    // Lists p_pElement and its descendants; each element's user data points
-    // at its entry (the room was reserved, so the entries stay put).
+    // Lists p_pElement and its descendants; each element's user data holds
+    // its entry's index plus one (an unlisted element's is null).
     void add(TiXmlElement* p_pElement) {
         const size_t nAt = m_vecEntries.size();
         const char* szId = p_pElement->Attribute("id");
         m_vecEntries.push_back(
             {p_pElement, 0, szId != nullptr ? sensorAtoi(szId) : 0, szId != nullptr, false});
-        p_pElement->SetUserData(&m_vecEntries[nAt]);
+        p_pElement->SetUserData(reinterpret_cast<void*>(static_cast<uintptr_t>(nAt + 1)));
         for (TiXmlElement* pChild = p_pElement->FirstChildElement(); pChild != nullptr;
              pChild = pChild->NextSiblingElement())
             add(pChild);
         m_vecEntries[nAt].nEnd = m_vecEntries.size();
     }
 
-    Entry* entryOf(TiXmlElement* p_pElement) {
-        return p_pElement != nullptr ? static_cast<Entry*>(p_pElement->GetUserData()) : nullptr;
+    // The element's entry index; past the end for an unlisted element.
+    size_t indexOf(TiXmlElement* p_pElement) const {
+        const void* pData = p_pElement != nullptr ? p_pElement->GetUserData() : nullptr;
+        return static_cast<size_t>(reinterpret_cast<uintptr_t>(pData)) - 1;
     }
 
     std::vector<Entry> m_vecEntries;
@@ -163,25 +162,22 @@ private:
 
 // visit(element) for every element with the id, in document order; a
 // match's descendants are not searched, the rest of the document is.
+// A null element has no matches.
 template <typename Ids, typename Visit>
-int forEachWithId(TiXmlElement* p_pElement, int p_nId, Ids& p_objIds, Visit visit) {
-    if (p_pElement == nullptr)
-        return 0;
+void forEachWithId(TiXmlElement* p_pElement, int p_nId, Ids& p_objIds, Visit visit) {
     auto objWalk = p_objIds.walk(p_pElement);
     while (TiXmlElement* pMatch = objWalk.nextWithId(p_nId))
         visit(pMatch);
-    return 0;
 }
 
 template <typename Ids>
-int nodeByCmdId(TiXmlElement* p_pElement, int p_nId, Ids& p_objIds, TiXmlElement*& p_pFound) {
-    return forEachWithId(p_pElement, p_nId, p_objIds,
-                         [&](TiXmlElement* pMatch) { p_pFound = pMatch; });
+void nodeByCmdId(TiXmlElement* p_pElement, int p_nId, Ids& p_objIds, TiXmlElement*& p_pFound) {
+    forEachWithId(p_pElement, p_nId, p_objIds, [&](TiXmlElement* pMatch) { p_pFound = pMatch; });
 }
 
 template <typename Ids>
-int dnaValByCmdId(TiXmlElement* p_pElement, int p_nId, Ids& p_objIds, int& p_nValue) {
-    return forEachWithId(p_pElement, p_nId, p_objIds, [&](TiXmlElement* pMatch) {
+void dnaValByCmdId(TiXmlElement* p_pElement, int p_nId, Ids& p_objIds, int& p_nValue) {
+    forEachWithId(p_pElement, p_nId, p_objIds, [&](TiXmlElement* pMatch) {
         if (const char* szValue = pMatch->Attribute("value"))
             p_nValue = sensorAtoi(szValue);
     });
@@ -195,9 +191,8 @@ u32 validItems(const ia_dynamic_params_attr_st& p_stRange) {
 void deleteItemById(TiXmlElement* p_pRoot, int p_nId, IdCache& p_objIds) {
     TiXmlElement* pFound = nullptr;
     nodeByCmdId(p_pRoot, p_nId, p_objIds, pFound);
-    // DeleteNode removes an element under another element (never the root).
-    const TiXmlNode* pParent = pFound != nullptr ? pFound->Parent() : nullptr;
-    if (pParent != nullptr && pParent->ToElement() != nullptr)
+    // Only what DeleteNode takes out of the document leaves the list.
+    if (elementParentOf(pFound) != nullptr)
         p_objIds.forget(pFound);
     DeleteNode(p_pRoot, pFound);
 }
@@ -206,12 +201,14 @@ void deleteItemById(TiXmlElement* p_pRoot, int p_nId, IdCache& p_objIds) {
 
 int getNodebyCmdId(TiXmlElement* p_pElement, int p_nId, TiXmlElement*& p_pFound) {
     AttributeIds objIds;
-    return nodeByCmdId(p_pElement, p_nId, objIds, p_pFound);
+    nodeByCmdId(p_pElement, p_nId, objIds, p_pFound);
+    return 0;
 }
 
 int getDnaValbyCmdId(TiXmlElement* p_pElement, int p_nId, int& p_nValue) {
     AttributeIds objIds;
-    return dnaValByCmdId(p_pElement, p_nId, objIds, p_nValue);
+    dnaValByCmdId(p_pElement, p_nId, objIds, p_nValue);
+    return 0;
 }
 
 int ModifyNodebyCmdId(TiXmlElement* p_pElement, int p_nId) {
@@ -223,18 +220,17 @@ int ModifyNodebyCmdId(TiXmlElement* p_pElement, int p_nId) {
     else if (p_nId == KEY_BLC_SWITCH)
         nOther = KEY_HLC_SWITCH;
     AttributeIds objIds;
-    return forEachWithId(p_pElement, p_nId, objIds, [&](TiXmlElement* pMatch) {
+    forEachWithId(p_pElement, p_nId, objIds, [&](TiXmlElement* pMatch) {
         if (nOther >= 0)
             pMatch->SetAttribute("enable_list", nOther);
     });
+    return 0;
 }
 
 int DeleteNode(TiXmlElement* p_pRoot, TiXmlElement* p_pNode) {
     if (p_pRoot == nullptr || p_pNode == nullptr)
         return -1;
-    // The document's root element has the document, not an element, as parent.
-    TiXmlNode* pParent = p_pNode->Parent();
-    if (pParent != nullptr && pParent->ToElement() != nullptr)
+    if (TiXmlNode* pParent = elementParentOf(p_pNode))
         pParent->RemoveChild(p_pNode);
     return 0;
 }
