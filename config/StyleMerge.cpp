@@ -211,7 +211,8 @@ int mergeStyle(ModuleConfig* p_pstModuleConfig, char** ui_style, char* ui_styleD
         *ui_style = szMerged;
         std::memset(*ui_style, 0, nBlock);
         SNS_ASSERT_TEXT(loadFromFile(SENSOR_MERGE_STYLE_FILE, *ui_style, file_len) > 0,
-                        "loadFromFile(\"/tmp/merge_style.xml\", *ui_style, file_len) > 0", "");
+                        "loadFromFile(\"" SENSOR_MERGE_STYLE_FILE "\", *ui_style, file_len) > 0",
+                        "");
     }
     return SNS_SUCCESS;
 }

@@ -107,9 +107,7 @@ int initSysConf(int cameraId, const ModuleConfigure& p_objModuleConfigure, SysCo
     MachineInfo machineInfo;
     SNS_ASSERT_TEXT(
         SystemInfoParser::parseMachineInfo(sensorDevicePath(SENSOR_MACHINE_INFO_FILE), machineInfo),
-        "SystemInfoParser::parseMachineInfo(\"/mnt/mtd/code/factory_setting/machineinfo.ini\", "
-        "machineInfo)",
-        "");
+        "SystemInfoParser::parseMachineInfo(\"" SENSOR_MACHINE_INFO_FILE "\", machineInfo)", "");
 
     p_stSysConf->nDeviceType = static_cast<u32>(machineInfo.getDeviceType());
     // The detail names only five types; the accepted set is the expression's.

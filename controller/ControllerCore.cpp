@@ -15,14 +15,10 @@ using namespace sensor_detail;
 
 namespace {
 
-// The device type whose single visible channel is the second sensor.
-const int kDeviceTypeLpr = 13;
-
-// Lens commands 0x600..0x650 (auto focus mode to lens reset), swallowed while
-// the lens is locked.
+// Lens commands, auto focus mode to lens reset, swallowed while the lens is
+// locked.
 const u32 kLensCmdFirst = KEY_AUTO_FOCUS_MODE;
 const u32 kLensCmdEnd = KEY_LENS_RESET + 1;
-static_assert(kLensCmdFirst == 0x600 && kLensCmdEnd == 0x651, "the lens commands' range");
 
 // Day/night mode, thresholds and times: shared by schemes 0 and 1 when the
 // schemes follow day and night.
@@ -100,7 +96,7 @@ ISensorController::~ISensorController() {
 void ISensorController::setChannelID(int id) {
     m_nCameraID = id;
     // That device shows one channel, which is always the second sensor.
-    if (m_objMachineInfo.getDeviceType() == kDeviceTypeLpr)
+    if (m_objMachineInfo.getDeviceType() == DeviceType::LPR)
         m_nCameraID = 2;
 }
 
@@ -345,7 +341,7 @@ int ISensorController::notifyToVideo(int key, int value) {
     SNS_REQUIRE_LOCK();
     if (m_pVideoStreamModule == nullptr)
         return SNS_SUCCESS;
-    const int nChannel = m_objMachineInfo.getDeviceType() == kDeviceTypeLpr ? 1 : m_nCameraID;
+    const int nChannel = m_objMachineInfo.getDeviceType() == DeviceType::LPR ? 1 : m_nCameraID;
     return m_pVideoStreamModule->notifySensorParam(nChannel, key, value);
 }
 

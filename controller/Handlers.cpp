@@ -144,7 +144,7 @@ int ISensorController::doDNTime(u32 p_nKey, u32 p_nDir, void* p_pVal) {
         stTime.n2d_hour = nNew;
     else
         getKeyValFromCache(nScheme, KEY_NTD_H, stTime.n2d_hour);
-    // Every other key sets the minute to day (152 in practice).
+    // Every other key sets the minute to day (KEY_NTD_M in practice).
     if (p_nKey != KEY_DTN_H && p_nKey != KEY_DTN_M && p_nKey != KEY_NTD_H)
         stTime.n2d_min = nNew;
     else
