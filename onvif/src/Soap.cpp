@@ -70,9 +70,12 @@ SoapFault SoapFault::receiver(std::string p_strSub, std::string p_strSub2,
                      std::move(p_strReason)};
 }
 
+SoapFault SoapFault::notWellFormed(std::string p_strReason) {
+    return sender("ter:WellFormed", "", std::move(p_strReason));
+}
+
 SoapFault SoapFault::bodyTooLarge(size_t p_nLimit) {
-    return sender("ter:WellFormed", "",
-                  "request body exceeds " + std::to_string(p_nLimit) + " bytes");
+    return notWellFormed("request body exceeds " + std::to_string(p_nLimit) + " bytes");
 }
 
 // Text helpers ------------------------------------------------------------------
@@ -407,14 +410,22 @@ bool nestingWithin(const std::string& p_strText, int p_nMax) {
 using NsMap = std::map<std::string, std::string>;
 
 void convert(const TiXmlElement* p_pElem, const NsMap& p_objParent, XmlNode& p_objOut) {
-    NsMap scope = p_objParent;
+    // Most elements declare nothing and use their parent's scope as it is; an
+    // element that declares a namespace gets a scope of its own.
+    NsMap objOwn;
+    const NsMap* pScope = &p_objParent;
     for (const TiXmlAttribute* a = p_pElem->FirstAttribute(); a; a = a->Next()) {
         const std::string name = a->Name();
-        if (name == "xmlns")
-            scope[""] = a->Value();
-        else if (name.compare(0, 6, "xmlns:") == 0)
-            scope[name.substr(6)] = a->Value();
+        const bool bDefault = name == "xmlns";
+        if (!bDefault && name.compare(0, 6, "xmlns:") != 0)
+            continue;
+        if (pScope != &objOwn) {
+            objOwn = p_objParent;
+            pScope = &objOwn;
+        }
+        objOwn[bDefault ? std::string() : name.substr(6)] = a->Value();
     }
+    const NsMap& scope = *pScope;
     const std::string qname = p_pElem->Value();
     const size_t nColon = qname.find(':');
     const std::string prefix = nColon == std::string::npos ? "" : qname.substr(0, nColon);
@@ -543,7 +554,7 @@ HttpReply faultReply(const SoapFault& p_objFault) {
 }
 
 HttpReply notWellFormed(const std::string& p_strReason) {
-    return faultReply(SoapFault::sender("ter:WellFormed", "", p_strReason));
+    return faultReply(SoapFault::notWellFormed(p_strReason));
 }
 
 } // namespace
