@@ -46,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using sensorctl::ApiCall;
     const sensorctl::ApiRequest request =
         requestOf(std::string(reinterpret_cast<const char*>(data), size));
-    const sensorctl::ApiParsed call = sensorctl::parseApiRequest(request, [] { return kSchemes; });
+    const sensorctl::ApiParsed call = sensorctl::parseApiRequest(request, kSchemes);
     if (call.nStatus != 200) {
         // A refusal names its reason; a 405 what the path allows.
         if (call.strReason.empty() || (call.nStatus == 405) == call.strAllow.empty() ||

@@ -73,7 +73,7 @@ Camera::~Camera() {
 
 int Camera::ispChannel() const {
     const MachineInfo objInfo = sim::machineInfo(sensorDeviceRoot());
-    const int nChannel = objInfo.getDeviceType() == 13 ? 2 : m_options.nChannel;
+    const int nChannel = objInfo.getDeviceType() == DeviceType::LPR ? 2 : m_options.nChannel;
     return nChannel - 1;
 }
 
@@ -177,14 +177,6 @@ ModuleConfigure Camera::readModuleConfigure() const {
     return sim::machineModule(sensorDeviceRoot());
 }
 
-unsigned Camera::schemeCount() const {
-    const std::string strDetail = readModuleConfigure().getDetail();
-    u32 nSchemes = 0;
-    if (getDetailFieldTou32(strDetail.c_str(), "max_scheme", &nSchemes) != 0)
-        nSchemes = 4;
-    return nSchemes;
-}
-
 bool Camera::start(std::string& error) {
     if (!prepareRoot(error))
         return false;
@@ -192,7 +184,12 @@ bool Camera::start(std::string& error) {
     m_pController.reset(new ISensorController());
     m_pController->setChannelID(m_options.nChannel);
     m_pController->setVideoStreamModule(&m_objVideo);
-    m_pController->init(readModuleConfigure());
+    const ModuleConfigure objModule = readModuleConfigure();
+    u32 nSchemes = 0;
+    if (getDetailFieldTou32(objModule.getDetail().c_str(), "max_scheme", &nSchemes) != 0)
+        nSchemes = 4;
+    m_nSchemes = nSchemes;
+    m_pController->init(objModule);
     m_bStarted = true;
     return true;
 }

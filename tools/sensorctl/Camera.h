@@ -42,9 +42,10 @@ public:
     int ispChannel() const;
     // The controller's channel (a device of type 13 always runs channel 2).
     int controllerChannel() const { return ispChannel() + 1; }
-    // The number of user schemes the module detail gives (4 when it names
-    // none); valid scheme indices run from 0 to this number (the factory slot).
-    unsigned schemeCount() const;
+    // The number of user schemes the module detail gave at start (4 when it
+    // names none); valid scheme indices run from 0 to this number (the
+    // factory slot).
+    unsigned schemeCount() const { return m_nSchemes; }
 
 private:
     bool prepareRoot(std::string& error);
@@ -56,6 +57,7 @@ private:
     std::string m_strRoot;
     bool m_bTemporary = false;
     bool m_bStarted = false;
+    unsigned m_nSchemes = 0;
     sim::SimVideoStreamModule m_objVideo;
     std::unique_ptr<ISensorController> m_pController;
 };

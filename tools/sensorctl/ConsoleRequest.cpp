@@ -36,8 +36,7 @@ const std::string* param(const ApiRequest& request, const char* szName) {
 }
 
 // The arguments of one call; the call is known to be served on its path.
-ApiParsed parseCall(ApiCall call, const ApiRequest& request,
-                    const std::function<size_t()>& schemes) {
+ApiParsed parseCall(ApiCall call, const ApiRequest& request, size_t schemes) {
     ApiParsed parsed;
     parsed.call = call;
     const std::string strText = trimmed(request.strBody);
@@ -59,7 +58,7 @@ ApiParsed parseCall(ApiCall call, const ApiRequest& request,
             return parsed;
         }
         case ApiCall::SetScheme: {
-            const long nMax = static_cast<long>(schemes());
+            const long nMax = static_cast<long>(schemes);
             if (!parseStrictInt(strText, 0, nMax, parsed.nFirst))
                 return refused(400, "the scheme is a number from 0 to " + std::to_string(nMax));
             return parsed;
@@ -133,7 +132,7 @@ std::string allowedMethods(const ApiRoute& route) {
     return std::string(bGet ? "GET" : "") + (bGet && bPost ? ", " : "") + (bPost ? "POST" : "");
 }
 
-ApiParsed parseApiRequest(const ApiRequest& request, const std::function<size_t()>& schemes) {
+ApiParsed parseApiRequest(const ApiRequest& request, size_t schemes) {
     for (const ApiRoute& route : apiRoutes()) {
         if (request.strPath != route.szPath)
             continue;

@@ -4,7 +4,6 @@
 #pragma once
 
 #include <cstddef>
-#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -70,10 +69,9 @@ struct ApiParsed {
     bool bFlag = false;
 };
 
-// Reads a request the way the console answers it. schemes gives the highest
-// scheme number a POST to /api/scheme may name; it is asked only for that
-// call, since finding it out reads the camera's files.
-ApiParsed parseApiRequest(const ApiRequest& request, const std::function<size_t()>& schemes);
+// Reads a request the way the console answers it. schemes is the highest
+// scheme number a POST to /api/scheme may name.
+ApiParsed parseApiRequest(const ApiRequest& request, size_t schemes);
 
 // The pieces, for the console and its tests.
 std::string trimmed(const std::string& text);

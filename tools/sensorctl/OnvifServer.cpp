@@ -70,8 +70,6 @@ struct OnvifServices::Impl {
         imaging.registerOn(endpoint);
     }
 
-    std::string imagingCapabilities() { return imaging.capabilitiesXml(); }
-
     void addDevice();
     void addMedia();
 
@@ -102,7 +100,9 @@ void OnvifServices::Impl::addDevice() {
     endpoint.addOperation(kDevicePath, "GetServices", [this](const Request& req) -> Result {
         bool bInclude = false;
         sensor_onvif::parseBool(childText(req.op, "IncludeCapability"), bInclude);
-        return onvif::servicesResponse(strHost, bInclude, imagingCapabilities());
+        // The capabilities read the style: only when the client asks for them.
+        return onvif::servicesResponse(strHost, bInclude,
+                                       bInclude ? imaging.capabilitiesXml() : std::string());
     });
     endpoint.addOperation(kDevicePath, "GetDeviceInformation", [this](const Request&) -> Result {
         return onvif::deviceInformationResponse(facts);

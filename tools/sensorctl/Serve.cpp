@@ -38,6 +38,7 @@
 
 #ifdef SENSORCTL_HAVE_ONVIF
 #include "OnvifServer.h"
+#include "sensor-onvif/Soap.h"
 #endif
 
 #endif
@@ -269,8 +270,7 @@ void Console::install(httplib::Server& server) {
                 for (const auto& param : req.params)
                     request.params.emplace(param.first, param.second);
                 request.strBody = req.body;
-                const ApiParsed call =
-                    parseApiRequest(request, [this] { return m_camera.schemeCount(); });
+                const ApiParsed call = parseApiRequest(request, m_camera.schemeCount());
                 if (call.nStatus == 405) {
                     res.set_header("Allow", call.strAllow);
                     sendError(res, 405, call.strReason);
@@ -299,8 +299,7 @@ void Console::install(httplib::Server& server) {
 #ifdef SENSORCTL_HAVE_ONVIF
             // An ONVIF client gets its refusal as a SOAP fault.
             if (m_bOnvif && res.status == 413 && req.path.rfind("/onvif/", 0) == 0) {
-                res.set_content(onvifTooLargeFault(kMaxBody),
-                                "application/soap+xml; charset=utf-8");
+                res.set_content(onvifTooLargeFault(kMaxBody), sensor_onvif::kSoapContentType);
                 return httplib::Server::HandlerResponse::Handled;
             }
 #endif
