@@ -343,7 +343,7 @@ TEST(SampleDeviceTree, BoxCameraStartsWithItsConfiguration) {
     EXPECT_EQ(1u, stConf.nDeviceType);
     EXPECT_EQ(canonicalXml(readFile(kExpected + "ipc_imx327_fixed.xml")),
               canonicalXml(stConf.szUIStyle));
-    EXPECT_EQ(std::string(stConf.szUIStyle), root.read("/tmp/merge_style.xml"));
+    EXPECT_EQ(std::string(stConf.szUIStyle), root.read(SENSOR_MERGE_STYLE_FILE));
     uinitSysConf(&stConf);
 }
 

@@ -293,23 +293,23 @@ TEST(StyleMerge, MergeFileIsExactlyWhatSaveFileWrites) {
         objDoc.LoadMem(strStyle.c_str(), TIXML_ENCODING_UTF8);
         ASSERT_TRUE(objDoc.SaveFile(root.real("/tmp/expected.xml").c_str()));
         const std::string strExpected = root.read("/tmp/expected.xml");
-        root.write("/tmp/merge_style.xml", strExpected + strExpected + "older and longer");
+        root.write(SENSOR_MERGE_STYLE_FILE, strExpected + strExpected + "older and longer");
         for (int i = 0; i < 2; ++i) {
             merge("(sensor=IMX327)", rule("never=\"1\""), nullptr, strStyle.c_str());
-            EXPECT_EQ(strExpected, root.read("/tmp/merge_style.xml")) << strStyle;
+            EXPECT_EQ(strExpected, root.read(SENSOR_MERGE_STYLE_FILE)) << strStyle;
         }
         merge("(sensor=IMX327)", "", nullptr, kStyle);
         SensorXmlDocument objOther;
         objOther.LoadMem(kStyle, TIXML_ENCODING_UTF8);
         ASSERT_TRUE(objOther.SaveFile(root.real("/tmp/expected.xml").c_str()));
-        EXPECT_EQ(root.read("/tmp/expected.xml"), root.read("/tmp/merge_style.xml"));
+        EXPECT_EQ(root.read("/tmp/expected.xml"), root.read(SENSOR_MERGE_STYLE_FILE));
     }
 }
 
 TEST(StyleMerge, MergedStyleIsLeftInTheMergeFile) {
     testsupport::TempDeviceRoot root;
     const std::string strMerged = merge("(a=1)", rule("a=\"1\""));
-    EXPECT_EQ(strMerged, root.read("/tmp/merge_style.xml"));
+    EXPECT_EQ(strMerged, root.read(SENSOR_MERGE_STYLE_FILE));
     EXPECT_EQ(canonicalXml(kWithoutMirror), canonicalXml(strMerged));
 }
 
@@ -319,7 +319,7 @@ TEST(StyleMerge, MissingTmpFolderIsCreatedForTheMergeFile) {
     std::string out;
     const std::string strMerged = merge("(a=1)", rule("a=\"1\""), &out);
     EXPECT_EQ(canonicalXml(kWithoutMirror), canonicalXml(strMerged));
-    EXPECT_TRUE(root.exists("/tmp/merge_style.xml"));
+    EXPECT_TRUE(root.exists(SENSOR_MERGE_STYLE_FILE));
     EXPECT_EQ("", out);
 }
 
@@ -327,7 +327,7 @@ TEST(StyleMerge, MissingTmpFolderIsCreatedForTheMergeFile) {
 // the read-back is reported and the style the camera keeps is empty.
 TEST(StyleMerge, MergeFileThatCannotBeReadBackIsReported) {
     testsupport::TempDeviceRoot root;
-    ASSERT_EQ(0, ::mkdir(root.real("/tmp/merge_style.xml").c_str(), 0755));
+    ASSERT_EQ(0, ::mkdir(root.real(SENSOR_MERGE_STYLE_FILE).c_str(), 0755));
     std::string out;
     int nRet = -1;
     const std::string strMerged = merge("(a=1)", rule("a=\"1\""), &out, kStyle, &nRet);

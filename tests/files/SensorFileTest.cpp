@@ -23,7 +23,8 @@ using filestest::runUnprivileged;
 
 namespace {
 
-const char* const kScheme0 = "/mnt/mtd/code/config_file/sensor0.cfg";
+// The first scheme file of channel 1.
+const std::string kScheme0 = sensorSchemeFile(1, 0);
 const char* const kOpenWrite = "file.open(file_name, KPFile::modeWrite | KPFile::modeTruncate)";
 
 std::string bytesOf(const std::vector<KeyVal>& records) {
@@ -206,7 +207,7 @@ TEST(SensorFile, SaveToFileIntoReadOnlyFolderKeepsTheOldFile) {
     root.write(SENSOR_VERSION_FILE, bytesOf(7u));
     const std::string strFolder = root.real("/mnt/mtd/code/config_file");
     const ChildRun run = runUnprivileged(root.path(), [&] {
-        ::chmod((strFolder + "/snsversion.cfg").c_str(), 0444);
+        ::chmod(root.real(SENSOR_VERSION_FILE).c_str(), 0444);
         ::chmod(strFolder.c_str(), 0555);
         return setVersion(9) == -1 ? 0 : 1;
     });
@@ -254,7 +255,7 @@ TEST(SensorFile, KeyValToWritableFileInReadOnlyFolderWritesInPlaceWithOneWarning
     const std::string strFolder = root.real("/mnt/mtd/code/config_file");
     const ChildRun run = runUnprivileged(root.path(), [&] {
         ::chmod(strFolder.c_str(), 0555);
-        return keyValToFile(kScheme0, newRecords.data(), 4);
+        return keyValToFile(kScheme0.c_str(), newRecords.data(), 4);
     });
     ::chmod(strFolder.c_str(), 0755);
     EXPECT_EQ(0, run.nCode) << run.strOut;
@@ -310,7 +311,7 @@ TEST(SensorFile, SaveKeepsTheTargetsPermissions) {
     ::chmod(root.real(kScheme0).c_str(), 0600);
     EXPECT_EQ(0, setVersion(9));
     const std::vector<KeyVal> records = sampleRecords(5, 2);
-    EXPECT_EQ(0, keyValToFile(kScheme0, records.data(), 2));
+    EXPECT_EQ(0, keyValToFile(kScheme0.c_str(), records.data(), 2));
     struct stat st;
     ASSERT_EQ(0, ::stat(root.real(SENSOR_VERSION_FILE).c_str(), &st));
     EXPECT_EQ(0660u, st.st_mode & 07777);
@@ -328,7 +329,7 @@ TEST(SensorFile, SaveAsRootKeepsTheTargetsOwner) {
     root.write(kScheme0, bytesOf(sampleRecords(1, 2)));
     ASSERT_EQ(0, ::chown(root.real(kScheme0).c_str(), filestest::kNobody, filestest::kNobody));
     const std::vector<KeyVal> records = sampleRecords(5, 2);
-    EXPECT_EQ(0, keyValToFile(kScheme0, records.data(), 2));
+    EXPECT_EQ(0, keyValToFile(kScheme0.c_str(), records.data(), 2));
     struct stat st;
     ASSERT_EQ(0, ::stat(root.real(kScheme0).c_str(), &st));
     EXPECT_EQ(filestest::kNobody, st.st_uid);
@@ -348,7 +349,7 @@ TEST(SensorFile, SaveThroughASymbolicLinkWritesTheFileItPointsTo) {
         0, ::symlink(root.real("/mnt/data/stamp").c_str(), root.real(SENSOR_VERSION_FILE).c_str()));
     const std::vector<KeyVal> records = sampleRecords(5, 2);
     std::string out = captureStdout([&] {
-        EXPECT_EQ(0, keyValToFile(kScheme0, records.data(), 2));
+        EXPECT_EQ(0, keyValToFile(kScheme0.c_str(), records.data(), 2));
         EXPECT_EQ(0, setVersion(9));
     });
     EXPECT_EQ("", out);
@@ -360,7 +361,7 @@ TEST(SensorFile, SaveThroughASymbolicLinkWritesTheFileItPointsTo) {
     EXPECT_EQ(bytesOf(records), root.read("/mnt/data/sensor0.cfg"));
     EXPECT_EQ(bytesOf(9u), root.read("/mnt/data/stamp"));
     EXPECT_FALSE(root.exists("/mnt/data/sensor0.cfg.tmp"));
-    EXPECT_FALSE(root.exists(std::string(kScheme0) + ".tmp"));
+    EXPECT_FALSE(root.exists(kScheme0 + ".tmp"));
     // A link to a file not yet there creates it there.
     ASSERT_EQ(0, ::symlink("../../../data/sensor1.cfg", root.real(sensorSchemeFile(1, 1)).c_str()));
     EXPECT_EQ(0, keyValToFile(sensorSchemeFile(1, 1).c_str(), records.data(), 2));
@@ -374,7 +375,8 @@ TEST(SensorFile, SaveThroughALinkLoopFailsAsItsOpenWould) {
     testsupport::TempDeviceRoot root;
     ASSERT_EQ(0, ::symlink("sensor0.cfg", root.real(kScheme0).c_str()));
     const std::vector<KeyVal> records = sampleRecords(5, 2);
-    const std::string out = captureStdout([&] { keyValToFile(kScheme0, records.data(), 2); });
+    const std::string out =
+        captureStdout([&] { keyValToFile(kScheme0.c_str(), records.data(), 2); });
     EXPECT_NE(std::string::npos, out.find(failed(kOpenWrite)));
     struct stat st;
     ASSERT_EQ(0, ::lstat(root.real(kScheme0).c_str(), &st));
@@ -405,20 +407,20 @@ TEST(SensorFile, KeyValToFileWritesRawRecordsWithoutHeader) {
     const std::vector<KeyVal> records = sampleRecords(100, 5);
     std::string out;
     int nRet = -1;
-    out = captureStdout([&] { nRet = keyValToFile(kScheme0, records.data(), 5); });
+    out = captureStdout([&] { nRet = keyValToFile(kScheme0.c_str(), records.data(), 5); });
     EXPECT_EQ(0, nRet);
     EXPECT_EQ("", out);
     EXPECT_EQ(bytesOf(records), root.read(kScheme0));
-    EXPECT_EQ(40, getFileLen(kScheme0));
-    EXPECT_FALSE(root.exists(std::string(kScheme0) + ".tmp"));
+    EXPECT_EQ(40, getFileLen(kScheme0.c_str()));
+    EXPECT_FALSE(root.exists(kScheme0 + ".tmp"));
 }
 
 TEST(SensorFile, KeyValFromFileReadsWhatKeyValToFileWrote) {
     testsupport::TempDeviceRoot root;
     const std::vector<KeyVal> records = sampleRecords(7, 4);
-    keyValToFile(kScheme0, records.data(), 4);
+    keyValToFile(kScheme0.c_str(), records.data(), 4);
     std::vector<KeyVal> loaded(4, KeyVal{0, 0});
-    EXPECT_EQ(0, keyValFromFile(kScheme0, loaded.data(), 4));
+    EXPECT_EQ(0, keyValFromFile(kScheme0.c_str(), loaded.data(), 4));
     EXPECT_EQ(bytesOf(records), bytesOf(loaded));
 }
 
@@ -429,7 +431,7 @@ TEST(SensorFile, ShortSchemeFileReportsSizeAndKeepsTheLastRecordPartlyOld) {
     std::vector<KeyVal> loaded(3, KeyVal{0xAAAAAAAA, 0xAAAAAAAA});
     int nRet = -1;
     const std::string out =
-        captureStdout([&] { nRet = keyValFromFile(kScheme0, loaded.data(), 3); });
+        captureStdout([&] { nRet = keyValFromFile(kScheme0.c_str(), loaded.data(), 3); });
     EXPECT_EQ(0, nRet);
     EXPECT_NE(std::string::npos, out.find("fun:keyValFromFile"));
     EXPECT_NE(std::string::npos, out.find(failed("nSize == sizeof(KeyVal)*p_nKeyValNum")));
@@ -478,11 +480,11 @@ TEST(SensorFile, KeyValToFileOnFullFlashReportsAndKeepsTheOldSchemeFile) {
     const std::vector<KeyVal> newRecords = sampleRecords(50, 4);
     root.write(kScheme0, bytesOf(oldRecords));
     const std::string out =
-        runWithFileSizeLimit(20, [&] { keyValToFile(kScheme0, newRecords.data(), 4); });
+        runWithFileSizeLimit(20, [&] { keyValToFile(kScheme0.c_str(), newRecords.data(), 4); });
     EXPECT_NE(std::string::npos, out.find(failed("nSize == sizeof(KeyVal)*p_nKeyValSum")));
     EXPECT_NE(std::string::npos, out.find("nSize(20) sizeof(KeyVal) = 8, p_nKeyValNum(4)\n"));
     EXPECT_EQ(bytesOf(oldRecords), root.read(kScheme0));
-    EXPECT_FALSE(root.exists(std::string(kScheme0) + ".tmp"));
+    EXPECT_FALSE(root.exists(kScheme0 + ".tmp"));
 }
 
 TEST(SensorFile, SchemeFileNamesOfIndexZero) {
@@ -497,11 +499,11 @@ TEST(SensorFile, SchemeFileNamesOfIndexZero) {
 // the removal pattern of a version change, which spares the stamp.
 TEST(SensorFile, TemporariesMatchTheSchemeRemovalPattern) {
     testsupport::TempDeviceRoot root;
-    root.write(std::string(kScheme0) + ".tmp", "torn");
+    root.write(kScheme0 + ".tmp", "torn");
     root.write(sensorSchemeFile(2, 1) + ".tmp", "torn");
     root.write(SENSOR_VERSION_FILE, bytesOf(3u));
     ASSERT_EQ(0, std::system(sensorRemoveSchemeFilesCommand().c_str()));
-    EXPECT_FALSE(root.exists(std::string(kScheme0) + ".tmp"));
+    EXPECT_FALSE(root.exists(kScheme0 + ".tmp"));
     EXPECT_FALSE(root.exists(sensorSchemeFile(2, 1) + ".tmp"));
     EXPECT_TRUE(root.exists(SENSOR_VERSION_FILE));
 }

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "config/StyleMerge.h"
 #include "config/SysConfig.h"
 #include "tests/support/HardeningSupport.h"
 #include "tests/support/Watchdog.h"
@@ -295,7 +296,7 @@ TEST(DeviceFileFault, PipeInPlaceOfEveryFileStillStartsWithoutWaiting) {
     Camera& cam = rig.cam;
     std::vector<std::string> vecPaths = deviceFiles();
     const std::vector<std::string> vecWritten = {
-        schemeFile(0) + ".tmp", std::string(SENSOR_VERSION_FILE) + ".tmp", "/tmp/merge_style.xml",
+        schemeFile(0) + ".tmp", std::string(SENSOR_VERSION_FILE) + ".tmp", SENSOR_MERGE_STYLE_FILE,
         "/mnt/mtd/log/SensorError.log"};
     vecPaths.insert(vecPaths.end(), vecWritten.begin(), vecWritten.end());
     long nCases = 0;
