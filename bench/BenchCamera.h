@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
+#include <sstream>
 #include <memory>
 #include <string>
 #include <thread>
@@ -58,6 +59,14 @@ public:
 
     std::string real(const std::string& p_strDevicePath) const {
         return m_strPath + p_strDevicePath;
+    }
+
+    // A device file's whole content; empty when it cannot be read.
+    std::string read(const std::string& p_strDevicePath) const {
+        std::ifstream in(real(p_strDevicePath), std::ios::binary);
+        std::stringstream ss;
+        ss << in.rdbuf();
+        return ss.str();
     }
 
     // The module the sample tree describes for its machine.

@@ -178,17 +178,27 @@ void floorStat(benchmark::State& state, bool p_bPresent) {
 const char* const kStylePath = "/hd1/moduleConfig/sensorConfig/style/Style.xml";
 const char* const kDiversityPath =
     "/hd1/moduleConfig/sensorConfig/styleDiversity/StyleDiversity.xml";
-const char* const kMergePath = SENSOR_MERGE_STYLE_FILE;
-
-std::string readDeviceFile(const char* p_szDevicePath) {
-    std::ifstream in(g_pRoot->real(p_szDevicePath), std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
 
 std::string mergedStyle() {
-    return readDeviceFile(kMergePath);
+    return g_pRoot->read(SENSOR_MERGE_STYLE_FILE);
+}
+
+// One parse of a style text. p_bTracked: TinyXML's default parse, which
+// tracks every node's row and column; the library's own documents switch
+// that off (SetTabSize(0)).
+void parseStyle(TiXmlDocument& p_objDoc, const std::string& p_strText, bool p_bTracked = true) {
+    if (!p_bTracked)
+        p_objDoc.SetTabSize(0);
+    p_objDoc.Parse(p_strText.c_str(), nullptr, TIXML_ENCODING_UTF8);
+    benchmark::DoNotOptimize(p_objDoc.RootElement());
+}
+
+// One print of a document into a text of its own, as the library takes it.
+void printStyle(const TiXmlDocument& p_objDoc) {
+    TiXmlPrinter objPrinter;
+    p_objDoc.Accept(&objPrinter);
+    std::string strOut = objPrinter.Str();
+    benchmark::DoNotOptimize(strOut.data());
 }
 
 // TinyXML's parse and print of the merged sample style: what building the
@@ -198,42 +208,30 @@ void floorXml(benchmark::State& state) {
     state.counters["style_bytes"] = static_cast<double>(strStyle.size());
     for (auto _ : state) {
         TiXmlDocument objDoc;
-        objDoc.Parse(strStyle.c_str(), nullptr, TIXML_ENCODING_UTF8);
-        TiXmlPrinter objPrinter;
-        objDoc.Accept(&objPrinter);
-        std::string strOut = objPrinter.Str();
-        benchmark::DoNotOptimize(strOut.data());
+        parseStyle(objDoc, strStyle);
+        printStyle(objDoc);
     }
 }
 
 // Its two halves apart, to tell how much of start-up's document work the
 // prescribed steps cannot avoid.
-// p_bTracked: TinyXML's default parse, which tracks every node's row and
-// column; the library's own documents switch that off (SetTabSize(0)).
 void floorXmlParse(benchmark::State& state, bool p_bTracked) {
     const std::string strStyle = mergedStyle();
     for (auto _ : state) {
         TiXmlDocument objDoc;
-        if (!p_bTracked)
-            objDoc.SetTabSize(0);
-        objDoc.Parse(strStyle.c_str(), nullptr, TIXML_ENCODING_UTF8);
-        benchmark::DoNotOptimize(objDoc.RootElement());
+        parseStyle(objDoc, strStyle, p_bTracked);
     }
 }
 
 void floorXmlPrint(benchmark::State& state) {
     const std::string strStyle = mergedStyle();
     TiXmlDocument objDoc;
-    objDoc.Parse(strStyle.c_str(), nullptr, TIXML_ENCODING_UTF8);
-    for (auto _ : state) {
-        TiXmlPrinter objPrinter;
-        objDoc.Accept(&objPrinter);
-        std::string strOut = objPrinter.Str();
-        benchmark::DoNotOptimize(strOut.data());
-    }
+    parseStyle(objDoc, strStyle);
+    for (auto _ : state)
+        printStyle(objDoc);
 }
 
-Counts countInitUinit();
+const Counts& initCounts();
 
 // The file and thread work start-up also does by design, beyond the
 // documents, decisions and ISP calls: the same system calls on the same files
@@ -243,7 +241,8 @@ class StartUpFiles {
 public:
     StartUpFiles()
         : m_strStyle(g_pRoot->real(kStylePath)), m_strDiversity(g_pRoot->real(kDiversityPath)),
-          m_strMergeFolder(g_pRoot->real("/tmp")), m_strMerge(g_pRoot->real(kMergePath)),
+          m_strMergeFolder(g_pRoot->real("/tmp")),
+          m_strMerge(g_pRoot->real(SENSOR_MERGE_STYLE_FILE)),
           m_strVersion(g_pRoot->real(SENSOR_VERSION_FILE)),
           m_strMachine(g_pRoot->real(SENSOR_MACHINE_INFO_FILE)) {
         // The bench camera is channel 1 with four schemes.
@@ -341,13 +340,11 @@ void floorInitFiles(benchmark::State& state) {
 class StartUpReplay {
 public:
     explicit StartUpReplay(bool p_bTracked)
-        : m_bTracked(p_bTracked), m_strStyle(readDeviceFile(kStylePath)),
-          m_strDiversity(readDeviceFile(kDiversityPath)), m_strMerged(readDeviceFile(kMergePath)),
+        : m_bTracked(p_bTracked), m_strStyle(g_pRoot->read(kStylePath)),
+          m_strDiversity(g_pRoot->read(kDiversityPath)),
+          m_strMerged(g_pRoot->read(SENSOR_MERGE_STYLE_FILE)),
           m_strSign(g_pRoot->real(bench::kSignDevicePath)) {
-        static const Counts s_stInit = countInitUinit();
-        m_stCounts = s_stInit;
-        m_nStats = std::lround(s_stInit.dDecisions);
-        m_nIspCalls = std::lround(s_stInit.dIspCalls);
+        m_stCounts = initCounts();
     }
     // Whether the sample documents were read; a benchmark without them is
     // skipped with the reason.
@@ -363,23 +360,23 @@ public:
         {
             TiXmlDocument objStyle;
             TiXmlDocument objDiversity;
-            parse(objStyle, m_strStyle);
-            parse(objDiversity, m_strDiversity);
-            print(objStyle);
+            parseStyle(objStyle, m_strStyle, m_bTracked);
+            parseStyle(objDiversity, m_strDiversity, m_bTracked);
+            printStyle(objStyle);
         }
         {
             TiXmlDocument objMerged;
-            parse(objMerged, m_strMerged);
-            print(objMerged);
+            parseStyle(objMerged, m_strMerged, m_bTracked);
+            printStyle(objMerged);
         }
         {
             TiXmlDocument objRewritten;
-            parse(objRewritten, m_strMerged);
+            parseStyle(objRewritten, m_strMerged, m_bTracked);
         }
         struct stat st;
-        for (long i = 0; i < m_nStats; ++i)
+        for (long i = std::lround(m_stCounts.dDecisions); i > 0; --i)
             benchmark::DoNotOptimize(::stat(m_strSign.c_str(), &st));
-        for (long i = 0; i < m_nIspCalls; ++i) {
+        for (long i = std::lround(m_stCounts.dIspCalls); i > 0; --i) {
             m_nValue ^= 1;
             benchmark::DoNotOptimize(
                 ia_ioctrl_v2(0, sensor_keys::commandOf(KEY_BRIGHTNESS), 0, &m_nValue));
@@ -387,27 +384,12 @@ public:
     }
 
 private:
-    void parse(TiXmlDocument& p_objDoc, const std::string& p_strText) const {
-        if (!m_bTracked)
-            p_objDoc.SetTabSize(0);
-        p_objDoc.Parse(p_strText.c_str(), nullptr, TIXML_ENCODING_UTF8);
-        benchmark::DoNotOptimize(p_objDoc.RootElement());
-    }
-    static void print(const TiXmlDocument& p_objDoc) {
-        TiXmlPrinter objPrinter;
-        p_objDoc.Accept(&objPrinter);
-        std::string strOut = objPrinter.Str();
-        benchmark::DoNotOptimize(strOut.data());
-    }
-
     const bool m_bTracked;
     const std::string m_strStyle;
     const std::string m_strDiversity;
     const std::string m_strMerged;
     const std::string m_strSign;
     Counts m_stCounts;
-    long m_nStats = 0;
-    long m_nIspCalls = 0;
     u32 m_nValue = 50;
 };
 
@@ -604,22 +586,24 @@ void benchGetUIStyleFile(benchmark::State& state, const std::string& p_strName) 
     }
 }
 
-// init and uinit of a second controller on the same tree. The time scale is
-// 0 so that the start-up round does not sleep; the workers are held between
-// rounds so that neither the new worker nor the shared camera's spins.
 // A second controller on the same channel, started and stopped as a host
-// does, with the worker held back so that it stays out of the figures.
+// does. The time scale is 0 so that the start-up round does not sleep; the
+// workers are held so that neither the new worker nor the shared camera's
+// spins. Both are given back as they were, so that one such camera may live
+// inside another's lifetime.
 class StartStopCamera {
 public:
-    StartStopCamera() : m_objModule(g_pRoot->module()) {
+    StartStopCamera()
+        : m_objModule(g_pRoot->module()), m_dTimeScale(sim::timeScale()),
+          m_bPaused(sim::threadsPaused()) {
         m_objCtl.setChannelID(1);
         m_objCtl.setVideoStreamModule(&m_objVideo);
         sim::setTimeScale(0);
         sim::pauseThreads(true);
     }
     ~StartStopCamera() {
-        sim::pauseThreads(false);
-        sim::setTimeScale(1);
+        sim::pauseThreads(m_bPaused);
+        sim::setTimeScale(m_dTimeScale);
     }
     StartStopCamera(const StartStopCamera&) = delete;
     StartStopCamera& operator=(const StartStopCamera&) = delete;
@@ -632,23 +616,28 @@ public:
 
 private:
     const ModuleConfigure m_objModule;
+    const double m_dTimeScale;
+    const bool m_bPaused;
     sim::SimVideoStreamModule m_objVideo;
     ISensorController m_objCtl;
 };
 
-Counts countInitUinit() {
-    StartStopCamera objCamera;
-    return countOnce([&objCamera]() { objCamera.initUinit(); }, 2);
+// What one start-up does, counted once for every benchmark that needs it.
+const Counts& initCounts() {
+    static const Counts s_stCounts = [] {
+        StartStopCamera objCamera;
+        return countOnce([&objCamera]() { objCamera.initUinit(); }, 2);
+    }();
+    return s_stCounts;
 }
 
 void benchInitUinit(benchmark::State& state, const std::string& p_strName) {
     useSign(false);
     StartStopCamera objCamera;
-    auto fnOp = [&objCamera]() { objCamera.initUinit(); };
-    record(state, p_strName, countOnce(fnOp, 2));
+    record(state, p_strName, initCounts());
     HostTraceTrim objTrim(4);
     for (auto _ : state) {
-        fnOp();
+        objCamera.initUinit();
         objCamera.clearNotices();
         objTrim.tick();
     }
@@ -674,8 +663,6 @@ __attribute__((noinline)) void instructionsOfReplays(StartUpReplay& p_objReplay)
 
 void benchInstructions(benchmark::State& state, bool p_bStartUp) {
     useSign(false);
-    // The replay first: its one counting pass starts and stops a camera of
-    // its own, which would release this one's held worker and time scale.
     StartUpReplay objReplay(false);
     if (!objReplay.readyFor(state))
         return;
