@@ -175,9 +175,8 @@ void floorStat(benchmark::State& state, bool p_bPresent) {
 }
 
 // The documents start-up reads on the sample tree.
-const char* const kStylePath = "/hd1/moduleConfig/sensorConfig/style/Style.xml";
-const char* const kDiversityPath =
-    "/hd1/moduleConfig/sensorConfig/styleDiversity/StyleDiversity.xml";
+const char* const kStylePath = SENSOR_STYLE_FOLDER "Style.xml";
+const char* const kDiversityPath = SENSOR_STYLE_DIVERSITY_FOLDER "StyleDiversity.xml";
 
 std::string mergedStyle() {
     return g_pRoot->read(SENSOR_MERGE_STYLE_FILE);

@@ -128,8 +128,8 @@ int initSysConf(int cameraId, const ModuleConfigure& p_objModuleConfigure, SysCo
                "machineinfo, devicetype(%d) error, must be 1 or 4 or 8 or 9 or 13\n",
                static_cast<int>(p_stSysConf->nDeviceType));
 
-    const std::string strStyleFileName = chooseDocument(
-        cameraId, p_stSysConf->nDeviceType, "/hd1/moduleConfig/sensorConfig/style/", "Style");
+    const std::string strStyleFileName =
+        chooseDocument(cameraId, p_stSysConf->nDeviceType, SENSOR_STYLE_FOLDER, "Style");
     // The file's length is asked anew for each use: the block, its zeroing
     // and the read (a missing document is reported each time).
     size_t nStyleBlock = 0;
@@ -140,9 +140,8 @@ int initSysConf(int cameraId, const ModuleConfigure& p_objModuleConfigure, SysCo
                     "getFileLen(strStyleFileName.c_str())) > 0",
                     "");
 
-    const std::string strStyleDivFileName =
-        chooseDocument(cameraId, p_stSysConf->nDeviceType,
-                       "/hd1/moduleConfig/sensorConfig/styleDiversity/", "StyleDiversity");
+    const std::string strStyleDivFileName = chooseDocument(
+        cameraId, p_stSysConf->nDeviceType, SENSOR_STYLE_DIVERSITY_FOLDER, "StyleDiversity");
     size_t nDivBlock = 0;
     char* ui_styleDiversity = documentBlock(strStyleDivFileName, nDivBlock);
     SNS_ASSERT_TEXT(loadFromFile(strStyleDivFileName.c_str(), ui_styleDiversity,

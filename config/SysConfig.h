@@ -30,6 +30,9 @@ struct SysConfig {
 
 #define SENSOR_MACHINE_INFO_FILE "/mnt/mtd/code/factory_setting/machineinfo.ini"
 #define SENSOR_MODULE_CONFIG_FILE "/hd1/moduleConfig/moduleConfig.xml"
+// The folders of the style documents and of their diversity rules.
+#define SENSOR_STYLE_FOLDER "/hd1/moduleConfig/sensorConfig/style/"
+#define SENSOR_STYLE_DIVERSITY_FOLDER "/hd1/moduleConfig/sensorConfig/styleDiversity/"
 
 // Fills conf for channel cameraId (from 1); 0 always, failures are reported.
 SENSOR_API int initSysConf(int cameraId, const ModuleConfigure& module, SysConfig* conf);

@@ -11,6 +11,7 @@
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include "config/DnaStyle.h"
+#include "config/SysConfig.h"
 #include "controller/SensorKeys.h"
 #include "fuzz/FuzzSupport.h"
 
@@ -19,7 +20,7 @@ namespace {
 const std::string& sampleStyle() {
     static const std::string strStyle = [] {
         fuzzsupport::setUp();
-        return fuzzsupport::readFile("/hd1/moduleConfig/sensorConfig/style/Style.xml");
+        return fuzzsupport::readFile(SENSOR_STYLE_FOLDER "Style.xml");
     }();
     return strStyle;
 }

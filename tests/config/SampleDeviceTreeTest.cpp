@@ -30,8 +30,8 @@ namespace {
 using testsupport::readFile;
 const std::string& kData = testsupport::kSampleTree;
 const std::string& kExpected = testsupport::kExpectedMerges;
-const std::string kStyleDir = "/hd1/moduleConfig/sensorConfig/style/";
-const std::string kDivDir = "/hd1/moduleConfig/sensorConfig/styleDiversity/";
+const std::string kStyleDir = SENSOR_STYLE_FOLDER;
+const std::string kDivDir = SENSOR_STYLE_DIVERSITY_FOLDER;
 
 // The ISP's default dynamic commands and the values it accepts for each.
 const std::map<int, std::set<int>>& ispAccepted() {

@@ -20,8 +20,8 @@ using filestest::failed;
 
 namespace {
 
-const char* const kStyleDir = "/hd1/moduleConfig/sensorConfig/style/";
-const char* const kDivDir = "/hd1/moduleConfig/sensorConfig/styleDiversity/";
+const char* const kStyleDir = SENSOR_STYLE_FOLDER;
+const char* const kDivDir = SENSOR_STYLE_DIVERSITY_FOLDER;
 const char* const kDeviceTypeExpr =
     "DeviceType::IPCAMERA == p_stSysConf->nDeviceType || DeviceType::FACE_DETECT == "
     "p_stSysConf->nDeviceType || DeviceType::VEHICLE_DETECT == p_stSysConf->nDeviceType || "
@@ -259,8 +259,7 @@ TEST(SysConfig, MissingStyleIsReportedAndLeavesAnEmptyStyle) {
     EXPECT_NE(std::string::npos,
               out.find(failed("loadFromFile(strStyleFileName.c_str(), p_stSysConf->szUIStyle, "
                               "getFileLen(strStyleFileName.c_str())) > 0")));
-    EXPECT_NE(std::string::npos,
-              out.find("file_name(/hd1/moduleConfig/sensorConfig/style/Style.xml)"));
+    EXPECT_NE(std::string::npos, out.find("file_name(" SENSOR_STYLE_FOLDER "Style.xml)"));
     ASSERT_NE(nullptr, stConf.szUIStyle);
     EXPECT_STREQ("", stConf.szUIStyle);
 }

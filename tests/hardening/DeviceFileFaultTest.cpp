@@ -21,8 +21,8 @@ using namespace hardening;
 
 namespace {
 
-const char* const kStyle = "/hd1/moduleConfig/sensorConfig/style/Style.xml";
-const char* const kDiversity = "/hd1/moduleConfig/sensorConfig/styleDiversity/StyleDiversity.xml";
+const char* const kStyle = SENSOR_STYLE_FOLDER "Style.xml";
+const char* const kDiversity = SENSOR_STYLE_DIVERSITY_FOLDER "StyleDiversity.xml";
 const char* const kDebugSign = "/mnt/mtd/sign/Debug.sign";
 
 std::vector<std::string> deviceFiles() {

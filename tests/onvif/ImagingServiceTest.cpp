@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include "config/SysConfig.h"
 #include "tests/support/OnvifRequests.h"
 #include "sensor-onvif/ImagingService.h"
 #include "sensor-onvif/Soap.h"
@@ -21,7 +22,7 @@ using namespace onvif_test;
 namespace {
 
 const char* const kImg = ImagingService::kPath;
-const std::string kStyleFile = "/hd1/moduleConfig/sensorConfig/style/Style.xml";
+const std::string kStyleFile = SENSOR_STYLE_FOLDER "Style.xml";
 
 class ImagingTest : public ::testing::Test {
 protected:

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "config/SysConfig.h"
 #include "tests/support/Camera.h"
 
 using namespace camtest;
@@ -217,8 +218,8 @@ TEST(SchemeLayout, SavedSettingsSurviveAnUpdateOfTheStyleDocument) {
 
     // The update adds an item before brightness and drops contrast (2353),
     // in the style and in the diversity rule that replaces its image tab.
-    for (const char* szDoc : {"/hd1/moduleConfig/sensorConfig/style/Style.xml",
-                              "/hd1/moduleConfig/sensorConfig/styleDiversity/StyleDiversity.xml"}) {
+    for (const char* szDoc :
+         {SENSOR_STYLE_FOLDER "Style.xml", SENSOR_STYLE_DIVERSITY_FOLDER "StyleDiversity.xml"}) {
         std::string strXml = cam.root.read(szDoc);
         const size_t nAt = strXml.find("<item id=\"34\"");
         ASSERT_NE(std::string::npos, nAt) << szDoc;

@@ -182,10 +182,9 @@ public:
         const std::string strDiversity = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
                                          "<rule sensor=\"NO-SUCH-SENSOR\">\n"
                                          "    <Delete tab_key=\"keys\"/>\n</rule>\n";
-        const std::string strStyles = "/hd1/moduleConfig/sensorConfig/";
-        for (const char* szFamily : {"", "_dome", "_Thermal"}) {
-            root.write(strStyles + "style/Style" + szFamily + ".xml", strStyle);
-            root.write(strStyles + "styleDiversity/StyleDiversity" + szFamily + ".xml",
+        for (const std::string strFamily : {"", "_dome", "_Thermal"}) {
+            root.write(SENSOR_STYLE_FOLDER "Style" + strFamily + ".xml", strStyle);
+            root.write(SENSOR_STYLE_DIVERSITY_FOLDER "StyleDiversity" + strFamily + ".xml",
                        strDiversity);
         }
         (void)std::system(("rm -f '" + root.real("/mnt/mtd/code/config_file") + "'/*").c_str());

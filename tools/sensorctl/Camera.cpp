@@ -23,7 +23,7 @@ namespace sensorctl {
 
 namespace {
 
-const char* const kStyleDir = "/hd1/moduleConfig/sensorConfig/style";
+const char* const kStyleDir = SENSOR_STYLE_FOLDER;
 
 // Folders a camera's flash always has, which a copied tree may lack.
 const char* const kDeviceDirs[] = {"/mnt/mtd/code/config_file", "/mnt/mtd/log", "/mnt/mtd/sign",
