@@ -8,10 +8,10 @@
 #include <vector>
 
 #include "config/SensorXml.h"
-#include "controller/ISensorController.h"
-#include "controller/SensorKeys.h"
+#include "config/ShowFlags.h"
+#include "keyval/SensorKeys.h"
 #include "diag/SensorDiag.h"
-#include "keyval/SensorNumber.h"
+#include "diag/SensorNumber.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 
 #include "config/SensorXml.h"
 #include "diag/SensorDiag.h"
-#include "keyval/SensorNumber.h"
+#include "diag/SensorNumber.h"
 
 int style2KeyValN(TiXmlElement* p_pElement, KeyVal* p_pKeyVal, u32* p_pnKeyValNum,
                   u32 p_nCapacity) {

@@ -17,7 +17,7 @@
 
 #include "config/SensorXml.h"
 #include "host/StringHandler.h"
-#include "storage/DeviceRoot.h"
+#include "diag/DeviceRoot.h"
 #include "storage/SensorFile.h"
 
 namespace {

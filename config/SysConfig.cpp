@@ -9,7 +9,7 @@
 
 #include "config/StyleMerge.h"
 #include "host/MachineInfo.h"
-#include "storage/DeviceRoot.h"
+#include "diag/DeviceRoot.h"
 #include "storage/SensorFile.h"
 
 namespace {

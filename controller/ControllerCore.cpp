@@ -6,9 +6,9 @@
 #include <exception>
 
 #include "controller/SafePointer.h"
-#include "controller/SensorKeys.h"
+#include "keyval/SensorKeys.h"
 #include "host/ia_ioctrl_v2.h"
-#include "storage/DeviceRoot.h"
+#include "diag/DeviceRoot.h"
 #include "storage/SensorFile.h"
 
 using namespace sensor_detail;

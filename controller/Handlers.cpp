@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-#include "controller/SensorKeys.h"
+#include "keyval/SensorKeys.h"
 #include "host/ia_ioctrl_v2.h"
 
 using namespace sensor_detail;
@@ -25,18 +25,6 @@ u32 beawayMapping(u32 nMirror, u32 nBeaway) {
 }
 
 } // namespace
-
-// Whether beaway is offered at all, for the whole process. One byte, written
-// at start-up and by the host, read by doBeaway on any thread.
-std::atomic<bool> g_bShoWBeawayFalg{true};
-
-void setshowBeawayFalg(bool p_bShow) {
-    g_bShoWBeawayFalg = p_bShow;
-}
-
-bool getshowBeawayFalg() {
-    return g_bShoWBeawayFalg;
-}
 
 // Momentary user actions (lens moves, iris steps, one-shot focus, frame rate,
 // shutter reset) are stored in schemes like any key, but must only happen

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "config/ShowFlags.h"
 #include "config/SysConfig.h"
 #include "diag/SensorDefs.h"
 #include "host/GThread.h"
@@ -28,10 +29,6 @@ struct keycmd {
     char szKeyName[32];     // "KEY_BRIGHTNESS"
     char szHandlerName[64]; // "&ISensorController::doIaCmd", or "NULL"
 };
-
-// The process-wide switch that withdraws beaway (true: offered).
-SENSOR_API void setshowBeawayFalg(bool p_bShow);
-SENSOR_API bool getshowBeawayFalg();
 
 // Locking. One mutex per controller serialises the host's entry points. The
 // entry points marked "Locks" take it for their whole run; those marked

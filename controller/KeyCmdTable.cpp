@@ -1,7 +1,7 @@
 #include "controller/ControllerPriv.h"
 
 #include "controller/KeyCmdTable.h"
-#include "controller/SensorKeys.h"
+#include "keyval/SensorKeys.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -6,9 +6,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "controller/SensorKeys.h"
+#include "keyval/SensorKeys.h"
 #include "host/ia_ioctrl_v2.h"
-#include "keyval/SensorNumber.h"
+#include "diag/SensorNumber.h"
 
 namespace {
 

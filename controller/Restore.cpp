@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "controller/SensorKeys.h"
+#include "keyval/SensorKeys.h"
 #include "host/ia_ioctrl_v2.h"
 #include "host/sy_system.h"
-#include "keyval/SensorNumber.h"
-#include "storage/DeviceRoot.h"
+#include "diag/SensorNumber.h"
+#include "diag/DeviceRoot.h"
 #include "storage/SensorFile.h"
 
 using namespace sensor_detail;

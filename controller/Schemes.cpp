@@ -5,7 +5,7 @@
 #include <cstring>
 #include <thread>
 
-#include "controller/SensorKeys.h"
+#include "keyval/SensorKeys.h"
 #include "host/KPDeviceTime.h"
 #include "host/TarvelTime.h"
 

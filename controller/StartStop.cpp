@@ -12,9 +12,9 @@
 
 #include "config/DnaStyle.h"
 #include "host/KPFile.h"
-#include "controller/SensorKeys.h"
+#include "keyval/SensorKeys.h"
 #include "host/sy_system.h"
-#include "storage/DeviceRoot.h"
+#include "diag/DeviceRoot.h"
 #include "storage/SensorFile.h"
 
 using namespace sensor_detail;

@@ -8,7 +8,7 @@
 
 #include "host/StringHandler.h"
 #include "keyval/SensorKeyVal.h"
-#include "keyval/SensorNumber.h"
+#include "diag/SensorNumber.h"
 
 using namespace sensor_detail;
 

@@ -11,8 +11,8 @@
 
 #include "host/KPFile.h"
 #include "host/KPLogger.h"
-#include "keyval/SensorNumber.h"
-#include "storage/DeviceRoot.h"
+#include "diag/SensorNumber.h"
+#include "diag/DeviceRoot.h"
 
 // The C library's assertion failure, declared here because release builds
 // (NDEBUG) hide it in <assert.h>; a failed check aborts through it either way.

@@ -7,7 +7,7 @@
 
 #include "diag/SensorDiag.h"
 #include "host/ia_ioctrl_v2.h"
-#include "keyval/SensorNumber.h"
+#include "diag/SensorNumber.h"
 
 namespace {
 

@@ -14,8 +14,8 @@
 #include <unistd.h>
 
 #include "host/KPFile.h"
-#include "keyval/SensorNumber.h"
-#include "storage/DeviceRoot.h"
+#include "diag/SensorNumber.h"
+#include "diag/DeviceRoot.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "keyval/SensorNumber.h"
+#include "diag/SensorNumber.h"
 
 TEST(SensorNumber, ReadsLikeAtoiWithinRange) {
     EXPECT_EQ(4, sensorAtoi("4abc"));

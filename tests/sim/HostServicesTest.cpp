@@ -24,7 +24,7 @@
 #include "host/VideoStreamModule.h"
 #include "host/sy_system.h"
 #include "sim/SimHost.h"
-#include "storage/DeviceRoot.h"
+#include "diag/DeviceRoot.h"
 #include "tests/support/TestSupport.h"
 
 namespace {

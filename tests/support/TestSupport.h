@@ -15,7 +15,7 @@
 
 #include "sim/SimHost.h"
 #include "sim/SimIsp.h"
-#include "storage/DeviceRoot.h"
+#include "diag/DeviceRoot.h"
 
 namespace testsupport {
 

@@ -14,7 +14,7 @@
 #include "config/SysConfig.h"
 #include "host/MachineInfo.h"
 #include "sim/SimHost.h"
-#include "storage/DeviceRoot.h"
+#include "diag/DeviceRoot.h"
 #include "storage/SensorFile.h"
 
 namespace fs = std::filesystem;

@@ -34,7 +34,7 @@
 #include "host/MachineInfo.h"
 #include "sim/SimHost.h"
 #include "sim/SimIsp.h"
-#include "storage/DeviceRoot.h"
+#include "diag/DeviceRoot.h"
 
 #ifdef SENSORCTL_HAVE_ONVIF
 #include "OnvifServer.h"

@@ -14,7 +14,7 @@
 #include "controller/KeyCmdTable.h"
 #include "controller/SensorKeys.h"
 #include "sim/SimIsp.h"
-#include "storage/DeviceRoot.h"
+#include "diag/DeviceRoot.h"
 #include "storage/SensorFile.h"
 
 namespace sensorctl {

@@ -1,4 +1,4 @@
-#include "storage/DeviceRoot.h"
+#include "diag/DeviceRoot.h"
 
 #include <cstdlib>
 #include <cstring>
