@@ -45,7 +45,7 @@ bool fileExists(const std::string& p_strDevicePath) {
 // The bytes of a stored scheme file and its size; no bytes when it cannot be
 // read. A file far larger than any scheme is not read past the bound: it
 // cannot fit the layout anyway.
-std::vector<char> readStoredBytes(const std::string& p_strDevicePath, int64_t& p_nBytes) {
+std::string readStoredBytes(const std::string& p_strDevicePath, int64_t& p_nBytes) {
     const int64_t kMaxBytes = 1 << 20;
     p_nBytes = 0;
     KPFile objFile;
@@ -53,22 +53,22 @@ std::vector<char> readStoredBytes(const std::string& p_strDevicePath, int64_t& p
     if (sensorIsSpecialFile(strPath) || !objFile.open(strPath.c_str(), KPFile::modeRead))
         return {};
     const int64_t nLength = objFile.getLength();
-    std::vector<char> vecBytes(static_cast<size_t>(nLength < 0 ? 0 : std::min(nLength, kMaxBytes)));
-    if (vecBytes.empty())
+    std::string strBytes(static_cast<size_t>(nLength < 0 ? 0 : std::min(nLength, kMaxBytes)), '\0');
+    if (strBytes.empty())
         return {};
-    const int nRead = objFile.read(vecBytes.data(), static_cast<int>(vecBytes.size()));
+    const int nRead = objFile.read(&strBytes[0], static_cast<int>(strBytes.size()));
     if (nRead <= 0)
         return {};
-    vecBytes.resize(static_cast<size_t>(nRead));
+    strBytes.resize(static_cast<size_t>(nRead));
     p_nBytes = nLength;
-    return vecBytes;
+    return strBytes;
 }
 
 // The whole records among the bytes of a file.
-std::vector<KeyVal> wholeRecords(const std::vector<char>& p_vecBytes) {
-    std::vector<KeyVal> vecRecords(p_vecBytes.size() / sizeof(KeyVal));
+std::vector<KeyVal> wholeRecords(const std::string& p_strBytes) {
+    std::vector<KeyVal> vecRecords(p_strBytes.size() / sizeof(KeyVal));
     if (!vecRecords.empty())
-        std::memcpy(vecRecords.data(), p_vecBytes.data(), vecRecords.size() * sizeof(KeyVal));
+        std::memcpy(vecRecords.data(), p_strBytes.data(), vecRecords.size() * sizeof(KeyVal));
     return vecRecords;
 }
 
@@ -77,14 +77,14 @@ std::vector<KeyVal> wholeRecords(const std::vector<char>& p_vecBytes) {
 // keys in the factory's order, a short one (cut at its end, or empty) a
 // leading part of them. Then the raw load puts every value it holds in its
 // place. A longer file, or one with other keys, is of another layout.
-bool inFactoryLayout(const std::vector<char>& p_vecBytes, int64_t p_nBytes, const KeyVal* p_pFct,
+bool inFactoryLayout(const std::string& p_strBytes, int64_t p_nBytes, const KeyVal* p_pFct,
                      u32 p_nNum) {
     const int64_t nWhole = static_cast<int64_t>(p_nNum) * static_cast<int64_t>(sizeof(KeyVal));
-    if (p_nBytes > nWhole || static_cast<int64_t>(p_vecBytes.size()) != p_nBytes)
+    if (p_nBytes > nWhole || static_cast<int64_t>(p_strBytes.size()) != p_nBytes)
         return false;
     const char* pFctBytes = reinterpret_cast<const char*>(p_pFct);
-    for (size_t i = 0; i < p_vecBytes.size(); ++i) {
-        if (i % sizeof(KeyVal) < sizeof(p_pFct->key) && p_vecBytes[i] != pFctBytes[i])
+    for (size_t i = 0; i < p_strBytes.size(); ++i) {
+        if (i % sizeof(KeyVal) < sizeof(p_pFct->key) && p_strBytes[i] != pFctBytes[i])
             return false;
     }
     return true;
@@ -234,19 +234,19 @@ bool ISensorController::init(const ModuleConfigure& p_objModuleConfigure) {
         // taken record by record by key (a style update may change the keys
         // without a new stamp).
         int64_t nStoredBytes = 0;
-        const std::vector<char> vecBytes = readStoredBytes(strName, nStoredBytes);
+        const std::string strBytes = readStoredBytes(strName, nStoredBytes);
         const bool bWhole =
             nStoredBytes == static_cast<int64_t>(nKeyValSum) * static_cast<int64_t>(sizeof(KeyVal));
-        if (nKeyValSum > 0 && inFactoryLayout(vecBytes, nStoredBytes, m_pFctKeyVal, nKeyValSum)) {
+        if (nKeyValSum > 0 && inFactoryLayout(strBytes, nStoredBytes, m_pFctKeyVal, nKeyValSum)) {
             if (bWhole) {
-                std::memcpy(m_ppUserKeyVal[s], vecBytes.data(), nKeyValSum * sizeof(KeyVal));
+                std::memcpy(m_ppUserKeyVal[s], strBytes.data(), nKeyValSum * sizeof(KeyVal));
             } else {
                 std::memcpy(m_ppUserKeyVal[s], m_pFctKeyVal, nKeyValSum * sizeof(KeyVal));
                 (void)keyValFromFile(strName.c_str(), m_ppUserKeyVal[s], nKeyValSum);
             }
         } else {
             (void)keyValFromFile(strName.c_str(), m_ppUserKeyVal[s], nKeyValSum);
-            const std::vector<KeyVal> vecStored = wholeRecords(vecBytes);
+            const std::vector<KeyVal> vecStored = wholeRecords(strBytes);
             const u32 nKept = remapByKey(vecStored, m_pFctKeyVal, m_ppUserKeyVal[s], nKeyValSum);
             if (!vecStored.empty())
                 SNS_WARN("%s does not fit the factory layout: %u of its %u records kept by key\n",
