@@ -59,9 +59,10 @@ bool resolveLinks(std::string& p_strPath) {
 // leaves either the old file or the new one, never a torn or empty one. The
 // temporary's name is the target's plus ".tmp", so that it still matches the
 // removal pattern "/mnt/mtd/code/config*/sensor*" of a version change; when
-// something of someone else's stands at that name (a folder, a file this
-// process may not write), one of a few further names (".tmp1" to ".tmp9")
-// serves, and what stands there is left alone. The temporary gets the
+// something of someone else's stands at that name (a folder, a link, a file
+// this process may not write), one of a few further names (".tmp1" to
+// ".tmp9") serves, and what stands there is left alone; with every name
+// taken, the target is opened itself. The temporary gets the
 // target's permissions and, where the process may, its owner. A target its
 // writer may not write is not replaced: the save fails as opening it for
 // writing fails. A writable target in a folder where no temporary can be made
@@ -95,12 +96,15 @@ public:
                 return true;
             }
         }
-        if (openTemporary()) {
+        bool bNamesTaken = false;
+        if (openTemporary(bNamesTaken)) {
             if (bTargetIsFile)
                 takeOwnerAndMode(stTarget);
             return true;
         }
-        if (!bTargetIsFile || mayCreateIn(folderOf(m_strTarget)))
+        // No temporary: the target is opened itself when every temporary
+        // name is taken, or when it is a file in a folder that allows none.
+        if (!bNamesTaken && (!bTargetIsFile || mayCreateIn(folderOf(m_strTarget))))
             return false;
         if (!m_objFile.open(m_strTarget.c_str(), kModeWrite))
             return false;
@@ -141,8 +145,9 @@ private:
     // device at one of these names is a leftover of ours and goes (a pipe
     // would block the open until someone reads it); a folder, a link or a
     // file the process may not write is someone else's and stays: the next
-    // name serves.
-    bool openTemporary() {
+    // name serves. p_bNamesTaken: every name was taken so.
+    bool openTemporary(bool& p_bNamesTaken) {
+        p_bNamesTaken = false;
         const std::string strBase = m_strTarget + ".tmp";
         for (int nAlt = 0; nAlt <= kMaxAltTemps; ++nAlt) {
             const std::string strTemp = nAlt == 0 ? strBase : strBase + std::to_string(nAlt);
@@ -150,8 +155,8 @@ private:
             const bool bTaken = ::lstat(strTemp.c_str(), &stTemp) == 0;
             if (bTaken && S_ISLNK(stTemp.st_mode))
                 continue; // the rename would put the link in the target's place
-            if (bTaken && sensorIsSpecialMode(stTemp.st_mode))
-                (void)::unlink(strTemp.c_str());
+            if (bTaken && sensorIsSpecialMode(stTemp.st_mode) && ::unlink(strTemp.c_str()) != 0)
+                continue; // a pipe that stays would block the open
             if (m_objFile.open(strTemp.c_str(), kModeWrite)) {
                 m_strTemp = strTemp;
                 m_eOpen = Open::Temporary;
@@ -162,6 +167,7 @@ private:
             if (::lstat(strTemp.c_str(), &stTemp) != 0)
                 return false;
         }
+        p_bNamesTaken = true;
         return false;
     }
 

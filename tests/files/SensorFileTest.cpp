@@ -229,6 +229,33 @@ TEST(SensorFile, SetVersionBesideFoldersAtTheTemporaryNamesWritesTheStamp) {
     EXPECT_FALSE(root.exists(SENSOR_VERSION_FILE ".tmp2"));
 }
 
+// With every temporary name taken by folders, the file is opened itself, as
+// its plain open would: an old file is saved, a missing one made, and the
+// folders stay.
+TEST(SensorFile, SaveWithEveryTemporaryNameTakenWritesTheFileItself) {
+    testsupport::TempDeviceRoot root;
+    root.write("/tmp/a.txt", "old");
+    for (const std::string strName : {"/tmp/a.txt", "/tmp/b.txt"}) {
+        root.makeDirs(strName + ".tmp");
+        for (int i = 1; i <= 9; ++i)
+            root.makeDirs(strName + ".tmp" + std::to_string(i));
+    }
+    int nRet = 0;
+    const std::string out = captureStdout([&] {
+        nRet = saveToFile("/tmp/a.txt", "new!", 4);
+        EXPECT_EQ(4, saveToFile("/tmp/b.txt", "made", 4));
+    });
+    EXPECT_EQ(4, nRet);
+    EXPECT_EQ("", out);
+    EXPECT_EQ("new!", root.read("/tmp/a.txt"));
+    EXPECT_EQ("made", root.read("/tmp/b.txt"));
+    struct stat st;
+    ASSERT_EQ(0, ::stat(root.real("/tmp/a.txt.tmp9").c_str(), &st));
+    EXPECT_TRUE(S_ISDIR(st.st_mode));
+    ASSERT_EQ(0, ::stat(root.real("/tmp/b.txt.tmp").c_str(), &st));
+    EXPECT_TRUE(S_ISDIR(st.st_mode));
+}
+
 // A file the writer may not write at the temporary's name: the stamp and a
 // scheme file are saved all the same, and that file keeps its bytes.
 TEST(SensorFile, SaveBesideAnUnwritableFileAtTheTemporaryNameWritesTheBytes) {
