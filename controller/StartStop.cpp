@@ -226,10 +226,10 @@ bool ISensorController::init(const ModuleConfigure& p_objModuleConfigure) {
             (void)keyValToFile(strName.c_str(), pSource, nKeyValSum);
         }
         // A file in the factory's layout (the usual case) is read once, and
-        // that read is the raw load. A short one is loaded raw over the
-        // factory values, as any load leaves what a short file does not
-        // reach: its reports, and a record cut in its middle keeps the
-        // file's first bytes and the factory's rest. A file of another
+        // that read is the raw load. A short one (cut, empty or unreadable)
+        // gets the raw load itself, with its reports, over the factory
+        // values: what the file does not reach stays the factory's, so a
+        // record cut in two keeps the file's first bytes. A file of another
         // layout is read again by the raw load, for its reports, and then
         // taken record by record by key (a style update may change the keys
         // without a new stamp).
