@@ -88,14 +88,22 @@ bool fileHolds(const std::string& p_strPath, const std::string& p_strText) {
     return nRead == p_strText.size() && strOld.compare(0, nRead, p_strText) == 0;
 }
 
-// Finds text nodes: TinyXML's printer lays out a text beside other children
-// (and a CDATA section) otherwise than SaveFile does; for elements,
-// attributes, comments, declarations and other markup the two agree.
-class TextFinder : public TiXmlVisitor {
+// Finds what TinyXML's printer lays out otherwise than SaveFile does: a text
+// node (beside other children, and a CDATA section) and an XML declaration
+// inside an element, which the printer indents and SaveFile writes at the
+// line's start. For elements, attributes, comments, other markup and the
+// document's own declaration the two agree.
+class UnlikeSaveFileFinder : public TiXmlVisitor {
 public:
     bool Visit(const TiXmlText&) override {
         m_bFound = true;
         return false;
+    }
+    bool Visit(const TiXmlDeclaration& p_objDecl) override {
+        const TiXmlNode* pParent = p_objDecl.Parent();
+        if (pParent != nullptr && pParent->ToDocument() == nullptr)
+            m_bFound = true;
+        return !m_bFound;
     }
     bool found() const { return m_bFound; }
 
@@ -103,21 +111,23 @@ private:
     bool m_bFound = false;
 };
 
-// Whether the printer writes the document exactly as SaveFile does: no text
-// nodes, and no byte-order mark that SaveFile would write back.
+// Whether the printer writes the document exactly as SaveFile does: nothing
+// the two lay out differently, and no byte-order mark that SaveFile would
+// write back.
 bool printsAsSaved(const TiXmlDocument& p_objDoc, const char* p_szText) {
     if (p_szText != nullptr && std::strncmp(p_szText, "\xEF\xBB\xBF", 3) == 0)
         return false;
-    TextFinder objFinder;
+    UnlikeSaveFileFinder objFinder;
     p_objDoc.Accept(&objFinder);
     return !objFinder.found();
 }
 
 // Writes the document to the merge file exactly as TinyXML's SaveFile
 // writes it: through the printer where the two agree (a style is elements
-// and attributes), else through SaveFile's own print to a stream in memory. A merge file that
-// already holds these bytes (the same style at every start-up) is written
-// over in place rather than cut to nothing and filled again.
+// and attributes), else through SaveFile's own print to a stream in memory.
+// A merge file that already holds these bytes (the same style at every
+// start-up) is written over in place rather than cut to nothing and filled
+// again.
 void saveMergeFile(const SensorXmlDocument& p_objDoc, bool p_bPrintable,
                    const std::string& p_strPath) {
     std::string strText;

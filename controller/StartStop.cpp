@@ -42,10 +42,10 @@ bool fileExists(const std::string& p_strDevicePath) {
     return ::access(sensorDevicePath(p_strDevicePath).c_str(), F_OK) == 0;
 }
 
-// The whole records of a stored scheme file and its size in bytes; no
-// records when it cannot be read. A file far larger than any scheme is not
-// read past the bound: it cannot fit the layout anyway.
-std::vector<KeyVal> readStoredRecords(const std::string& p_strDevicePath, int64_t& p_nBytes) {
+// The bytes of a stored scheme file and its size; no bytes when it cannot be
+// read. A file far larger than any scheme is not read past the bound: it
+// cannot fit the layout anyway.
+std::string readStoredBytes(const std::string& p_strDevicePath, int64_t& p_nBytes) {
     const int64_t kMaxBytes = 1 << 20;
     p_nBytes = 0;
     KPFile objFile;
@@ -53,27 +53,38 @@ std::vector<KeyVal> readStoredRecords(const std::string& p_strDevicePath, int64_
     if (sensorIsSpecialFile(strPath) || !objFile.open(strPath.c_str(), KPFile::modeRead))
         return {};
     const int64_t nLength = objFile.getLength();
-    std::vector<char> vecBytes(static_cast<size_t>(nLength < 0 ? 0 : std::min(nLength, kMaxBytes)));
-    if (vecBytes.empty())
+    std::string strBytes(static_cast<size_t>(nLength < 0 ? 0 : std::min(nLength, kMaxBytes)), '\0');
+    if (strBytes.empty())
         return {};
-    const int nRead = objFile.read(vecBytes.data(), static_cast<int>(vecBytes.size()));
+    const int nRead = objFile.read(&strBytes[0], static_cast<int>(strBytes.size()));
     if (nRead <= 0)
         return {};
+    strBytes.resize(static_cast<size_t>(nRead));
     p_nBytes = nLength;
-    std::vector<KeyVal> vecRecords(static_cast<size_t>(nRead) / sizeof(KeyVal));
+    return strBytes;
+}
+
+// The whole records among the bytes of a file.
+std::vector<KeyVal> wholeRecords(const std::string& p_strBytes) {
+    std::vector<KeyVal> vecRecords(p_strBytes.size() / sizeof(KeyVal));
     if (!vecRecords.empty())
-        std::memcpy(vecRecords.data(), vecBytes.data(), vecRecords.size() * sizeof(KeyVal));
+        std::memcpy(vecRecords.data(), p_strBytes.data(), vecRecords.size() * sizeof(KeyVal));
     return vecRecords;
 }
 
-// A stored file fits when it holds exactly the factory's keys in the
-// factory's order: then the raw load put every value in its place.
-bool fitsLayout(const std::vector<KeyVal>& p_vecStored, int64_t p_nBytes, const KeyVal* p_pFct,
-                u32 p_nNum) {
-    if (p_vecStored.size() != p_nNum || p_nBytes != static_cast<int64_t>(p_nNum * sizeof(KeyVal)))
+// A stored file is in the factory's layout when every key byte it holds is
+// the factory's key byte in that place: the whole file holds the factory's
+// keys in the factory's order, a short one (cut at its end, or empty) a
+// leading part of them. Then the raw load puts every value it holds in its
+// place. A longer file, or one with other keys, is of another layout.
+bool inFactoryLayout(const std::string& p_strBytes, int64_t p_nBytes, const KeyVal* p_pFct,
+                     u32 p_nNum) {
+    const int64_t nWhole = static_cast<int64_t>(p_nNum) * static_cast<int64_t>(sizeof(KeyVal));
+    if (p_nBytes > nWhole || static_cast<int64_t>(p_strBytes.size()) != p_nBytes)
         return false;
-    for (u32 i = 0; i < p_nNum; ++i) {
-        if (p_vecStored[i].key != p_pFct[i].key)
+    const char* pFctBytes = reinterpret_cast<const char*>(p_pFct);
+    for (size_t i = 0; i < p_strBytes.size(); ++i) {
+        if (i % sizeof(KeyVal) < sizeof(p_pFct->key) && p_strBytes[i] != pFctBytes[i])
             return false;
     }
     return true;
@@ -215,17 +226,27 @@ bool ISensorController::init(const ModuleConfigure& p_objModuleConfigure) {
             (void)keyValToFile(strName.c_str(), pSource, nKeyValSum);
         }
         // A file in the factory's layout (the usual case) is read once, and
-        // that read is the raw load. Any other is read again by the raw load,
-        // for its reports, and then taken record by record by key (a style
-        // update may change the keys without a new stamp).
+        // that read is the raw load. A short one (cut, empty or unreadable)
+        // gets the raw load itself, with its reports, over the factory
+        // values: what the file does not reach stays the factory's, so a
+        // record cut in two keeps the file's first bytes. A file of another
+        // layout is read again by the raw load, for its reports, and then
+        // taken record by record by key (a style update may change the keys
+        // without a new stamp).
         int64_t nStoredBytes = 0;
-        const std::vector<KeyVal> vecStored = readStoredRecords(strName, nStoredBytes);
-        const bool bFits =
-            nKeyValSum > 0 && fitsLayout(vecStored, nStoredBytes, m_pFctKeyVal, nKeyValSum);
-        if (bFits) {
-            std::memcpy(m_ppUserKeyVal[s], vecStored.data(), nKeyValSum * sizeof(KeyVal));
+        const std::string strBytes = readStoredBytes(strName, nStoredBytes);
+        const bool bWhole =
+            nStoredBytes == static_cast<int64_t>(nKeyValSum) * static_cast<int64_t>(sizeof(KeyVal));
+        if (nKeyValSum > 0 && inFactoryLayout(strBytes, nStoredBytes, m_pFctKeyVal, nKeyValSum)) {
+            if (bWhole) {
+                std::memcpy(m_ppUserKeyVal[s], strBytes.data(), nKeyValSum * sizeof(KeyVal));
+            } else {
+                std::memcpy(m_ppUserKeyVal[s], m_pFctKeyVal, nKeyValSum * sizeof(KeyVal));
+                (void)keyValFromFile(strName.c_str(), m_ppUserKeyVal[s], nKeyValSum);
+            }
         } else {
             (void)keyValFromFile(strName.c_str(), m_ppUserKeyVal[s], nKeyValSum);
+            const std::vector<KeyVal> vecStored = wholeRecords(strBytes);
             const u32 nKept = remapByKey(vecStored, m_pFctKeyVal, m_ppUserKeyVal[s], nKeyValSum);
             if (!vecStored.empty())
                 SNS_WARN("%s does not fit the factory layout: %u of its %u records kept by key\n",

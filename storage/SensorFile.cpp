@@ -23,6 +23,8 @@ const char* const kOpenReadText = "file.open(file_name)";
 const char* const kOpenWriteText = "file.open(file_name, KPFile::modeWrite | KPFile::modeTruncate)";
 const int kModeRead = KPFile::modeRead;                          // 1
 const int kModeWrite = KPFile::modeWrite | KPFile::modeTruncate; // 66
+// Further temporary names tried when something else stands at the first.
+const int kMaxAltTemps = 9;
 
 // The folder that holds a resolved path.
 std::string folderOf(const std::string& strPath) {
@@ -56,18 +58,21 @@ bool resolveLinks(std::string& p_strPath) {
 // rename, after which the folder is synced too. A power cut at any instant
 // leaves either the old file or the new one, never a torn or empty one. The
 // temporary's name is the target's plus ".tmp", so that it still matches the
-// removal pattern "/mnt/mtd/code/config*/sensor*" of a version change. The
-// temporary gets the target's permissions and, where the process may, its
-// owner. A target its writer may not write is not replaced: the save fails as
-// opening it for writing fails. A writable target in a folder where no
-// temporary can be made is written in place, as a plain open-truncate-write.
+// removal pattern "/mnt/mtd/code/config*/sensor*" of a version change; when
+// something of someone else's stands at that name (a folder, a link, a file
+// this process may not write), one of a few further names (".tmp1" to
+// ".tmp9") serves, and what stands there is left alone; with every name
+// taken, the target is opened itself. The temporary gets the
+// target's permissions and, where the process may, its owner. A target its
+// writer may not write is not replaced: the save fails as opening it for
+// writing fails. A writable target in a folder where no temporary can be made
+// is written in place, as a plain open-truncate-write, without a word: the
+// save does what opening the file itself does.
 class ReplacingFile {
 public:
     explicit ReplacingFile(const char* devicePath)
-        : m_strDevicePath(devicePath ? devicePath : ""),
-          m_strTarget(sensorDevicePath(m_strDevicePath)) {
+        : m_strTarget(sensorDevicePath(devicePath ? devicePath : "")) {
         m_bResolved = resolveLinks(m_strTarget);
-        m_strTemp = m_strTarget + ".tmp";
     }
     ~ReplacingFile() { abandon(); }
     ReplacingFile(const ReplacingFile&) = delete;
@@ -91,24 +96,19 @@ public:
                 return true;
             }
         }
-        // The temporary's name is ours: a pipe left there would block the
-        // open until someone reads it.
-        if (sensorIsSpecialFile(m_strTemp))
-            (void)::unlink(m_strTemp.c_str());
-        if (m_objFile.open(m_strTemp.c_str(), kModeWrite)) {
-            m_eOpen = Open::Temporary;
+        bool bNamesTaken = false;
+        if (openTemporary(bNamesTaken)) {
             if (bTargetIsFile)
                 takeOwnerAndMode(stTarget);
             return true;
         }
-        if (!bTargetIsFile || mayCreateIn(folderOf(m_strTarget)))
+        // No temporary: the target is opened itself when every temporary
+        // name is taken, or when it is a file in a folder that allows none.
+        if (!bNamesTaken && (!bTargetIsFile || mayCreateIn(folderOf(m_strTarget))))
             return false;
         if (!m_objFile.open(m_strTarget.c_str(), kModeWrite))
             return false;
         m_eOpen = Open::InPlace;
-        SNS_WARN("file_name(%s) written in place, not crash-safe: no temporary can be "
-                 "made in its folder\n",
-                 m_strDevicePath.c_str());
         return true;
     }
 
@@ -141,6 +141,36 @@ public:
     }
 
 private:
+    // Opens the first temporary name that can be written. A pipe, socket or
+    // device at one of these names is a leftover of ours and goes (a pipe
+    // would block the open until someone reads it); a folder, a link or a
+    // file the process may not write is someone else's and stays: the next
+    // name serves. p_bNamesTaken: every name was taken so.
+    bool openTemporary(bool& p_bNamesTaken) {
+        p_bNamesTaken = false;
+        const std::string strBase = m_strTarget + ".tmp";
+        for (int nAlt = 0; nAlt <= kMaxAltTemps; ++nAlt) {
+            const std::string strTemp = nAlt == 0 ? strBase : strBase + std::to_string(nAlt);
+            struct stat stTemp;
+            const bool bTaken = ::lstat(strTemp.c_str(), &stTemp) == 0;
+            if (bTaken && S_ISLNK(stTemp.st_mode))
+                continue; // the rename would put the link in the target's place
+            if (bTaken && sensorIsSpecialMode(stTemp.st_mode) && ::unlink(strTemp.c_str()) != 0)
+                continue; // a pipe that stays would block the open
+            if (m_objFile.open(strTemp.c_str(), kModeWrite)) {
+                m_strTemp = strTemp;
+                m_eOpen = Open::Temporary;
+                return true;
+            }
+            // Only a name taken by something else is worth another try; any
+            // other failure (no room, a read-only folder) fails every name.
+            if (::lstat(strTemp.c_str(), &stTemp) != 0)
+                return false;
+        }
+        p_bNamesTaken = true;
+        return false;
+    }
+
     // Whether this process may open an existing file for writing, by its
     // effective ids, as the open itself would decide.
     static bool mayWrite(const std::string& p_strPath) {
@@ -192,7 +222,6 @@ private:
     }
 
     KPFile m_objFile;
-    std::string m_strDevicePath;
     std::string m_strTarget;
     std::string m_strTemp;
     bool m_bResolved = false;

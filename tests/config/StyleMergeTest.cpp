@@ -306,6 +306,49 @@ TEST(StyleMerge, MergeFileIsExactlyWhatSaveFileWrites) {
     }
 }
 
+// A style may hold an XML declaration inside an element, and a rule may
+// bring one in: SaveFile writes such a declaration at the start of its line,
+// not indented as the elements around it. The merge file is those bytes
+// exactly, and so is the style the camera keeps.
+TEST(StyleMerge, MergeFileWritesANestedDeclarationAsSaveFileDoes) {
+    testsupport::TempDeviceRoot root;
+    const char* const szStyle =
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>"
+        "<style><tab key=\"image\"><?xml version=\"1.0\"?><item id=\"34\" value=\"50\"/></tab>"
+        "<tab key=\"mirror\"><item id=\"2384\" value=\"0\"/></tab></style>";
+    const std::string strNewTab = "<tab key=\"mirror2\"><?xml version=\"1.0\" encoding=\"UTF-8\"?>"
+                                  "<item id=\"2385\" value=\"1\"/></tab>";
+    const std::string strMerged =
+        merge("(a=1)", rule("a=\"1\"", "<Modify tab_key=\"mirror\">" + strNewTab + "</Modify>"),
+              nullptr, szStyle);
+    const std::string strExpected = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n"
+                                    "<style>\n"
+                                    "    <tab key=\"image\">\n"
+                                    "<?xml version=\"1.0\" ?>\n"
+                                    "        <item id=\"34\" value=\"50\" />\n"
+                                    "    </tab>\n"
+                                    "    <tab key=\"mirror2\">\n"
+                                    "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n"
+                                    "        <item id=\"2385\" value=\"1\" />\n"
+                                    "    </tab>\n"
+                                    "</style>\n";
+    EXPECT_EQ(strExpected, root.read(SENSOR_MERGE_STYLE_FILE));
+    EXPECT_EQ(strExpected, strMerged);
+
+    // TinyXML's own SaveFile of the same document, built with TinyXML alone.
+    TiXmlDocument objDoc;
+    objDoc.Parse(szStyle, nullptr, TIXML_ENCODING_UTF8);
+    TiXmlDocument objTab;
+    objTab.Parse(strNewTab.c_str(), nullptr, TIXML_ENCODING_UTF8);
+    ASSERT_FALSE(objDoc.Error());
+    ASSERT_FALSE(objTab.Error());
+    TiXmlElement* pMirror = objDoc.RootElement()->FirstChildElement()->NextSiblingElement();
+    ASSERT_NE(nullptr, pMirror);
+    objDoc.RootElement()->ReplaceChild(pMirror, *objTab.RootElement());
+    ASSERT_TRUE(objDoc.SaveFile(root.real("/tmp/expected.xml").c_str()));
+    EXPECT_EQ(root.read("/tmp/expected.xml"), root.read(SENSOR_MERGE_STYLE_FILE));
+}
+
 TEST(StyleMerge, MergedStyleIsLeftInTheMergeFile) {
     testsupport::TempDeviceRoot root;
     const std::string strMerged = merge("(a=1)", rule("a=\"1\""));

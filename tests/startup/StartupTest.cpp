@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tests/support/Camera.h"
+#include "tests/support/FilesTestSupport.h"
 
 using namespace camtest;
 
@@ -426,4 +427,154 @@ TEST(Shutdown, ManyStartUpsAndShutDownsLeakNothing) {
     // larger than this slack; a leak per cycle would exceed it many times.
     EXPECT_LT(nAfter, nBefore + 16384) << nBefore << " -> " << nAfter;
     EXPECT_EQ(-1, cam.acc->curScheme());
+}
+
+namespace {
+
+// A factory set written out here, so that every byte a start-up leaves in a
+// scheme is known: keys 34 and 2353 (brightness, contrast) with values whose
+// four bytes all differ.
+const std::vector<KeyVal> kListedFactory = {{KEY_SCHEME_MODE, 0},      {KEY_SCHEME_START_HOUR, 0},
+                                            {KEY_SCHEME_START_MIN, 0}, {KEY_SCHEME_END_HOUR, 24},
+                                            {KEY_SCHEME_END_MIN, 0},   {KEY_BRIGHTNESS, 0x0A0B0C0D},
+                                            {KEY_CONTRAST, 0x01020304}};
+
+// The same seven records as they lie in a scheme file.
+const std::string kListedFactoryBytes("\x40\x1f\0\0\0\0\0\0"          // 8000 (scheme mode), 0
+                                      "\x41\x1f\0\0\0\0\0\0"          // 8001 (start hour), 0
+                                      "\x42\x1f\0\0\0\0\0\0"          // 8002 (start minute), 0
+                                      "\x43\x1f\0\0\x18\0\0\0"        // 8003 (end hour), 24
+                                      "\x44\x1f\0\0\0\0\0\0"          // 8004 (end minute), 0
+                                      "\x22\0\0\0\x0d\x0c\x0b\x0a"    // 34, 0x0A0B0C0D
+                                      "\x31\x09\0\0\x04\x03\x02\x01", // 2353, 0x01020304
+                                      56);
+
+// A stored scheme 2 in that layout: start hour 6, brightness 0x1A1B1C1D,
+// contrast 0x21222324.
+const std::string kStoredScheme2("\x40\x1f\0\0\0\0\0\0"
+                                 "\x41\x1f\0\0\x06\0\0\0"
+                                 "\x42\x1f\0\0\0\0\0\0"
+                                 "\x43\x1f\0\0\x18\0\0\0"
+                                 "\x44\x1f\0\0\0\0\0\0"
+                                 "\x22\0\0\0\x1d\x1c\x1b\x1a"
+                                 "\x31\x09\0\0\x24\x23\x22\x21",
+                                 56);
+
+// Starts the controller again on the listed factory set; the ISP offers no
+// dynamic choices meanwhile, so that no factory value is replaced.
+testing::AssertionResult restartOnListedFactory(Camera& cam) {
+    sim::Isp& objIsp = sim::Isp::instance();
+    const std::vector<uint32_t> vecDynamic = objIsp.dynamicCommands();
+    objIsp.setDynamicCommands({});
+    cam.construct();
+    testing::AssertionResult objStarted = cam.init(cam.module());
+    objIsp.setDynamicCommands(vecDynamic);
+    return objStarted;
+}
+
+std::vector<std::pair<u32, u32>> pairsOf(const std::vector<KeyVal>& p_vecKeyVal) {
+    std::vector<std::pair<u32, u32>> vecOut;
+    for (const KeyVal& kv : p_vecKeyVal)
+        vecOut.emplace_back(kv.key, kv.value);
+    return vecOut;
+}
+
+} // namespace
+
+// The test's own layout is the one it writes by hand.
+TEST(Startup, ListedFactorySetIsStoredAsItsBytes) {
+    Camera cam;
+    ASSERT_TRUE(cam.startWithFactory(kListedFactory));
+    EXPECT_EQ(kListedFactoryBytes, cam.root.read(schemeFile(2)));
+}
+
+// A scheme file one byte short of the factory's layout is loaded as it
+// lies: every whole record from the file, and of the last one the key and
+// the value's three low bytes from the file, its high byte still the
+// factory's. The size is reported, nothing is taken by key.
+TEST(Startup, SchemeFileOneByteShortLeavesTheLastRecordPartlyRead) {
+    Camera cam;
+    ASSERT_TRUE(cam.startWithFactory(kListedFactory));
+    cam.ctl->uinit();
+    cam.root.write(schemeFile(2), kStoredScheme2.substr(0, 55));
+    cam.root.remove("/mnt/mtd/log/SensorError.log");
+    ASSERT_TRUE(restartOnListedFactory(cam));
+    const std::vector<std::pair<u32, u32>> vecExpected = {
+        {KEY_SCHEME_MODE, 0},      {KEY_SCHEME_START_HOUR, 6}, {KEY_SCHEME_START_MIN, 0},
+        {KEY_SCHEME_END_HOUR, 24}, {KEY_SCHEME_END_MIN, 0},    {KEY_BRIGHTNESS, 0x1A1B1C1D},
+        {KEY_CONTRAST, 0x01222324}};
+    EXPECT_EQ(vecExpected, pairsOf(cam.scheme(2)));
+    EXPECT_TRUE(contains(cam.errorLog(), "nSize == sizeof(KeyVal)*p_nKeyValNum"));
+    EXPECT_TRUE(contains(cam.errorLog(), "file_name(/mnt/mtd/code/config_file/sensor2.cfg) "
+                                         "nSize(55) sizeof(KeyVal) = 8, p_nKeyValNum(7)\n"));
+    EXPECT_FALSE(contains(cam.errorLog(), "does not fit the factory layout"));
+}
+
+// Cut inside a record's value: its low bytes come from the file, the rest
+// and every later record stay the factory's. Cut inside a key that agrees
+// with the factory's as far as it goes: the record stays the factory's.
+TEST(Startup, SchemeFileCutInsideARecordKeepsItsFirstBytes) {
+    Camera cam;
+    ASSERT_TRUE(cam.startWithFactory(kListedFactory));
+    cam.ctl->uinit();
+    cam.root.write(schemeFile(2), kStoredScheme2.substr(0, 46));
+    cam.root.write(schemeFile(3), kStoredScheme2.substr(0, 42));
+    cam.root.remove("/mnt/mtd/log/SensorError.log");
+    ASSERT_TRUE(restartOnListedFactory(cam));
+    const std::vector<std::pair<u32, u32>> vecCutInValue = {
+        {KEY_SCHEME_MODE, 0},      {KEY_SCHEME_START_HOUR, 6}, {KEY_SCHEME_START_MIN, 0},
+        {KEY_SCHEME_END_HOUR, 24}, {KEY_SCHEME_END_MIN, 0},    {KEY_BRIGHTNESS, 0x0A0B1C1D},
+        {KEY_CONTRAST, 0x01020304}};
+    EXPECT_EQ(vecCutInValue, pairsOf(cam.scheme(2)));
+    const std::vector<std::pair<u32, u32>> vecCutInKey = {
+        {KEY_SCHEME_MODE, 0},      {KEY_SCHEME_START_HOUR, 6}, {KEY_SCHEME_START_MIN, 0},
+        {KEY_SCHEME_END_HOUR, 24}, {KEY_SCHEME_END_MIN, 0},    {KEY_BRIGHTNESS, 0x0A0B0C0D},
+        {KEY_CONTRAST, 0x01020304}};
+    EXPECT_EQ(vecCutInKey, pairsOf(cam.scheme(3)));
+    EXPECT_TRUE(contains(cam.errorLog(), "nSize(46) sizeof(KeyVal) = 8, p_nKeyValNum(7)"));
+    EXPECT_TRUE(contains(cam.errorLog(), "nSize(42) sizeof(KeyVal) = 8, p_nKeyValNum(7)"));
+    EXPECT_FALSE(contains(cam.errorLog(), "does not fit the factory layout"));
+}
+
+// A folder of someone else's at a missing scheme file's temporary name:
+// start-up creates the file all the same, from the factory values, and the
+// folder stays.
+TEST(Startup, MissingSchemeFileIsCreatedBesideAFolderAtItsTemporaryName) {
+    Camera cam;
+    ASSERT_TRUE(cam.startWithFactory(kListedFactory));
+    cam.ctl->uinit();
+    cam.root.remove(schemeFile(1));
+    cam.root.write(schemeFile(1) + ".tmp/kept", "mine");
+    std::string strOut;
+    strOut = testsupport::captureStdout([&] { EXPECT_TRUE(restartOnListedFactory(cam)); });
+    EXPECT_FALSE(contains(strOut, "Assertion failed")) << strOut;
+    EXPECT_EQ(kListedFactoryBytes, cam.root.read(schemeFile(1)));
+    EXPECT_EQ(pairsOf(kListedFactory), pairsOf(cam.scheme(1)));
+    EXPECT_EQ("mine", cam.root.read(schemeFile(1) + ".tmp/kept"));
+}
+
+// A file the camera may not write at a missing scheme file's temporary
+// name: start-up creates the scheme file all the same, and that file keeps
+// its bytes.
+TEST(Startup, MissingSchemeFileIsCreatedBesideAnUnwritableFileAtItsTemporaryName) {
+    Camera cam;
+    ASSERT_TRUE(cam.startWithFactory(kListedFactory));
+    cam.ctl->uinit();
+    cam.ctl.reset();
+    cam.root.remove(schemeFile(1));
+    cam.root.write(schemeFile(1) + ".tmp", "not the camera's");
+    const filestest::ChildRun run = filestest::runUnprivileged(cam.root.path(), [&]() -> int {
+        if (::chmod(cam.root.real(schemeFile(1) + ".tmp").c_str(), 0444) != 0)
+            return 1;
+        if (!restartOnListedFactory(cam))
+            return 2;
+        if (pairsOf(cam.scheme(1)) != pairsOf(kListedFactory))
+            return 3;
+        cam.ctl->uinit();
+        return 0;
+    });
+    EXPECT_EQ(0, run.nCode) << run.strOut;
+    EXPECT_FALSE(contains(run.strOut, "Assertion failed")) << run.strOut;
+    EXPECT_EQ(kListedFactoryBytes, cam.root.read(schemeFile(1)));
+    EXPECT_EQ("not the camera's", cam.root.read(schemeFile(1) + ".tmp"));
 }
