@@ -29,7 +29,7 @@ struct ToolRun {
 };
 
 // Runs build/tools/sensorctl/sensorctl ARGS with input on its standard input
-// and extraEnv added to its environment (NAME=VALUE each; SENSORCTL_DATA is
+// and extraEnv set in its environment (NAME=VALUE each; SENSORCTL_DATA is
 // the sample tree and SENSOR_ROOT is never passed on).
 inline ToolRun runSensorctl(const std::vector<std::string>& arguments,
                             const std::string& input = "",
@@ -66,10 +66,19 @@ inline ToolRun runSensorctl(const std::vector<std::string>& arguments,
         argv.push_back(&a[0]);
     argv.push_back(nullptr);
 
+    // A name given in extraEnv takes the place of the inherited one.
+    auto overridden = [&extraEnv](const char* szEntry) {
+        for (const std::string& extra : extraEnv) {
+            const size_t nName = extra.find('=') + 1;
+            if (std::strncmp(szEntry, extra.c_str(), nName) == 0)
+                return true;
+        }
+        return false;
+    };
     std::vector<std::string> env;
     for (char** e = environ; *e; ++e)
         if (std::strncmp(*e, "SENSOR_ROOT=", 12) != 0 &&
-            std::strncmp(*e, "SENSORCTL_DATA=", 15) != 0)
+            std::strncmp(*e, "SENSORCTL_DATA=", 15) != 0 && !overridden(*e))
             env.emplace_back(*e);
     env.push_back(std::string("SENSORCTL_DATA=") + SENSOR_SOURCE_DIR + "/data/device");
     env.insert(env.end(), extraEnv.begin(), extraEnv.end());
