@@ -2,12 +2,14 @@
 // is "METHOD PATH?QUERY", the rest the body. Each is read the way the console
 // reads it; one it accepts is then served by a controller started afresh, the
 // way the console would serve it.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
 #include "ConsoleRequest.h"
+#include "ToolInput.h"
 #include "fuzz/FuzzSupport.h"
 #include "keyval/SensorKeyVal.h"
 
@@ -21,7 +23,7 @@ sensorctl::ApiRequest requestOf(const std::string& strInput) {
     const std::string strLine = strInput.substr(0, nEol);
     request.strBody = nEol == std::string::npos ? "" : strInput.substr(nEol + 1);
     const size_t nBlank = strLine.find(' ');
-    request.bPost = strLine.compare(0, nBlank, "POST") == 0;
+    request.strMethod = strLine.substr(0, nBlank);
     const std::string strTarget = nBlank == std::string::npos ? "" : strLine.substr(nBlank + 1);
     const size_t nQuery = strTarget.find('?');
     request.strPath = strTarget.substr(0, nQuery);
@@ -51,6 +53,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         // A refusal names its reason; a 405 what the path allows.
         if (call.strReason.empty() || (call.nStatus == 405) == call.strAllow.empty() ||
             (call.nStatus != 400 && call.nStatus != 404 && call.nStatus != 405))
+            __builtin_trap();
+        // A position, when given, is within the text refused or just past it.
+        size_t nLongest = request.strBody.size();
+        for (const auto& param : request.params)
+            nLongest = std::max(nLongest, param.second.size());
+        if (call.bAt && call.nAt > nLongest)
             __builtin_trap();
         return 0;
     }
@@ -82,7 +90,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             for (size_t i = 0; i < call.keys.size(); ++i)
                 strIds += (i ? "," : "") + std::to_string(call.keys[i]);
             std::string strValues;
-            if (!sensorctl::isIdList(strIds + ")"))
+            std::vector<long> ids;
+            sensorctl::InputError why;
+            if (!sensorctl::readIdList(strIds + ")", ids, why))
                 __builtin_trap();
             (void)objFresh->getParameters(strIds + ")", strValues);
             break;

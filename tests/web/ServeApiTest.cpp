@@ -21,12 +21,15 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "tests/support/ServeProcess.h"
+#include "tests/support/ToolProcess.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using Json = nlohmann::json;
 
 struct Reply {
     int status = 0; // 0: no answer at all
@@ -119,11 +122,36 @@ protected:
         return roundTrip(m_nPort, request("POST", path, body, true));
     }
 
-    // The status field "name":value of a flat JSON answer.
-    static std::string field(const std::string& json, const std::string& name) {
-        const std::regex re("\"" + name + "\":(\"[^\"]*\"|-?[0-9]+|true|false|null)");
-        std::smatch m;
-        return std::regex_search(json, m, re) ? m[1].str() : "";
+    // The field name of a JSON answer as JSON text ("0", "\"07:30\"",
+    // "true"); "" when the answer is not JSON or has no such field.
+    static std::string field(const std::string& body, const std::string& name) {
+        const Json json = Json::parse(body, nullptr, false);
+        if (!json.is_object() || !json.contains(name))
+            return "";
+        return json[name].dump();
+    }
+
+    // Whether a trace answer lists the ISP call cmd with option opt, these
+    // words and this result.
+    static bool hasIspCall(const std::string& body, int cmd, int opt, const std::vector<int>& words,
+                           int ret) {
+        const Json json = Json::parse(body, nullptr, false);
+        if (!json.is_object() || !json.contains("entries"))
+            return false;
+        for (const Json& e : json["entries"])
+            if (e.value("kind", "") == "isp" && e.value("cmd", -1) == cmd &&
+                e.value("opt", -1) == opt && e["val"] == Json(words) && e.value("ret", -99) == ret)
+                return true;
+        return false;
+    }
+
+    // The error answer of a refused request, read as JSON: its reason must
+    // be a text, and a 400 for a body names the offending byte.
+    static Json refusal(const Reply& r) {
+        const Json json = Json::parse(r.body, nullptr, false);
+        EXPECT_TRUE(json.is_object() && json.contains("error") && json["error"].is_string())
+            << r.body;
+        return json;
     }
 
     testsupport::ServeProcess m_serve;
@@ -166,7 +194,7 @@ TEST_F(ServeApi, ParamsListTheWholeSchemeOrTheKeysAsked) {
                             "/api/params?ids=(3x)"}) {
         const Reply r = get(bad);
         EXPECT_EQ(r.status, 400) << bad;
-        EXPECT_NE(r.body.find("\"error\""), std::string::npos) << bad;
+        EXPECT_TRUE(refusal(r).contains("at")) << bad;
     }
 }
 
@@ -178,9 +206,8 @@ TEST_F(ServeApi, SetAppliesAtOnceAndTheIspSeesTheCommand) {
     EXPECT_EQ(field(r.body, "values"), "\"(34,61)(2337,72)\"");
 
     const Reply trace = get("/api/trace");
-    EXPECT_NE(trace.body.find("\"cmd\":34,\"opt\":0,\"val\":[61],\"ret\":0"), std::string::npos)
-        << trace.body;
-    EXPECT_NE(trace.body.find("\"cmd\":2337,\"opt\":0,\"val\":[72]"), std::string::npos);
+    EXPECT_TRUE(hasIspCall(trace.body, 34, 0, {61}, 0)) << trace.body;
+    EXPECT_TRUE(hasIspCall(trace.body, 2337, 0, {72}, 0)) << trace.body;
     EXPECT_EQ(get("/api/params?ids=(34)").body, "(34,61)");
 }
 
@@ -188,16 +215,16 @@ TEST_F(ServeApi, TraceWithoutCursorGivesWhatCameSinceTheLastCall) {
     get("/api/trace");
     post("/api/set", "(34,44)");
     const Reply first = get("/api/trace");
-    EXPECT_NE(first.body.find("\"cmd\":34,\"opt\":0,\"val\":[44]"), std::string::npos);
+    EXPECT_TRUE(hasIspCall(first.body, 34, 0, {44}, 0)) << first.body;
     const std::string strNext = field(first.body, "next");
     post("/api/set", "(34,45)");
     const Reply second = get("/api/trace");
-    EXPECT_EQ(second.body.find("\"val\":[44]"), std::string::npos) << second.body;
-    EXPECT_NE(second.body.find("\"cmd\":34,\"opt\":0,\"val\":[45]"), std::string::npos);
+    EXPECT_FALSE(hasIspCall(second.body, 34, 0, {44}, 0)) << second.body;
+    EXPECT_TRUE(hasIspCall(second.body, 34, 0, {45}, 0)) << second.body;
 
     // With a cursor the same entries can be read again.
     const Reply again = get("/api/trace?since=" + strNext);
-    EXPECT_NE(again.body.find("\"val\":[45]"), std::string::npos);
+    EXPECT_TRUE(hasIspCall(again.body, 34, 0, {45}, 0)) << again.body;
     EXPECT_EQ(get("/api/trace?since=-1").status, 400);
     EXPECT_EQ(get("/api/trace?since=x").status, 400);
 }
@@ -217,7 +244,7 @@ TEST_F(ServeApi, SetRefusesBodiesThatAreNotAPairList) {
                             "(34,60)(", "(+34,60)", "(99999999999,1)", "(34,--1)", "()"}) {
         const Reply r = post("/api/set", bad);
         EXPECT_EQ(r.status, 400) << "body: " << bad;
-        EXPECT_NE(r.body.find("\"error\""), std::string::npos) << "body: " << bad;
+        EXPECT_TRUE(refusal(r).contains("at")) << "body: " << bad;
     }
     // Nothing of it reached the controller: the camera still answers.
     EXPECT_EQ(get("/api/status").status, 200);
@@ -228,7 +255,7 @@ TEST_F(ServeApi, BodiesOver64KiBAreRefused) {
     const Reply r = roundTrip(m_nPort, "POST /api/set HTTP/1.1\r\nHost: 127.0.0.1\r\n"
                                        "Connection: close\r\nContent-Length: 70000\r\n\r\n");
     EXPECT_EQ(r.status, 413);
-    EXPECT_NE(r.body.find("65536"), std::string::npos) << r.body;
+    EXPECT_EQ(refusal(r)["error"], "body over 65536 bytes") << r.body;
     std::string strBig;
     while (strBig.size() <= 64 * 1024)
         strBig += "(34,60)";
@@ -239,13 +266,148 @@ TEST_F(ServeApi, BodiesOver64KiBAreRefused) {
 TEST_F(ServeApi, UnknownPathsAre404AndWrongMethods405) {
     const Reply r = get("/api/nothing");
     EXPECT_EQ(r.status, 404);
-    EXPECT_NE(r.body.find("no such path: /api/nothing"), std::string::npos);
+    EXPECT_EQ(refusal(r)["error"], "no such path: /api/nothing");
     EXPECT_EQ(get("/etc/passwd").status, 404);
     EXPECT_EQ(post("/api/nothing", "1").status, 404);
     const Reply wrong = get("/api/set");
     EXPECT_EQ(wrong.status, 405);
-    EXPECT_NE(wrong.headers.find("Allow: POST"), std::string::npos);
+    EXPECT_NE(wrong.headers.find("\r\nAllow: POST"), std::string::npos);
     EXPECT_EQ(post("/api/style", "x").status, 405);
+}
+
+// The header value of name in an answer's headers ("" when absent).
+std::string headerValue(const Reply& r, const std::string& name) {
+    std::smatch m;
+    if (std::regex_search(r.headers, m, std::regex("\r\n" + name + ": ([^\r]*)")))
+        return m[1];
+    return "";
+}
+
+TEST_F(ServeApi, EveryOtherMethodOnAKnownPathIs405WithWhatItAllows) {
+    struct Row {
+        const char* szMethod;
+        const char* szPath;
+        bool bBody;
+        const char* szAllow;
+    };
+    const Row rows[] = {
+        {"PUT", "/api/set", true, "POST"},
+        {"PUT", "/api/set", false, "POST"},
+        {"DELETE", "/api/set", false, "POST"},
+        {"PATCH", "/api/scheme", true, "GET, POST"},
+        {"OPTIONS", "/api/status", false, "GET"},
+        {"POST", "/", true, "GET"},
+        {"POST", "/", false, "GET"},
+        {"DELETE", "/index.html", false, "GET"},
+        {"GET", "/api/flush", false, "POST"},
+        {"GET", "/api/reset", false, "POST"},
+        {"POST", "/api/status", true, "GET"},
+        {"POST", "/api/trace", false, "GET"},
+        {"PUT", "/api/clock", true, "GET, POST"},
+    };
+    for (const Row& row : rows) {
+        const Reply r = roundTrip(m_nPort, request(row.szMethod, row.szPath, "1", row.bBody));
+        EXPECT_EQ(r.status, 405) << row.szMethod << " " << row.szPath;
+        EXPECT_EQ(headerValue(r, "Allow"), row.szAllow) << row.szMethod << " " << row.szPath;
+        EXPECT_EQ(refusal(r)["error"], std::string("method not allowed; use ") + row.szAllow);
+    }
+    // The camera took none of them as a call.
+    EXPECT_EQ(field(get("/api/scheme").body, "scheme"), "0");
+}
+
+TEST_F(ServeApi, ActionsTakeOnlyAnEmptyOrBlankBody) {
+    post("/api/set", "(34,71)");
+    for (const char* path : {"/api/flush", "/api/last", "/api/reset"}) {
+        struct Row {
+            const char* szBody;
+            size_t nAt;
+        };
+        for (const Row& bad : {Row{"x", 0}, Row{"  0", 2}, Row{"\r\n{}", 2}, Row{"yes\n", 0}}) {
+            const Reply r = post(path, bad.szBody);
+            EXPECT_EQ(r.status, 400) << path << " " << bad.szBody;
+            EXPECT_EQ(refusal(r)["at"], bad.nAt) << path << " " << bad.szBody;
+        }
+    }
+    // None of them ran: the unsaved value is still there.
+    EXPECT_EQ(get("/api/params?ids=(34)").body, "(34,71)");
+    EXPECT_EQ(post("/api/flush", " \r\n").status, 200);
+    EXPECT_EQ(post("/api/last", "").status, 200);
+    // Without Content-Length a request has no body (curl -X POST URL sends so).
+    const Reply bare = roundTrip(m_nPort, request("POST", "/api/flush", "", false));
+    EXPECT_EQ(bare.status, 200) << bare.body;
+    EXPECT_EQ(field(bare.body, "result"), "0");
+}
+
+TEST_F(ServeApi, RefusalsNameTheOffendingByteCountedFromZero) {
+    struct Row {
+        const char* szPath;
+        const char* szBody;
+        size_t nAt;
+    };
+    const Row rows[] = {
+        {"/api/set", "(34,x)", 4},
+        {"/api/set", "  (34,60", 8},
+        {"/api/set", "(34,60)junk", 7},
+        {"/api/set", "\n(34 ,60)", 4},
+        {"/api/set", "", 0},
+        {"/api/scheme", "1x", 1},
+        {"/api/scheme", "9", 0},
+        {"/api/mode", "\n2", 1},
+        {"/api/clock", "7:30", 1},
+        {"/api/clock", " 12:60", 4},
+        {"/api/clock", "07:30:00", 5},
+        {"/api/fail", "2353 x", 5},
+        {"/api/fail", "2353", 4},
+        {"/api/daynight", "dusk", 1},
+        {"/api/daynight", "\tnights", 6},
+    };
+    for (const Row& row : rows) {
+        const Reply r = post(row.szPath, row.szBody);
+        EXPECT_EQ(r.status, 400) << row.szPath << " " << row.szBody;
+        EXPECT_EQ(refusal(r)["at"], row.nAt) << row.szPath << " " << row.szBody << ": " << r.body;
+    }
+    // In a query the position is in the parameter's value.
+    const Reply ids = get("/api/params?ids=(34)(1)");
+    EXPECT_EQ(ids.status, 400);
+    EXPECT_EQ(refusal(ids)["at"], 4u);
+    const Reply since = get("/api/trace?since=12x");
+    EXPECT_EQ(since.status, 400);
+    EXPECT_EQ(refusal(since)["at"], 2u);
+}
+
+TEST_F(ServeApi, AnswersAreJsonWithTheDocumentedFields) {
+    const Json status = Json::parse(get("/api/status").body);
+    for (const char* name : {"scheme", "schemes", "mode", "clock", "daynight", "trace"})
+        EXPECT_TRUE(status.contains(name)) << name;
+    EXPECT_EQ(status["schemes"], 4);
+    EXPECT_EQ(status["daynight"], "day");
+    const Json set = Json::parse(post("/api/set", "(34,62)").body);
+    EXPECT_EQ(set["result"], 0);
+    EXPECT_EQ(set["values"], "(34,62)");
+    EXPECT_TRUE(set["trace"]["from"].is_number() && set["trace"]["to"].is_number());
+    EXPECT_EQ(Json::parse(post("/api/fail", "2353 -1").body), (Json{{"cmd", 2353}, {"fail", -1}}));
+    EXPECT_EQ(Json::parse(post("/api/fail", "2353 off").body),
+              (Json{{"cmd", 2353}, {"fail", nullptr}}));
+    // A path that is not UTF-8 still gets a reason that is JSON.
+    const Reply odd = get("/api/%FF%FE");
+    EXPECT_EQ(odd.status, 404);
+    EXPECT_TRUE(Json::parse(odd.body, nullptr, false).is_object()) << odd.body;
+}
+
+TEST_F(ServeApi, SecondServeOnATakenPortIsRefused) {
+    const testsupport::ToolRun second = testsupport::runSensorctl(
+        {"serve", "--port", std::to_string(m_nPort), "--time-scale", "0.01"}, "", {},
+        std::chrono::seconds(30));
+    ASSERT_TRUE(second.bExited) << "the second serve kept running:\n" << second.strOutput;
+    EXPECT_EQ(second.nExitCode, 1);
+    EXPECT_NE(second.strOutput.find("sensorctl: cannot listen on 127.0.0.1:" +
+                                    std::to_string(m_nPort) + ": the port is taken"),
+              std::string::npos)
+        << second.strOutput;
+    EXPECT_EQ(second.strOutput.find("listening on"), std::string::npos) << second.strOutput;
+    // The first camera still answers every request.
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(get("/api/status").status, 200);
 }
 
 TEST_F(ServeApi, SchemeSwitchesWithinTheSchemesAndRefusesOthers) {
@@ -289,8 +451,12 @@ TEST_F(ServeApi, NightSwitchesADayNightSchemeToScheme1) {
     while (Clock::now() < deadline && (strScheme = field(get("/api/status").body, "scheme")) != "1")
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_EQ(strScheme, "1");
-    EXPECT_NE(get("/api/trace?since=0").body.find("\"kind\":\"scheme\",\"from\":0,\"to\":1"),
-              std::string::npos);
+    bool bSwitched = false;
+    const Json trace = Json::parse(get("/api/trace?since=0").body);
+    for (const Json& e : trace["entries"])
+        bSwitched =
+            bSwitched || e == Json{{"seq", e["seq"]}, {"kind", "scheme"}, {"from", 0}, {"to", 1}};
+    EXPECT_TRUE(bSwitched);
     ASSERT_EQ(post("/api/daynight", "day").status, 200);
     while (Clock::now() < deadline && (strScheme = field(get("/api/status").body, "scheme")) != "0")
         std::this_thread::sleep_for(std::chrono::milliseconds(50));

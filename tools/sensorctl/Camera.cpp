@@ -191,6 +191,17 @@ bool Camera::start(std::string& error) {
     m_nSchemes = nSchemes;
     m_pController->init(objModule);
     m_bStarted = true;
+    // init reports a failure and goes on, as the library does for its host;
+    // the camera checks what start-up left. Without a current scheme (no
+    // room for the schemes, say) every later answer would be about nothing.
+    int nScheme = -1;
+    m_pController->getParamScheme(nScheme);
+    if (!m_pController->getSensorStatus() || nScheme < 0) {
+        error = "the camera did not start: the controller has no current scheme (" +
+                std::to_string(nSchemes) + " schemes asked for; see its report above)";
+        stop();
+        return false;
+    }
     return true;
 }
 

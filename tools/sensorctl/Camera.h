@@ -30,13 +30,16 @@ public:
     ~Camera(); // uinit, and removes a temporary root unless kept
 
     // Prepares the root and starts the controller (construct, channel, video
-    // pipeline, init). false with a reason when the root cannot be prepared.
+    // pipeline, init). false with a reason when the root cannot be prepared
+    // or the controller did not start (it then is shut down again).
     bool start(std::string& error);
     void stop();
 
     ISensorController& controller() { return *m_pController; }
     sim::SimVideoStreamModule& video() { return m_objVideo; }
     const std::string& root() const { return m_strRoot; }
+    // A new temporary root that stays at exit (--keep without --root).
+    bool keepsTemporaryRoot() const { return m_bTemporary && m_options.bKeep; }
     int channel() const { return m_options.nChannel; }
     // The ISP channel of this camera (the controller's channel counted from 0).
     int ispChannel() const;

@@ -12,6 +12,7 @@ namespace sensorctl {
 
 enum class ApiCall {
     None, // no call of this method on the path
+    Page, // the settings page
     Style,
     Params,
     Set,
@@ -31,7 +32,8 @@ enum class ApiCall {
     Status,
 };
 
-// The API's paths, each with its GET and POST call.
+// The console's paths (the page's and the API's), each with its GET and POST
+// call.
 struct ApiRoute {
     const char* szPath;
     ApiCall get;
@@ -43,7 +45,9 @@ const std::vector<ApiRoute>& apiRoutes();
 std::string allowedMethods(const ApiRoute& route);
 
 struct ApiRequest {
-    bool bPost = false; // POST, else GET (a HEAD is served as a GET)
+    // "GET" (a HEAD is served as one), "POST", or any other method, which
+    // no path takes.
+    std::string strMethod = "GET";
     std::string strPath;
     // The query's parameters, the first value of each name, decoded.
     std::map<std::string, std::string> params;
@@ -55,6 +59,11 @@ struct ApiRequest {
 struct ApiParsed {
     int nStatus = 200;
     std::string strReason;
+    // A 400 for a body or query value not of its form: where it goes wrong,
+    // the 0-based offset of the offending byte in the body as sent (or in the
+    // decoded query value); the length when the text ends too soon.
+    bool bAt = false;
+    size_t nAt = 0;
     std::string strAllow; // a 405: the methods the path takes
     ApiCall call = ApiCall::None;
     // Params: the id list ("" for all keys); Set: the pair list; SetDayNight:
@@ -70,16 +79,9 @@ struct ApiParsed {
 };
 
 // Reads a request the way the console answers it. schemes is the highest
-// scheme number a POST to /api/scheme may name.
+// scheme number a POST to /api/scheme may name. Bodies and query values
+// follow the tools' one grammar (ToolInput.h); a body may have blanks and
+// line ends around it, and a call without arguments takes only those.
 ApiParsed parseApiRequest(const ApiRequest& request, size_t schemes);
-
-// The pieces, for the console and its tests.
-std::string trimmed(const std::string& text);
-// A decimal integer, optionally negative, nothing else around it, in [lo, hi].
-bool parseStrictInt(const std::string& text, long lo, long hi, long& value);
-// A pair list "(k,v)(k,v)..." written exactly so; the keys in order.
-bool parsePairList(const std::string& text, std::vector<long>& keys, std::string& reason);
-// An id list "(k,k,...)".
-bool isIdList(const std::string& text);
 
 } // namespace sensorctl

@@ -26,6 +26,12 @@
 #include <vector>
 
 #include <httplib.h>
+#include <netinet/in.h>
+#include <nlohmann/json.hpp>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstring>
 
 #include "config/SysConfig.h"
 #include "controller/KeyCmdTable.h"
@@ -72,23 +78,8 @@ constexpr size_t kMaxTrace = 4000;
 // so a page and 16 ONVIF clients must not wait for each other's threads.
 constexpr size_t kServerThreads = 24;
 
-std::string jsonString(const std::string& text) {
-    std::string out = "\"";
-    for (const char ch : text) {
-        const unsigned char c = static_cast<unsigned char>(ch);
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += ch;
-        } else if (c < 0x20) {
-            char sz[8];
-            std::snprintf(sz, sizeof(sz), "\\u%04x", c);
-            out += sz;
-        } else {
-            out += ch;
-        }
-    }
-    return out + "\"";
-}
+// Answers keep their fields in the order the API documents.
+using Json = nlohmann::ordered_json;
 
 std::string clockText(int hour, int minute) {
     char sz[8];
@@ -137,8 +128,9 @@ public:
 private:
     // Caller holds m_mutex.
     void drainTrace();
-    std::string statusJson();
 
+    // Reads and serves one request on a console path.
+    void handle(const httplib::Request& req, httplib::Response& res);
     // Serves one call read by parseApiRequest. Caller holds m_mutex.
     void serve(const ApiParsed& call, httplib::Response& res);
 
@@ -162,7 +154,7 @@ private:
 
     struct Entry {
         uint64_t nSeq;
-        std::string strJson;
+        Json json;
     };
 
     Camera& m_camera;
@@ -182,48 +174,70 @@ private:
     bool m_bStop = false;
 };
 
-void sendJson(httplib::Response& res, const std::string& json, int status = 200) {
+void sendJson(httplib::Response& res, const Json& json, int status = 200) {
     res.status = status;
-    res.set_content(json + "\n", "application/json");
+    // A reason may quote a path that is not UTF-8: such bytes become U+FFFD
+    // rather than an answer that is not JSON.
+    res.set_content(json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n",
+                    "application/json");
 }
 
 void sendError(httplib::Response& res, int status, const std::string& reason) {
-    sendJson(res, "{\"error\":" + jsonString(reason) + "}", status);
+    Json json = Json::object();
+    json["error"] = reason;
+    sendJson(res, json, status);
+}
+
+// A refused request: its reason, where a 400 went wrong, what a 405 allows.
+void sendRefusal(httplib::Response& res, const ApiParsed& call) {
+    Json json = Json::object();
+    json["error"] = call.strReason;
+    if (call.bAt)
+        json["at"] = call.nAt;
+    if (call.nStatus == 405)
+        res.set_header("Allow", call.strAllow);
+    sendJson(res, json, call.nStatus);
 }
 
 void Console::drainTrace() {
     const std::vector<sim::IspCall> calls = sim::Isp::instance().takeTrace();
     const auto notices = m_camera.video().takeNotices();
     for (const sim::IspCall& c : calls) {
-        std::string strWords;
-        for (size_t i = 0; i < c.words.size(); ++i)
-            strWords += (i ? "," : "") + std::to_string(static_cast<int32_t>(c.words[i]));
-        m_trace.push_back({++m_nLastSeq, ""});
-        m_trace.back().strJson = "{\"seq\":" + std::to_string(m_nLastSeq) +
-                                 ",\"kind\":\"isp\",\"ch\":" + std::to_string(c.channel) +
-                                 ",\"cmd\":" + std::to_string(c.cmd) +
-                                 ",\"opt\":" + std::to_string(c.opt) + ",\"val\":[" + strWords +
-                                 "],\"ret\":" + std::to_string(c.result) +
-                                 ",\"name\":" + jsonString(nameOf(c.cmd)) + "}";
+        Json words = Json::array();
+        for (const uint32_t w : c.words)
+            words.push_back(static_cast<int32_t>(w));
+        Json entry = Json::object();
+        entry["seq"] = ++m_nLastSeq;
+        entry["kind"] = "isp";
+        entry["ch"] = c.channel;
+        entry["cmd"] = c.cmd;
+        entry["opt"] = c.opt;
+        entry["val"] = std::move(words);
+        entry["ret"] = c.result;
+        entry["name"] = nameOf(c.cmd);
+        m_trace.push_back({m_nLastSeq, std::move(entry)});
     }
     for (const auto& n : notices) {
-        m_trace.push_back({++m_nLastSeq, ""});
-        m_trace.back().strJson =
-            "{\"seq\":" + std::to_string(m_nLastSeq) +
-            ",\"kind\":\"video\",\"ch\":" + std::to_string(n.channel) +
-            ",\"key\":" + std::to_string(n.key) + ",\"val\":" + std::to_string(n.value) +
-            ",\"name\":" + jsonString(sensorKeyName(n.key) ? sensorKeyName(n.key) : "") + "}";
+        Json entry = Json::object();
+        entry["seq"] = ++m_nLastSeq;
+        entry["kind"] = "video";
+        entry["ch"] = n.channel;
+        entry["key"] = n.key;
+        entry["val"] = n.value;
+        entry["name"] = sensorKeyName(n.key) ? sensorKeyName(n.key) : "";
+        m_trace.push_back({m_nLastSeq, std::move(entry)});
     }
     // A scheme switch shows as an entry after the calls that applied it.
     int nScheme = -1;
     m_camera.controller().getParamScheme(nScheme);
     if (nScheme != m_nTracedScheme) {
         if (m_nTracedScheme != kNoScheme) {
-            m_trace.push_back({++m_nLastSeq, ""});
-            m_trace.back().strJson =
-                "{\"seq\":" + std::to_string(m_nLastSeq) +
-                ",\"kind\":\"scheme\",\"from\":" + std::to_string(m_nTracedScheme) +
-                ",\"to\":" + std::to_string(nScheme) + "}";
+            Json entry = Json::object();
+            entry["seq"] = ++m_nLastSeq;
+            entry["kind"] = "scheme";
+            entry["from"] = m_nTracedScheme;
+            entry["to"] = nScheme;
+            m_trace.push_back({m_nLastSeq, std::move(entry)});
         }
         m_nTracedScheme = nScheme;
     }
@@ -251,44 +265,62 @@ void Console::stopDrain() {
         m_drainer.join();
 }
 
-void Console::install(httplib::Server& server) {
-    server.Get("/", [](const httplib::Request&, httplib::Response& res) {
-        res.set_content(kWebPage, "text/html; charset=utf-8");
-    });
-    server.Get("/index.html", [](const httplib::Request&, httplib::Response& res) {
-        res.set_content(kWebPage, "text/html; charset=utf-8");
-    });
-    // Every API path takes both methods: parseApiRequest says which it
-    // serves, and why a request is refused.
-    for (const ApiRoute& route : apiRoutes()) {
-        for (const bool bPost : {false, true}) {
-            auto handler = [this, bPost](const httplib::Request& req, httplib::Response& res) {
-                ApiRequest request;
-                request.bPost = bPost;
-                request.strPath = req.path;
-                // The first value of each name, as the console reads them.
-                for (const auto& param : req.params)
-                    request.params.emplace(param.first, param.second);
-                request.strBody = req.body;
-                const ApiParsed call = parseApiRequest(request, m_camera.schemeCount());
-                if (call.nStatus == 405) {
-                    res.set_header("Allow", call.strAllow);
-                    sendError(res, 405, call.strReason);
-                    return;
-                }
-                std::lock_guard<std::mutex> lock(m_mutex);
-                drainTrace();
-                if (call.nStatus != 200)
-                    sendError(res, call.nStatus, call.strReason);
-                else
-                    serve(call, res);
-            };
-            if (bPost)
-                server.Post(route.szPath, handler);
-            else
-                server.Get(route.szPath, handler);
-        }
+void Console::handle(const httplib::Request& req, httplib::Response& res) {
+    ApiRequest request;
+    request.strMethod = req.method;
+    request.strPath = req.path;
+    // The first value of each name, as the console reads them.
+    for (const auto& param : req.params)
+        request.params.emplace(param.first, param.second);
+    request.strBody = req.body;
+    const ApiParsed call = parseApiRequest(request, m_camera.schemeCount());
+    if (call.nStatus != 200) {
+        sendRefusal(res, call);
+        return;
     }
+    if (call.call == ApiCall::Page) {
+        res.set_content(kWebPage, "text/html; charset=utf-8");
+        return;
+    }
+    std::lock_guard<std::mutex> lock(m_mutex);
+    drainTrace();
+    serve(call, res);
+}
+
+void Console::install(httplib::Server& server) {
+    // Every path of the console takes every method the server knows:
+    // parseApiRequest says which it serves (405 with Allow for the others),
+    // and why a request is refused.
+    auto handler = [this](const httplib::Request& req, httplib::Response& res) {
+        handle(req, res);
+    };
+    for (const ApiRoute& route : apiRoutes()) {
+        // The route is a pattern to the server: its dots must be literal.
+        std::string strPattern;
+        for (const char* p = route.szPath; *p; ++p)
+            strPattern += *p == '.' ? std::string("\\.") : std::string(1, *p);
+        server.Get(strPattern, handler);
+        server.Post(strPattern, handler);
+        server.Put(strPattern, handler);
+        server.Patch(strPattern, handler);
+        server.Delete(strPattern, handler);
+        server.Options(strPattern, handler);
+    }
+    // A request without Content-Length or chunks has no body (HTTP/1.1):
+    // "curl -X POST .../api/flush" sends an empty body, which the server
+    // would refuse unread. The console's paths take such a request here,
+    // before the server looks for a body.
+    server.set_pre_routing_handler([this](const httplib::Request& req, httplib::Response& res) {
+        if (req.has_header("Content-Length") || req.has_header("Transfer-Encoding"))
+            return httplib::Server::HandlerResponse::Unhandled;
+        for (const ApiRoute& route : apiRoutes()) {
+            if (req.path == route.szPath) {
+                handle(req, res);
+                return httplib::Server::HandlerResponse::Handled;
+            }
+        }
+        return httplib::Server::HandlerResponse::Unhandled;
+    });
 
     // Unknown paths (404) and refused bodies (413) get a reason too; an
     // answer that already has one keeps it.
@@ -351,6 +383,7 @@ void Console::serve(const ApiParsed& call, httplib::Response& res) {
             return getTrace(call, res);
         case ApiCall::Status:
             return getStatus(call, res);
+        case ApiCall::Page:
         case ApiCall::None:
             break;
     }
@@ -388,72 +421,98 @@ void Console::postSet(const ApiParsed& call, httplib::Response& res) {
     strIds += ")";
     std::string strValues;
     m_camera.controller().getParameters(strIds, strValues);
-    sendJson(res, "{\"result\":" + std::to_string(nResult) + ",\"values\":" +
-                      jsonString(strValues) + ",\"trace\":{\"from\":" + std::to_string(nFirst) +
-                      ",\"to\":" + std::to_string(nLast) + "}}");
+    Json json = Json::object();
+    json["result"] = nResult;
+    json["values"] = strValues;
+    json["trace"] = Json::object();
+    json["trace"]["from"] = nFirst;
+    json["trace"]["to"] = nLast;
+    sendJson(res, json);
 }
 
 void Console::getScheme(const ApiParsed&, httplib::Response& res) {
     int nScheme = -1;
     m_camera.controller().getParamScheme(nScheme);
-    sendJson(res, "{\"scheme\":" + std::to_string(nScheme) +
-                      ",\"schemes\":" + std::to_string(m_camera.schemeCount()) + "}");
+    Json json = Json::object();
+    json["scheme"] = nScheme;
+    json["schemes"] = m_camera.schemeCount();
+    sendJson(res, json);
 }
 
 void Console::postScheme(const ApiParsed& call, httplib::Response& res) {
     const bool bOk = m_camera.controller().setParamScheme(static_cast<int>(call.nFirst));
     int nNow = -1;
     m_camera.controller().getParamScheme(nNow);
-    sendJson(res, std::string("{\"ok\":") + (bOk ? "true" : "false") +
-                      ",\"scheme\":" + std::to_string(nNow) + "}");
+    Json json = Json::object();
+    json["ok"] = bOk;
+    json["scheme"] = nNow;
+    sendJson(res, json);
 }
 
 void Console::getMode(const ApiParsed&, httplib::Response& res) {
     int nMode = -1;
     m_camera.controller().getParamMode(nMode);
-    sendJson(res, "{\"mode\":" + std::to_string(nMode) + "}");
+    Json json = Json::object();
+    json["mode"] = nMode;
+    sendJson(res, json);
 }
 
 void Console::postMode(const ApiParsed& call, httplib::Response& res) {
     const bool bOk = m_camera.controller().setParamMode(static_cast<int>(call.nFirst));
-    sendJson(res, std::string("{\"ok\":") + (bOk ? "true" : "false") +
-                      ",\"mode\":" + std::to_string(call.nFirst) + "}");
+    Json json = Json::object();
+    json["ok"] = bOk;
+    json["mode"] = call.nFirst;
+    sendJson(res, json);
 }
 
 void Console::postFlush(const ApiParsed&, httplib::Response& res) {
-    sendJson(res, "{\"result\":" + std::to_string(m_camera.controller().flush()) + "}");
+    Json json = Json::object();
+    json["result"] = m_camera.controller().flush();
+    sendJson(res, json);
 }
 
 void Console::postLast(const ApiParsed&, httplib::Response& res) {
     const bool bOk = m_camera.controller().resetToLastParameters();
-    sendJson(res, std::string("{\"ok\":") + (bOk ? "true" : "false") + "}");
+    Json json = Json::object();
+    json["ok"] = bOk;
+    sendJson(res, json);
 }
 
 void Console::postReset(const ApiParsed&, httplib::Response& res) {
     const bool bOk = m_camera.controller().resetParameters();
-    sendJson(res, std::string("{\"ok\":") + (bOk ? "true" : "false") + "}");
+    Json json = Json::object();
+    json["ok"] = bOk;
+    sendJson(res, json);
 }
 
 void Console::getClock(const ApiParsed&, httplib::Response& res) {
     const KPDateTime now = KPDeviceTime::getCurrentTime();
-    sendJson(res, "{\"clock\":" + jsonString(clockText(now.hour, now.minute)) + "}");
+    Json json = Json::object();
+    json["clock"] = clockText(now.hour, now.minute);
+    sendJson(res, json);
 }
 
 void Console::postClock(const ApiParsed& call, httplib::Response& res) {
     const int nHour = static_cast<int>(call.nFirst);
     const int nMinute = static_cast<int>(call.nSecond);
     sim::setDeviceTime(nHour, nMinute);
-    sendJson(res, "{\"clock\":" + jsonString(clockText(nHour, nMinute)) + "}");
+    Json json = Json::object();
+    json["clock"] = clockText(nHour, nMinute);
+    sendJson(res, json);
 }
 
 void Console::getDayNight(const ApiParsed&, httplib::Response& res) {
-    sendJson(res, "{\"state\":" + jsonString(m_bNight ? "night" : "day") + "}");
+    Json json = Json::object();
+    json["state"] = m_bNight ? "night" : "day";
+    sendJson(res, json);
 }
 
 void Console::postDayNight(const ApiParsed& call, httplib::Response& res) {
     m_bNight = call.strText == "night";
     sim::Isp::instance().setDayNight(m_camera.ispChannel(), m_bNight ? 1 : 0);
-    sendJson(res, "{\"state\":" + jsonString(call.strText) + "}");
+    Json json = Json::object();
+    json["state"] = call.strText;
+    sendJson(res, json);
 }
 
 // Fault injection of the simulated ISP: "CMD RET" makes every call of CMD
@@ -464,8 +523,10 @@ void Console::postFail(const ApiParsed& call, httplib::Response& res) {
         sim::Isp::instance().clearFailure(nCmd);
     else
         sim::Isp::instance().failCommand(nCmd, static_cast<int>(call.nSecond));
-    sendJson(res, "{\"cmd\":" + std::to_string(call.nFirst) + ",\"fail\":" +
-                      (call.bFlag ? std::string("null") : std::to_string(call.nSecond)) + "}");
+    Json json = Json::object();
+    json["cmd"] = call.nFirst;
+    json["fail"] = call.bFlag ? Json(nullptr) : Json(call.nSecond);
+    sendJson(res, json);
 }
 
 void Console::getTrace(const ApiParsed& call, httplib::Response& res) {
@@ -477,33 +538,30 @@ void Console::getTrace(const ApiParsed& call, httplib::Response& res) {
     // Entries gone before the caller saw them are counted, not hidden.
     const uint64_t nOldest = m_trace.empty() ? m_nLastSeq + 1 : m_trace.front().nSeq;
     const uint64_t nLost = nSince + 1 < nOldest ? nOldest - nSince - 1 : 0;
-    std::string strEntries;
-    for (const Entry& e : m_trace) {
-        if (e.nSeq <= nSince)
-            continue;
-        if (!strEntries.empty())
-            strEntries += ",\n";
-        strEntries += e.strJson;
-    }
-    sendJson(res, "{\"next\":" + std::to_string(m_nLastSeq) + ",\"lost\":" + std::to_string(nLost) +
-                      ",\"entries\":[" + strEntries + "]}");
+    Json entries = Json::array();
+    for (const Entry& e : m_trace)
+        if (e.nSeq > nSince)
+            entries.push_back(e.json);
+    Json json = Json::object();
+    json["next"] = m_nLastSeq;
+    json["lost"] = nLost;
+    json["entries"] = std::move(entries);
+    sendJson(res, json);
 }
 
-std::string Console::statusJson() {
+void Console::getStatus(const ApiParsed&, httplib::Response& res) {
     int nScheme = -1, nMode = -1;
     m_camera.controller().getParamScheme(nScheme);
     m_camera.controller().getParamMode(nMode);
     const KPDateTime now = KPDeviceTime::getCurrentTime();
-    return "{\"scheme\":" + std::to_string(nScheme) +
-           ",\"schemes\":" + std::to_string(m_camera.schemeCount()) +
-           ",\"mode\":" + std::to_string(nMode) +
-           ",\"clock\":" + jsonString(clockText(now.hour, now.minute)) +
-           ",\"daynight\":" + jsonString(m_bNight ? "night" : "day") +
-           ",\"trace\":" + std::to_string(m_nLastSeq) + "}";
-}
-
-void Console::getStatus(const ApiParsed&, httplib::Response& res) {
-    sendJson(res, statusJson());
+    Json json = Json::object();
+    json["scheme"] = nScheme;
+    json["schemes"] = m_camera.schemeCount();
+    json["mode"] = nMode;
+    json["clock"] = clockText(now.hour, now.minute);
+    json["daynight"] = m_bNight ? "night" : "day";
+    json["trace"] = m_nLastSeq;
+    sendJson(res, json);
 }
 
 #ifdef SENSORCTL_HAVE_ONVIF
@@ -520,6 +578,26 @@ onvif::DeviceFacts deviceFacts(Camera& camera) {
 }
 #endif
 
+// Why the server could not bind the port: a bind of our own, with the same
+// options, gives the system's reason.
+std::string whyNotBound(int nPort) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    if (fd < 0)
+        return std::strerror(errno);
+    int nYes = 1;
+    ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &nYes, sizeof(nYes));
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_port = htons(static_cast<uint16_t>(nPort));
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    std::string strWhy = "the server could not bind it";
+    if (::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0)
+        strWhy = errno == EADDRINUSE ? "the port is taken (is another serve running?)"
+                                     : std::string(std::strerror(errno));
+    ::close(fd);
+    return strWhy;
+}
+
 } // namespace
 
 int runServe(Camera& camera, const ServeOptions& options) {
@@ -530,6 +608,14 @@ int runServe(Camera& camera, const ServeOptions& options) {
     server.set_tcp_nodelay(true);
     server.set_payload_max_length(kMaxBody);
     server.set_read_timeout(5, 0);
+    // One camera per port: without SO_REUSEPORT (the server's default sets
+    // it) a second serve on a taken port is refused instead of sharing the
+    // requests with the first. SO_REUSEADDR only lets a restart bind while
+    // the last run's connections wait out their close.
+    server.set_socket_options([](socket_t sock) {
+        int nYes = 1;
+        ::setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &nYes, sizeof(nYes));
+    });
     server.set_write_timeout(5, 0);
     Console console(camera);
     console.install(server);
@@ -556,7 +642,8 @@ int runServe(Camera& camera, const ServeOptions& options) {
                           ? server.bind_to_any_port("127.0.0.1")
                           : (server.bind_to_port("127.0.0.1", options.nPort) ? options.nPort : -1);
     if (nPort < 0) {
-        std::cerr << "sensorctl: cannot listen on 127.0.0.1:" << options.nPort << "\n";
+        std::cerr << "sensorctl: cannot listen on 127.0.0.1:" << options.nPort << ": "
+                  << whyNotBound(options.nPort) << "\n";
         return 1;
     }
     std::cout << "sensorctl serve: device root " << camera.root() << "\n"

@@ -11,6 +11,7 @@
 #include <sstream>
 #include <thread>
 
+#include "ToolInput.h"
 #include "controller/KeyCmdTable.h"
 #include "controller/SensorKeys.h"
 #include "sim/SimIsp.h"
@@ -43,15 +44,6 @@ std::vector<std::string> splitBlanks(const std::string& line) {
     return words;
 }
 
-bool parseInt(const std::string& text, long& value) {
-    if (text.empty())
-        return false;
-    errno = 0;
-    char* end = nullptr;
-    value = std::strtol(text.c_str(), &end, 10);
-    return errno == 0 && *end == '\0' && value >= INT_MIN && value <= INT_MAX;
-}
-
 std::string joinWords(const std::vector<uint32_t>& words) {
     std::string s;
     for (size_t i = 0; i < words.size(); ++i) {
@@ -77,7 +69,8 @@ struct Shell::Verb {
 struct ShellVerbs {
     static bool number(Shell& s, size_t i, int& out) {
         long v = 0;
-        if (!parseInt(s.m_args.at(i), v)) {
+        InputError why;
+        if (!readInteger(s.m_args.at(i), INT_MIN, INT_MAX, v, why)) {
             s.m_strError = "not a number: " + s.m_args[i];
             return false;
         }
@@ -150,15 +143,16 @@ const std::vector<Shell::Verb>& Shell::verbs() {
     static const std::string kRangeHelp = "the ISP's list of values for " + rangeKeysText();
     const std::string strBrightness = std::to_string(KEY_BRIGHTNESS);
     const std::string strSaturation = std::to_string(KEY_SATURATION);
-    static const std::string kSetHelp = "apply a pair list, e.g. (" + strBrightness + ",60)(" +
-                                        strSaturation +
-                                        ",1), caching it; = first failed key negated or 0";
-    static const std::string kGetHelp =
-        "read keys, e.g. (" + strBrightness + "," + strSaturation + "); = their pair list or false";
+    static const std::string kSetHelp =
+        "apply a pair list, e.g. (" + strBrightness + ",60)(" + strSaturation +
+        ",1), caching it; = the library's answer: the first failed key negated, or 0";
+    static const std::string kGetHelp = "read keys, e.g. (" + strBrightness + "," + strSaturation +
+                                        "); = the library's answer: their pair list, or false";
     static const std::vector<Verb> table = {
         {"set", "set TEXT", 1, -1, kSetHelp.c_str(),
          [](Shell& s, std::string& r) { r = std::to_string(V::c(s).setParameters(s.m_strRest, true)); return true; }},
-        {"push", "push TEXT", 1, -1, "apply a pair list to the ISP without the cache",
+        {"push", "push TEXT", 1, -1,
+         "apply a pair list to the ISP without the cache; = the library's answer",
          [](Shell& s, std::string& r) { r = std::to_string(V::c(s).setParameters(s.m_strRest, false)); return true; }},
         {"get", "get IDS", 1, -1, kGetHelp.c_str(),
          [](Shell& s, std::string& r) {
@@ -188,11 +182,11 @@ const std::vector<Shell::Verb>& Shell::verbs() {
          V::act(&ISensorController::resetParameters)},
         {"round", "round", 0, 0, "run one round of the worker on this thread",
          [](Shell& s, std::string& r) { r = std::to_string(V::c(s).sensorThread()); return true; }},
-        {"wait", "wait S", 1, 1, "let the running worker go on for S (scaled) seconds",
+        {"wait", "wait S", 1, 1, "let the running worker go on for S (scaled) seconds, 0 to 3600",
          [](Shell& s, std::string& r) {
-             char* end = nullptr;
-             const double d = std::strtod(s.m_args[0].c_str(), &end);
-             if (*end != '\0' || d < 0 || d > 3600) {
+             double d = 0;
+             InputError why;
+             if (!readDecimal(s.m_args[0], 0, 3600, d, why)) {
                  s.m_strError = "not a number of seconds: " + s.m_args[0];
                  return false;
              }
@@ -215,14 +209,13 @@ const std::vector<Shell::Verb>& Shell::verbs() {
         {"clock", "clock HH:MM", 1, 1, "set the simulated device time",
          [](Shell& s, std::string& r) {
              const std::string& t = s.m_args[0];
-             const size_t colon = t.find(':');
-             long h = -1, m = -1;
-             if (colon == std::string::npos || !parseInt(t.substr(0, colon), h) ||
-                 !parseInt(t.substr(colon + 1), m) || h < 0 || h > 23 || m < 0 || m > 59) {
-                 s.m_strError = "not a time HH:MM: " + t;
+             int h = 0, m = 0;
+             InputError why;
+             if (!readClock(t, h, m, why)) {
+                 s.m_strError = "not a time HH:MM, 00:00 to 23:59: " + t;
                  return false;
              }
-             sim::setDeviceTime(static_cast<int>(h), static_cast<int>(m));
+             sim::setDeviceTime(h, m);
              r = t;
              return true;
          }},
@@ -272,16 +265,16 @@ const std::vector<Shell::Verb>& Shell::verbs() {
          }},
         {"fail", "fail CMD RET|off", 2, 2, "make the simulated ISP answer RET for CMD, or stop it",
          [](Shell& s, std::string& r) {
-             int cmd = 0, ret = 0;
-             if (!V::number(s, 0, cmd))
+             FaultSetting f;
+             InputError why;
+             if (!readFaultSetting(s.m_strRest, f, why)) {
+                 s.m_strError = "not CMD RET or CMD off: " + s.m_strRest;
                  return false;
-             if (s.m_args[1] == "off") {
-                 sim::Isp::instance().clearFailure(cmd);
-             } else {
-                 if (!V::number(s, 1, ret))
-                     return false;
-                 sim::Isp::instance().failCommand(cmd, ret);
              }
+             if (f.bOff)
+                 sim::Isp::instance().clearFailure(static_cast<int>(f.nCmd));
+             else
+                 sim::Isp::instance().failCommand(static_cast<int>(f.nCmd), static_cast<int>(f.nRet));
              r = s.m_args[0] + " " + s.m_args[1];
              return true;
          }},
@@ -305,7 +298,8 @@ const std::vector<Shell::Verb>& Shell::verbs() {
                      : "false";
              return true;
          }},
-        {"check", "check TEXT", 1, -1, "the ISP's sensor check with (a,b,c); b = 2 reads",
+        {"check", "check TEXT", 1, -1,
+         "the ISP's sensor check with (a,b,c); b = 2 reads; = the library's answer",
          [](Shell& s, std::string& r) {
              std::string text = s.m_strRest;
              const int ret = V::c(s).SensorCheck(text);
@@ -447,6 +441,11 @@ std::string Shell::helpText() {
         usage.resize(std::max<size_t>(usage.size() + 2, 20), ' ');
         text += "  " + usage + v.szHelp + "\n";
     }
+    // The pair texts are the host's words to the library, not the shell's.
+    text += "  set, push, get and check hand their text to the library exactly as typed,\n"
+            "  as a host does; the answer after \"= \" is the library's own. The other\n"
+            "  verbs' numbers are decimal integers (an optional -, then digits) and\n"
+            "  times are HH:MM, two digits each.\n";
     return text;
 }
 

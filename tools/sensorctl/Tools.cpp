@@ -4,6 +4,7 @@
 #include <iostream>
 #include <string>
 
+#include "Serve.h"
 #include "Shell.h"
 #include "Tool.h"
 #include "config/StyleMerge.h"
@@ -12,6 +13,34 @@
 #include "sim/SimIsp.h"
 
 namespace sensorctl {
+
+int runCameraCommand(const CameraCommand& command) {
+    if (command.strCommand == "demo") {
+        CameraOptions options = command.camera;
+        options.strRoot.clear(); // the tour always starts afresh
+        return runDemo(options);
+    }
+    if (command.strCommand == "serve")
+        blockStopSignals();
+    Camera camera(command.camera);
+    std::string error;
+    int nRet = 0;
+    if (!camera.start(error)) {
+        std::cerr << "sensorctl: " << error << "\n";
+        nRet = 1;
+    } else if (command.strCommand == "serve") {
+        nRet = runServe(camera, command.serve);
+    } else {
+        Shell shell(camera, std::cout);
+        shell.setEcho(command.bEcho);
+        shell.run(std::cin);
+    }
+    camera.stop();
+    // A temporary root kept is of use only to one who knows where it is.
+    if (camera.keepsTemporaryRoot())
+        std::cerr << "sensorctl: kept the device root " << camera.root() << "\n";
+    return nRet;
+}
 
 int runDump(const std::vector<std::string>& args) {
     if (args.size() != 1) {

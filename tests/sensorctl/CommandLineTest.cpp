@@ -1,0 +1,127 @@
+// sensorctl's command line as a user types it: a number out of its range or
+// form is refused with a reason and exit code 2 before any camera starts; a
+// camera that cannot start says so and exits 1; a kept temporary root is
+// named.
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tests/support/ToolProcess.h"
+
+namespace {
+
+using testsupport::runSensorctl;
+using testsupport::ToolRun;
+
+struct BadLine {
+    std::vector<std::string> args;
+    const char* szMessage; // the whole line on standard error
+};
+
+TEST(SensorctlCommandLine, BadNumbersAreRefusedWithExitCode2) {
+    const BadLine lines[] = {
+        {{"shell", "--channel", "4294967297"},
+         "sensorctl: --channel takes an integer from 1 to 2147483647, not \"4294967297\""},
+        {{"shell", "--channel", "0"},
+         "sensorctl: --channel takes an integer from 1 to 2147483647, not \"0\""},
+        {{"shell", "--channel", "1x"},
+         "sensorctl: --channel takes an integer from 1 to 2147483647, not \"1x\""},
+        {{"shell", "--time-scale", "nan"},
+         "sensorctl: --time-scale takes a decimal number from 0 to 1000, not \"nan\""},
+        {{"shell", "--time-scale", "inf"},
+         "sensorctl: --time-scale takes a decimal number from 0 to 1000, not \"inf\""},
+        {{"demo", "--time-scale", "0.5s"},
+         "sensorctl: --time-scale takes a decimal number from 0 to 1000, not \"0.5s\""},
+        {{"shell", "--time-scale", "-1"},
+         "sensorctl: --time-scale takes a decimal number from 0 to 1000, not \"-1\""},
+        {{"shell", "--time-scale", "1e400"},
+         "sensorctl: --time-scale takes a decimal number from 0 to 1000, not \"1e400\""},
+        {{"shell", "--max-scheme", "99999999999"},
+         "sensorctl: --max-scheme takes an integer from 0 to 64, not \"99999999999\""},
+        {{"shell", "--max-scheme", "65"},
+         "sensorctl: --max-scheme takes an integer from 0 to 64, not \"65\""},
+        {{"shell", "--device-type", "-3"},
+         "sensorctl: --device-type takes an integer from 0 to 2147483647, not \"-3\""},
+        {{"shell", "--debug", "1 "},
+         "sensorctl: --debug takes an integer from -2147483648 to 2147483647, not \"1 \""},
+        {{"serve", "--port", "-1"},
+         "sensorctl: --port takes an integer from 0 to 65535, not \"-1\""},
+        {{"serve", "--port", "65536"},
+         "sensorctl: --port takes an integer from 0 to 65535, not \"65536\""},
+        {{"serve", "--port", "80abc"},
+         "sensorctl: --port takes an integer from 0 to 65535, not \"80abc\""},
+        {{"serve", "--port", "+80"},
+         "sensorctl: --port takes an integer from 0 to 65535, not \"+80\""},
+        {{"serve", "--port"}, "sensorctl: missing value for --port"},
+    };
+    for (const BadLine& line : lines) {
+        std::string strLine;
+        for (const std::string& a : line.args)
+            strLine += a + " ";
+        const ToolRun run = runSensorctl(line.args, "quit\n");
+        ASSERT_TRUE(run.bExited) << strLine;
+        EXPECT_EQ(run.nExitCode, 2) << strLine;
+        EXPECT_EQ(run.strOutput, std::string(line.szMessage) + "\n") << strLine;
+    }
+}
+
+// A module detail asking for four thousand million schemes: the controller
+// finds no room for them and reports it. The detail is the library's to
+// read, so the command line lets it through; the camera then must not run.
+const char* const kNoRoomDetail = "(sensor=IMX327)(lens=fixed)(max_scheme=4000000000)";
+// Under AddressSanitizer the refused allocation must come back empty, as it
+// does from the C library, rather than end the process.
+const std::vector<std::string> kNullOnNoRoom = {
+    std::string("ASAN_OPTIONS=") +
+    (std::getenv("ASAN_OPTIONS") ? std::getenv("ASAN_OPTIONS") : "") +
+    ":allocator_may_return_null=1"};
+
+TEST(SensorctlCommandLine, ShellOfACameraThatDidNotStartSaysSoAndAnswersNothing) {
+    const ToolRun run = runSensorctl({"shell", "--time-scale", "0.001", "--detail", kNoRoomDetail},
+                                     "scheme\nset (34,60)\n", kNullOnNoRoom);
+    ASSERT_TRUE(run.bExited) << run.strOutput;
+    EXPECT_EQ(run.nExitCode, 1) << run.strOutput;
+    EXPECT_NE(run.strOutput.find("sensorctl: the camera did not start"), std::string::npos)
+        << run.strOutput;
+    EXPECT_EQ(run.strOutput.find("\n= "), std::string::npos) << run.strOutput;
+}
+
+TEST(SensorctlCommandLine, ServeOfACameraThatDidNotStartNeverListens) {
+    if (!SENSORCTL_HAS_SERVE)
+        GTEST_SKIP() << "sensorctl was built without cpp-httplib: no web console here";
+    const ToolRun run =
+        runSensorctl({"serve", "--port", "0", "--time-scale", "0.001", "--detail", kNoRoomDetail},
+                     "", kNullOnNoRoom);
+    ASSERT_TRUE(run.bExited) << run.strOutput;
+    EXPECT_EQ(run.nExitCode, 1) << run.strOutput;
+    EXPECT_NE(run.strOutput.find("sensorctl: the camera did not start"), std::string::npos)
+        << run.strOutput;
+    EXPECT_EQ(run.strOutput.find("listening on"), std::string::npos) << run.strOutput;
+}
+
+TEST(SensorctlCommandLine, KeepWithoutRootNamesTheRootItKept) {
+    const ToolRun run = runSensorctl({"shell", "--keep", "--time-scale", "0.001"}, "quit\n");
+    ASSERT_TRUE(run.bExited);
+    EXPECT_EQ(run.nExitCode, 0);
+    std::smatch m;
+    const std::regex kept("sensorctl: kept the device root (/tmp/sensorctl-[A-Za-z0-9]{6})\n");
+    ASSERT_TRUE(std::regex_search(run.strOutput, m, kept)) << run.strOutput;
+    const std::string strRoot = m[1];
+    struct stat st;
+    EXPECT_EQ(::stat((strRoot + "/mnt/mtd/code/config_file").c_str(), &st), 0) << strRoot;
+    (void)std::system(("rm -rf '" + strRoot + "'").c_str());
+}
+
+TEST(SensorctlCommandLine, TemporaryRootNotKeptIsNotNamedAtExit) {
+    const ToolRun run = runSensorctl({"shell", "--time-scale", "0.001"}, "quit\n");
+    ASSERT_TRUE(run.bExited);
+    EXPECT_EQ(run.nExitCode, 0);
+    EXPECT_EQ(run.strOutput.find("kept the device root"), std::string::npos) << run.strOutput;
+}
+
+} // namespace

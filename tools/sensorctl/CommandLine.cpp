@@ -1,0 +1,241 @@
+#include "CommandLine.h"
+
+#include <climits>
+
+#include "ToolInput.h"
+
+namespace sensorctl {
+
+namespace {
+
+// A camera keeps a handful of user schemes; a count beyond this is a typing
+// slip, not a camera (each scheme is a file written at start).
+constexpr int kMaxSchemes = 64;
+// Beyond this a worker's second lasts over a quarter of an hour.
+constexpr double kMaxTimeScale = 1000;
+
+const char* const kUsage =
+    "usage: sensorctl COMMAND [options]\n"
+    "\n"
+    "commands:\n"
+    "  shell [options] [--echo]\n"
+    "                      run a simulated camera, reading commands from standard input\n"
+    "                      (--echo: print each command after \"> \" before its answer)\n"
+    "  demo [options]      a short guided tour on a fresh temporary root\n"
+    "  serve [options] [--port N] [ONVIF credentials]\n"
+    "                      the settings page and its HTTP API on 127.0.0.1:N\n"
+    "                      (default 8080; 0: any free port, printed at start),\n"
+    "                      and with credentials the ONVIF device, media and\n"
+    "                      imaging services on the same port (/onvif/...)\n"
+    "  dump FILE           decode a scheme file, one line per record\n"
+    "  merge --detail TEXT STYLE DIVERSITY\n"
+    "                      print the style a module with that detail text gets\n"
+    "  help                this text and the shell's verbs\n"
+    "\n"
+    "Numbers are decimal, written out whole (N: an integer, optionally negative;\n"
+    "F: digits with an optional fraction, e.g. 0.01): a value out of its range or\n"
+    "with anything after it is refused with exit code 2.\n"
+    "\n"
+    "camera options:\n"
+    "  --root DIR          device root (default: a new temporary one, removed at exit)\n"
+    "  --keep              keep a temporary root at exit (its path is printed then)\n"
+    "  --channel N         camera channel from 1 (default 1)\n"
+    "  --device-type N     machine device type of a new root\n"
+    "  --model NAME        hardware model of a new root\n"
+    "  --detail TEXT       module detail of a new root, e.g. (sensor=IMX327)(max_scheme=4)\n"
+    "  --max-scheme N      number of schemes of a new root, 0 to 64\n"
+    "  --debug N           write N into the debug sign file\n"
+    "  --time-scale F      multiply the worker's waits by F, 0 to 1000 (default 1)\n"
+    "  --data DIR          the sample device tree to populate from\n"
+    "\n"
+    "ONVIF credentials of serve (WS-Security UsernameToken, PasswordDigest;\n"
+    "without them ONVIF is off):\n"
+    "  --onvif-user U --onvif-password P\n"
+    "  --onvif-credentials FILE\n"
+    "                      FILE's first line is USER:PASSWORD (the password is\n"
+    "                      everything after the first colon)\n";
+
+// The value after option i, taken out of the arguments with it.
+bool takeValue(std::vector<std::string>& args, size_t i, std::string& value, std::string& error) {
+    if (i + 1 >= args.size()) {
+        error = "missing value for " + args[i];
+        return false;
+    }
+    value = args[i + 1];
+    args.erase(args.begin() + static_cast<long>(i), args.begin() + static_cast<long>(i) + 2);
+    return true;
+}
+
+bool readOptionInteger(const std::string& option, const std::string& text, long lo, long hi,
+                       long& value, std::string& error) {
+    InputError why;
+    if (readInteger(text, lo, hi, value, why))
+        return true;
+    error = option + " takes an integer from " + std::to_string(lo) + " to " + std::to_string(hi) +
+            ", not \"" + text + "\"";
+    return false;
+}
+
+// Takes "--port N" out of the arguments; the rest are the camera's.
+bool takePortOption(std::vector<std::string>& args, int& port, std::string& error) {
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (args[i] != "--port")
+            continue;
+        std::string strValue;
+        long nPort = 0;
+        if (!takeValue(args, i, strValue, error) ||
+            !readOptionInteger("--port", strValue, 0, 65535, nPort, error))
+            return false;
+        port = static_cast<int>(nPort);
+        --i;
+    }
+    return true;
+}
+
+// Takes "--echo" out of the arguments: true when it was there.
+bool takeEchoOption(std::vector<std::string>& args) {
+    bool bFound = false;
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == "--echo") {
+            args.erase(args.begin() + static_cast<long>(i));
+            --i;
+            bFound = true;
+        }
+    }
+    return bFound;
+}
+
+// Takes the ONVIF credentials out of the arguments: a user and a password
+// given together, or a file holding "USER:PASSWORD", not both.
+bool takeOnvifOptions(std::vector<std::string>& args, sensorctl::ServeOptions& o,
+                      std::string& error) {
+    std::string strFile;
+    bool bUser = false, bPassword = false, bFile = false;
+    for (size_t i = 0; i < args.size(); ++i) {
+        std::string* pOut = nullptr;
+        if (args[i] == "--onvif-user") {
+            pOut = &o.strOnvifUser;
+            bUser = true;
+        } else if (args[i] == "--onvif-password") {
+            pOut = &o.strOnvifPassword;
+            bPassword = true;
+        } else if (args[i] == "--onvif-credentials") {
+            pOut = &strFile;
+            bFile = true;
+        } else {
+            continue;
+        }
+        if (i + 1 >= args.size()) {
+            error = "missing value for " + args[i];
+            return false;
+        }
+        *pOut = args[i + 1];
+        args.erase(args.begin() + static_cast<long>(i), args.begin() + static_cast<long>(i) + 2);
+        --i;
+    }
+    if (bFile && (bUser || bPassword)) {
+        error = "--onvif-credentials takes the place of --onvif-user and --onvif-password";
+        return false;
+    }
+    if (bFile) {
+        std::string strText;
+        if (!sensorctl::readWholeFile(strFile, strText)) {
+            error = "cannot read the ONVIF credentials file " + strFile;
+            return false;
+        }
+        const std::string strLine = strText.substr(0, strText.find('\n'));
+        const size_t nColon = strLine.find(':');
+        if (nColon == std::string::npos) {
+            error = "the ONVIF credentials file " + strFile + " does not begin with USER:PASSWORD";
+            return false;
+        }
+        o.strOnvifUser = strLine.substr(0, nColon);
+        o.strOnvifPassword = strLine.substr(nColon + 1);
+        if (!o.strOnvifPassword.empty() && o.strOnvifPassword.back() == '\r')
+            o.strOnvifPassword.pop_back();
+    } else if (bUser != bPassword) {
+        error = "--onvif-user and --onvif-password go together";
+        return false;
+    }
+    if ((bFile || bUser) && (o.strOnvifUser.empty() || o.strOnvifPassword.empty())) {
+        error = "the ONVIF user and password must not be empty";
+        return false;
+    }
+    return true;
+}
+
+bool readCameraOptions(const std::vector<std::string>& args, CameraOptions& o, std::string& error) {
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& a = args[i];
+        auto value = [&](std::string& out) {
+            if (i + 1 >= args.size()) {
+                error = "missing value for " + a;
+                return false;
+            }
+            out = args[++i];
+            return true;
+        };
+        auto integer = [&](long lo, long hi, int& out) {
+            std::string v;
+            long n = 0;
+            if (!value(v) || !readOptionInteger(a, v, lo, hi, n, error))
+                return false;
+            out = static_cast<int>(n);
+            return true;
+        };
+        bool ok = true;
+        if (a == "--root")
+            ok = value(o.strRoot);
+        else if (a == "--keep")
+            o.bKeep = true;
+        else if (a == "--channel")
+            ok = integer(1, INT_MAX, o.nChannel);
+        else if (a == "--device-type")
+            ok = integer(0, INT_MAX, o.nDeviceType);
+        else if (a == "--model")
+            ok = value(o.strModel);
+        else if (a == "--detail")
+            ok = value(o.strDetail);
+        else if (a == "--max-scheme")
+            ok = integer(0, kMaxSchemes, o.nMaxScheme);
+        else if (a == "--debug") {
+            ok = integer(INT_MIN, INT_MAX, o.nDebug);
+            o.bDebug = ok;
+        } else if (a == "--data")
+            ok = value(o.strDataDir);
+        else if (a == "--time-scale") {
+            std::string v;
+            InputError why;
+            ok = value(v);
+            if (ok && !readDecimal(v, 0, kMaxTimeScale, o.dTimeScale, why)) {
+                error = "--time-scale takes a decimal number from 0 to 1000, not \"" + v + "\"";
+                ok = false;
+            }
+        } else {
+            error = "unknown option: " + a;
+            ok = false;
+        }
+        if (!ok)
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+const char* usageText() {
+    return kUsage;
+}
+
+bool readCameraCommand(const std::string& command, const std::vector<std::string>& argsIn,
+                       CameraCommand& out, std::string& error) {
+    std::vector<std::string> args = argsIn;
+    out.strCommand = command;
+    if (command == "serve" && (!takePortOption(args, out.serve.nPort, error) ||
+                               !takeOnvifOptions(args, out.serve, error)))
+        return false;
+    out.bEcho = command == "shell" && takeEchoOption(args);
+    return readCameraOptions(args, out.camera, error);
+}
+
+} // namespace sensorctl
