@@ -598,16 +598,24 @@ TEST_F(ImagingTest, AnExposureTimeTakesTheNearestOfferedShutter) {
 
 TEST_F(ImagingTest, SixteenClientsSetAndGetWhileTheSchemeSwitches) {
     start();
-    std::atomic<bool> bStop{false};
+    constexpr int kClients = 16;
+    constexpr int kRounds = 10;
     std::atomic<int> nErrors{0};
+    std::atomic<int> nAnswered{0};
+    // One switch per request answered, a fixed number in all: the run is as
+    // long as the requests, however the scheduler and the mutex favour the
+    // threads.
     std::thread switcher([&] {
-        for (int i = 0; !bStop; ++i)
+        for (int i = 0; i < kClients * kRounds; ++i) {
+            while (nAnswered.load() < i)
+                std::this_thread::yield();
             (void)cam.ctl->setParamScheme(i % 2);
+        }
     });
     std::vector<std::thread> clients;
-    for (int t = 0; t < 16; ++t)
+    for (int t = 0; t < kClients; ++t)
         clients.emplace_back([&, t] {
-            for (int i = 0; i < 10; ++i) {
+            for (int i = 0; i < kRounds; ++i) {
                 const int v = (t * 10 + i) % 101;
                 const HttpReply r =
                     t % 2 ? settings()
@@ -617,11 +625,11 @@ TEST_F(ImagingTest, SixteenClientsSetAndGetWhileTheSchemeSwitches) {
                                 "<timg:ForcePersistence>false</timg:ForcePersistence>");
                 if (r.status != 200)
                     ++nErrors;
+                ++nAnswered;
             }
         });
     for (auto& c : clients)
         c.join();
-    bStop = true;
     switcher.join();
     EXPECT_EQ(0, nErrors.load());
 }
