@@ -46,6 +46,8 @@ public:
         sim::clearDeviceTime();
         sim::clearSystemCommands();
         sim::populateDeviceRoot(m_strPath, std::string(SENSOR_SOURCE_DIR) + "/data/device");
+        // The ISP runs the sample machine's module, as the host sets it up.
+        sim::Isp::instance().runModule(module().getDetail());
         for (const char* szDir2 :
              {"/mnt/mtd/code/config_file", "/mnt/mtd/log", "/mnt/mtd/sign", "/tmp"})
             (void)std::system(("mkdir -p '" + real(szDir2) + "'").c_str());

@@ -476,23 +476,21 @@ std::vector<std::pair<u32, u32>> currentPairs() {
     return vecPairs;
 }
 
-// p_bListOnlySchemeKeys: the ISP lists only dynamic commands the scheme holds.
-// On the sample box camera it lists 1537 (focus near limit) too, which the
-// fixed-lens scheme lacks, so every call makes the failed-check report
-// "-1 != index", whose output (standard output and three error-log entries
-// through the host's logger) the floor does not count.
+// p_bListLensCommands: the ISP lists the lens commands (the focus near limit)
+// as dynamic too, which the sample box camera's fixed-lens scheme lacks (a
+// disagreement built on purpose: the sample's ISP runs its module and lists
+// none). Every call then makes the failed-check report "-1 != index", whose
+// output (standard output and three error-log entries through the host's
+// logger) the floor does not count.
 void benchGetAllParameters(benchmark::State& state, const std::string& p_strName,
-                           bool p_bListOnlySchemeKeys) {
+                           bool p_bListLensCommands) {
     useSign(false);
     const std::vector<uint32_t> vecListed = sim::Isp::instance().dynamicCommands();
-    if (p_bListOnlySchemeKeys) {
-        const std::vector<std::pair<u32, u32>> vecPairs = currentPairs();
-        std::vector<uint32_t> vecHeld;
-        for (uint32_t nCmd : vecListed)
-            if (std::any_of(vecPairs.begin(), vecPairs.end(),
-                            [nCmd](const std::pair<u32, u32>& kv) { return kv.first == nCmd; }))
-                vecHeld.push_back(nCmd);
-        sim::Isp::instance().setDynamicCommands(vecHeld);
+    if (p_bListLensCommands) {
+        std::vector<uint32_t> vecWithLens = vecListed;
+        for (uint32_t nCmd : sim::lensCommands())
+            vecWithLens.push_back(nCmd);
+        sim::Isp::instance().setDynamicCommands(vecWithLens);
     }
     std::string strOut;
     auto fnOp = [&strOut]() {
@@ -839,7 +837,7 @@ void printSummary(std::ostream& out, const std::map<std::string, Figure>& figure
 
     for (const char* szName :
          {"switch_to/all_keys", "switch_to/no_key", "getParameter", "getAllParameters",
-          "getAllParameters/no_failed_check", "setParameters/text_150_pairs"}) {
+          "getAllParameters/lens_command_listed", "setParameters/text_150_pairs"}) {
         const auto c = counted(szName, dStatAbsent);
         row(szName, cpu(szName), c.first, c.second, 0);
     }
@@ -945,8 +943,8 @@ int main(int argc, char** argv) {
     add("getAllParameters", [](benchmark::State& s) {
         benchGetAllParameters(s, "getAllParameters", false);
     })->Unit(benchmark::kMicrosecond);
-    add("getAllParameters/no_failed_check", [](benchmark::State& s) {
-        benchGetAllParameters(s, "getAllParameters/no_failed_check", true);
+    add("getAllParameters/lens_command_listed", [](benchmark::State& s) {
+        benchGetAllParameters(s, "getAllParameters/lens_command_listed", true);
     })->Unit(benchmark::kMicrosecond);
     add("setParameters/text_150_pairs", [](benchmark::State& s) {
         benchSetParametersText(s, "setParameters/text_150_pairs");

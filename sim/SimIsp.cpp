@@ -3,7 +3,8 @@
 // Its default profile (defaultProfile() below, installed by the constructor
 // and by reset()): the shutter lists, the metering area, the day/night mode,
 // the white-balance mode, the focus near limit, the 2D noise-reduction mode
-// and the wide-dynamic-range mode are dynamic commands with list ranges;
+// and the wide-dynamic-range mode are dynamic commands with list ranges (the
+// focus near limit only while the ISP runs a module with a lens, runModule);
 // brightness, saturation, contrast and sharpness have min/max ranges 0..100
 // outside the dynamic list. The version text is the same on every channel,
 // the sensor check reports 1, the day/night state is day (0) and every
@@ -189,6 +190,20 @@ const IspProfile& defaultProfile() {
     return profile;
 }
 
+const std::vector<uint32_t>& lensCommands() {
+    static const std::vector<uint32_t> cmds = {KEY_AUTO_FOCUS_NEAR_LIMIT};
+    return cmds;
+}
+
+bool hasFixedLens(const std::string& detail) {
+    const std::string field = "(lens=";
+    const size_t start = detail.find(field);
+    if (start == std::string::npos)
+        return false;
+    const size_t value = start + field.size();
+    return detail.compare(value, 6, "fixed)") == 0;
+}
+
 // The one ISP of the process. Never destroyed, so that a worker thread still
 // running at exit never finds it gone.
 Isp& Isp::instance() {
@@ -204,6 +219,17 @@ Isp::Isp() : m_pImpl(new Impl) {
 void Isp::reset() {
     std::lock_guard<std::mutex> lock(m_pImpl->mutex);
     m_pImpl->installDefaults();
+}
+
+void Isp::runModule(const std::string& detail) {
+    if (!hasFixedLens(detail))
+        return;
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    for (uint32_t cmd : lensCommands()) {
+        std::vector<uint32_t>& listed = m_pImpl->dynamicCmds;
+        listed.erase(std::remove(listed.begin(), listed.end(), cmd), listed.end());
+        m_pImpl->ranges.erase(static_cast<int>(cmd));
+    }
 }
 
 // Command 2816 keeps the check's result apart from the record last set, so

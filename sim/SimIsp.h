@@ -34,8 +34,16 @@ struct IspProfile {
 
 // The default profile, installed when the ISP is made and by reset(): the
 // sample style documents, sensorctl's sessions and the tests rely on exactly
-// it.
+// it. It is the profile of an ISP that drives a lens; see Isp::runModule.
 const IspProfile& defaultProfile();
+
+// The commands of the default profile that drive a lens (the focus near
+// limit): an ISP on a fixed-lens module has none of them.
+const std::vector<uint32_t>& lensCommands();
+
+// Whether a module's detail text ("(sensor=IMX327)(lens=fixed)...") names a
+// fixed lens.
+bool hasFixedLens(const std::string& detail);
 
 struct IspCall {
     int channel;
@@ -51,6 +59,14 @@ public:
 
     // Back to the default profile: empty stores, default ranges, no faults, empty trace.
     void reset();
+
+    // The module this ISP runs, by its detail text, as a host tells it before
+    // it starts a controller for the module. On a fixed-lens module the lens
+    // commands leave the dynamic command list and lose their ranges, so that
+    // the ISP never lists a command the module's style and schemes lack; any
+    // other module changes nothing. A test that needs that disagreement lists
+    // the lens commands again after this.
+    void runModule(const std::string& detail);
 
     // Values (records are stored as their words; a plain value is one word).
     void setValue(int channel, int cmd, uint32_t value);

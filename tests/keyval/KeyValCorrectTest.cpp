@@ -6,6 +6,7 @@
 
 #include "controller/SensorKeys.h"
 #include "keyval/SensorKeyVal.h"
+#include "tests/support/Camera.h"
 #include "tests/support/TestSupport.h"
 
 using testing::internal::CaptureStdout;
@@ -100,6 +101,19 @@ TEST(KeyValCorrect, MissingDynamicCommandIsReportedAndSkipped) {
     // The command after the missing one is still corrected.
     EXPECT_NE(9u, arValues[1].value);
     EXPECT_TRUE(contains(root.read("/mnt/mtd/log/SensorError.log"), "-1 != index"));
+}
+
+TEST(KeyValCorrect, TheSampleBoxCameraGetsAllParametersWithoutAFailedCheck) {
+    // The sample machine's fixed-lens module: its ISP lists no lens command.
+    camtest::Camera cam;
+    ASSERT_TRUE(cam.start());
+    std::string strText;
+    CaptureStdout();
+    (void)cam.ctl->getAllParameters(strText);
+    const std::string strOut = GetCapturedStdout();
+    EXPECT_FALSE(contains(strOut, "Assertion failed")) << strOut;
+    EXPECT_FALSE(contains(cam.root.read("/mnt/mtd/log/SensorError.log"), "-1 != index"));
+    EXPECT_TRUE(contains(strText, "(34,50)")) << strText;
 }
 
 TEST(KeyValCorrect, FirstMatchingRecordIsCorrected) {

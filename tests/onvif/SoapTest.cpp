@@ -9,6 +9,7 @@
 
 #include "tests/support/OnvifRequests.h"
 #include "sensor-onvif/Soap.h"
+#include "tests/support/SoapCheck.h"
 
 using namespace sensor_onvif;
 using namespace onvif_test;
@@ -38,9 +39,34 @@ protected:
     SoapEndpoint m_endpoint;
 };
 
+// A SOAP 1.2 fault whose code or one of whose subcodes is p_strSub, read
+// with an XML parser.
 bool hasFault(const HttpReply& r, const std::string& p_strSub) {
-    return r.body.find("<env:Fault>") != std::string::npos &&
-           r.body.find("<env:Value>" + p_strSub + "</env:Value>") != std::string::npos;
+    const soapcheck::Answer answer(r.body);
+    return answer.isFault() && answer.hasCode(p_strSub);
+}
+
+// The worked example of the ONVIF Application Programmer's Guide (user token
+// profile): nonce, Created and password give this PasswordDigest.
+const char* const kExampleNonce = "LKqI6G/AikKCQrN0zqZFlg==";
+const char* const kExampleCreated = "2010-09-16T07:50:45Z";
+const char* const kExamplePassword = "userpassword";
+const char* const kExampleDigest = "tuOSpGlFlIXsozq4HFNeeGeFLEI=";
+// kExampleCreated in seconds since 1970.
+constexpr long long kExampleTime = 1284623445LL;
+
+// The example's UsernameToken as a client sends it, with the digest given.
+std::string exampleRequest(const std::string& p_strDigest) {
+    return envelope("<s:Header><wsse:Security xmlns:wsse=\"http://docs.oasis-open.org/wss/2004/"
+                    "01/oasis-200401-wss-wssecurity-secext-1.0.xsd\" xmlns:wsu=\"http://"
+                    "docs.oasis-open.org/wss/2004/01/oasis-200401-wss-wssecurity-utility-1.0."
+                    "xsd\"><wsse:UsernameToken><wsse:Username>user</wsse:Username>"
+                    "<wsse:Password Type=\"http://docs.oasis-open.org/wss/2004/01/oasis-200401-"
+                    "wss-username-token-profile-1.0#PasswordDigest\">" +
+                        p_strDigest + "</wsse:Password><wsse:Nonce>" + kExampleNonce +
+                        "</wsse:Nonce><wsu:Created>" + kExampleCreated +
+                        "</wsu:Created></wsse:UsernameToken></wsse:Security></s:Header>",
+                    "<Echo xmlns=\"urn:x\"><Value>ok</Value></Echo>");
 }
 
 } // namespace
@@ -229,17 +255,64 @@ TEST_F(SoapTest, SixteenConcurrentClientsAreEachAnswered) {
 }
 
 TEST(SoapText, DigestIsBase64OfSha1OfNonceCreatedPassword) {
+    // The SHA-1 test vectors of FIPS 180 / RFC 3174, split over the three parts:
     // SHA-1("abc") is a9993e364706816aba3e25717850c26c9cd0d89d.
     EXPECT_EQ("qZk+NkcGgWq6PiVxeFDCbJzQ2J0=", passwordDigest("a", "b", "c"));
+    // SHA-1 of the 56-byte message is 84983e441c3bd26ebaae4aa1f95129e5e54670f1.
+    EXPECT_EQ("hJg+RBw70m66rkqh+VEp5eVGcPE=",
+              passwordDigest("abcdbcdecdefdefgefgh", "fghighijhijkijkljklm", "klmnlmnomnopnopq"));
     std::string bytes;
     ASSERT_TRUE(base64Decode("qZk+NkcGgWq6PiVxeFDCbJzQ2J0=", bytes));
-    EXPECT_EQ(20u, bytes.size());
-    EXPECT_EQ("YWJj", base64Encode("abc"));
-    ASSERT_TRUE(base64Decode("YQ==", bytes));
-    EXPECT_EQ("a", bytes);
+    EXPECT_EQ(std::string("\xa9\x99\x3e\x36\x47\x06\x81\x6a\xba\x3e\x25\x71\x78\x50\xc2"
+                          "\x6c\x9c\xd0\xd8\x9d",
+                          20),
+              bytes);
     EXPECT_FALSE(base64Decode("Y===", bytes));
     EXPECT_FALSE(base64Decode("YQ=a", bytes));
     EXPECT_FALSE(base64Decode("Y!==", bytes));
+}
+
+TEST(SoapText, Base64FollowsTheRfc4648TestVectors) {
+    const std::pair<const char*, const char*> vectors[] = {{"", ""},
+                                                           {"f", "Zg=="},
+                                                           {"fo", "Zm8="},
+                                                           {"foo", "Zm9v"},
+                                                           {"foob", "Zm9vYg=="},
+                                                           {"fooba", "Zm9vYmE="},
+                                                           {"foobar", "Zm9vYmFy"}};
+    for (const auto& v : vectors) {
+        EXPECT_EQ(v.second, base64Encode(v.first)) << v.first;
+        std::string bytes = "stale";
+        EXPECT_TRUE(base64Decode(v.second, bytes)) << v.second;
+        EXPECT_EQ(v.first, bytes) << v.second;
+    }
+}
+
+TEST(SoapText, DigestOfThePublishedExampleIsItsPasswordDigest) {
+    std::string nonce;
+    ASSERT_TRUE(base64Decode(kExampleNonce, nonce));
+    EXPECT_EQ(16u, nonce.size());
+    EXPECT_EQ(kExampleDigest, passwordDigest(nonce, kExampleCreated, kExamplePassword));
+    // The tests' own digest, which every request of the suite carries, agrees.
+    EXPECT_EQ(kExampleDigest, soapcheck::wsseDigest(nonce, kExampleCreated, kExamplePassword));
+    long long n = 0;
+    ASSERT_TRUE(parseDateTime(kExampleCreated, n));
+    EXPECT_EQ(kExampleTime, n);
+}
+
+TEST(SoapText, ThePublishedExampleTokenIsAcceptedAndAChangedDigestIsNot) {
+    SoapEndpoint endpoint("user", kExamplePassword, [] { return kExampleTime + 10; });
+    endpoint.addOperation(kPath, "Echo", [](const Request&) -> Result {
+        return "<tt:EchoResponse>ok</tt:EchoResponse>";
+    });
+    std::string wrong = kExampleDigest;
+    wrong[0] = 'u';
+    const HttpReply refused = endpoint.handle(kPath, exampleRequest(wrong));
+    EXPECT_EQ(400, refused.status);
+    EXPECT_TRUE(hasFault(refused, "ter:NotAuthorized")) << refused.body;
+    const HttpReply r = endpoint.handle(kPath, exampleRequest(kExampleDigest));
+    EXPECT_EQ(200, r.status) << r.body;
+    EXPECT_FALSE(soapcheck::Answer(r.body).isFault()) << r.body;
 }
 
 TEST(SoapText, DateTimesRoundTrip) {
@@ -287,4 +360,32 @@ TEST_F(SoapTest, ABodyCutInsideAUtf8SequenceIsNotWellFormed) {
     const HttpReply r = m_endpoint.handle(kPath, body);
     EXPECT_EQ(400, r.status);
     EXPECT_TRUE(hasFault(r, "ter:WellFormed"));
+}
+
+TEST(SoapCheck, OnlyASoap12FaultFirstInTheBodyIsAFault) {
+    const std::string head =
+        "<e:Envelope xmlns:e=\"http://www.w3.org/2003/05/soap-envelope\"><e:Body>";
+    const std::string tail = "</e:Body></e:Envelope>";
+    const soapcheck::Answer fault(
+        head +
+        "<f:Fault xmlns:f=\"http://www.w3.org/2003/05/soap-envelope\"><f:Code><f:Value>f:Sender"
+        "</f:Value><f:Subcode><f:Value>ter:InvalidArgVal</f:Value></f:Subcode></f:Code>"
+        "</f:Fault>" +
+        tail);
+    EXPECT_TRUE(fault.isFault());
+    EXPECT_EQ((std::vector<std::string>{"f:Sender", "ter:InvalidArgVal"}), fault.codes());
+    // A default namespace does as well as a prefix.
+    EXPECT_TRUE(soapcheck::Answer("<Envelope xmlns=\"http://www.w3.org/2003/05/soap-envelope\">"
+                                  "<Body><Fault/></Body></Envelope>")
+                    .isFault());
+    for (const std::string& body :
+         {head + "<tt:R xmlns:tt=\"urn:x\"><tt:Fault>no</tt:Fault></tt:R>" + tail,
+          head + "<tt:Fault xmlns:tt=\"urn:x\"/>" + tail, head + "<r>x:Fault&gt;</r>" + tail,
+          head + "<r/><e:Fault/>" + tail,
+          std::string("<e:Envelope xmlns:e=\"http://schemas.xmlsoap.org/soap/envelope/\">"
+                      "<e:Body><e:Fault/></e:Body></e:Envelope>"),
+          std::string("<e:Fault xmlns:e=\"http://www.w3.org/2003/05/soap-envelope\"/>"),
+          std::string("not xml :Fault>")}) {
+        EXPECT_FALSE(soapcheck::Answer(body).isFault()) << body;
+    }
 }

@@ -222,6 +222,33 @@ TEST_F(SimIspTest, DynamicListHasDefaultProfile) {
               isp().dynamicCommands());
 }
 
+TEST_F(SimIspTest, AFixedLensModuleListsNoLensCommand) {
+    isp().runModule("(sensor=IMX327)(lens=fixed)(max_scheme=4)(isInfrared=1)");
+    ia_dynamic_params_cmds_st list;
+    ASSERT_EQ(0, ia_ioctrl_v2(0, IA_CMD_DYNAMIC_PARAMS_CMDS_GET, IA_CMD_OPT_GET, &list));
+    ASSERT_EQ(7u, list.cmd_cnt);
+    EXPECT_EQ((std::vector<uint32_t>{49, 50, 96, 144, 768, 2305, 2368}),
+              std::vector<uint32_t>(list.cmd_list, list.cmd_list + 7));
+    // The focus near limit has no range either.
+    ia_dynamic_params_attr_st range;
+    EXPECT_NE(0, ia_ioctrl_v2(0, 1537, IA_CMD_OPT_GET_PARAM_RNAGE, &range));
+    // The other commands keep theirs.
+    EXPECT_EQ(17u, rangeOf(49).items_cnt);
+}
+
+TEST_F(SimIspTest, AModuleWithALensOrNoLensFieldKeepsTheLensCommands) {
+    for (const char* szDetail :
+         {"(sensor=IMX334)(lens=motor)(zoom=33X)", "(lens=vari)",
+          "(sensor=T384)(focus=motor)(max_scheme=2)", "(lens=fixedfocus)", ""}) {
+        isp().reset();
+        isp().runModule(szDetail);
+        EXPECT_EQ((std::vector<uint32_t>{49, 50, 96, 144, 768, 1537, 2305, 2368}),
+                  isp().dynamicCommands())
+            << szDetail;
+        EXPECT_EQ(7u, rangeOf(1537).items_cnt) << szDetail;
+    }
+}
+
 TEST_F(SimIspTest, SetDynamicCommandsReplacesTheList) {
     isp().setDynamicCommands({34});
     ia_dynamic_params_cmds_st list;

@@ -128,8 +128,10 @@ public:
         construct(p_nChannel);
         return init(p_objModule);
     }
-    // init() on the controller already constructed.
+    // init() on the controller already constructed, the ISP running the
+    // module as a host sets it up (no lens commands on a fixed lens).
     testing::AssertionResult init(const ModuleConfigure& p_objModule) {
+        sim::Isp::instance().runModule(p_objModule.getDetail());
         (void)ctl->init(p_objModule);
         return started();
     }

@@ -12,27 +12,20 @@
 #include <cstdio>
 #include <ctime>
 #include <memory>
-#include <regex>
 #include <string>
+#include <vector>
+
+#include "tests/support/SoapCheck.h"
 
 namespace testsupport {
 
 inline std::string base64(const unsigned char* data, size_t size) {
-    std::string out(4 * ((size + 2) / 3) + 1, '\0');
-    const int n =
-        EVP_EncodeBlock(reinterpret_cast<unsigned char*>(&out[0]), data, static_cast<int>(size));
-    out.resize(n > 0 ? static_cast<size_t>(n) : 0);
-    return out;
+    return soapcheck::base64(std::string(reinterpret_cast<const char*>(data), size));
 }
 
-// Base64(SHA-1(nonce + created + password)).
 inline std::string passwordDigest(const std::string& nonce, const std::string& created,
                                   const std::string& password) {
-    const std::string strAll = nonce + created + password;
-    unsigned char md[EVP_MAX_MD_SIZE];
-    unsigned int nLen = 0;
-    EVP_Digest(strAll.data(), strAll.size(), md, &nLen, EVP_sha1(), nullptr);
-    return base64(md, nLen);
+    return soapcheck::wsseDigest(nonce, created, password);
 }
 
 inline std::string isoTime(std::time_t t) {
@@ -46,20 +39,19 @@ inline std::string isoTime(std::time_t t) {
 struct OnvifReply {
     int status = 0; // 0: no answer
     std::string body;
-    bool isFault() const { return body.find(":Fault>") != std::string::npos; }
+    // A Fault element in the SOAP 1.2 namespace, first in the envelope's Body.
+    bool isFault() const { return soapcheck::Answer(body).isFault(); }
     // The first subcode value of a fault, e.g. "ter:NotAuthorized".
     std::string subcode() const {
-        std::smatch m;
-        static const std::regex re("Subcode>\\s*<[^>]*Value>\\s*([^<\\s]+)");
-        return std::regex_search(body, m, re) ? m[1].str() : "";
+        const std::vector<std::string> codes = soapcheck::Answer(body).codes();
+        return codes.size() > 1 ? codes[1] : "";
     }
     // Every subcode value of a fault, in order.
     std::string subcodes() const {
+        const std::vector<std::string> codes = soapcheck::Answer(body).codes();
         std::string out;
-        static const std::regex re("Subcode>\\s*<[^>]*Value>\\s*([^<\\s]+)");
-        for (auto it = std::sregex_iterator(body.begin(), body.end(), re);
-             it != std::sregex_iterator(); ++it)
-            out += (out.empty() ? "" : " ") + (*it)[1].str();
+        for (size_t i = 1; i < codes.size(); ++i)
+            out += (out.empty() ? "" : " ") + codes[i];
         return out;
     }
     // The text of the first element with this local name.

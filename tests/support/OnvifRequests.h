@@ -1,11 +1,13 @@
 // Builds ONVIF request envelopes for the tests, with a UsernameToken whose
-// digest is computed like a client computes it.
+// digest is computed like a client computes it, with libcrypto and not with
+// the service's own helpers.
 #pragma once
 
 #include <atomic>
 #include <string>
 
 #include "sensor-onvif/Soap.h"
+#include "tests/support/SoapCheck.h"
 
 namespace onvif_test {
 
@@ -19,7 +21,7 @@ inline std::string securityHeader(const std::string& p_strNonce, long long p_nCr
                                   const std::string& p_strUser = kUser,
                                   const std::string& p_strPassword = kPassword) {
     const std::string created = sensor_onvif::formatDateTime(p_nCreated);
-    const std::string digest = sensor_onvif::passwordDigest(p_strNonce, created, p_strPassword);
+    const std::string digest = soapcheck::wsseDigest(p_strNonce, created, p_strPassword);
     return "<s:Header><Security s:mustUnderstand=\"1\" "
            "xmlns=\"http://docs.oasis-open.org/wss/2004/01/"
            "oasis-200401-wss-wssecurity-secext-1.0.xsd\">"
@@ -30,7 +32,7 @@ inline std::string securityHeader(const std::string& p_strNonce, long long p_nCr
            digest +
            "</Password><Nonce EncodingType=\"http://docs.oasis-open.org/wss/2004/01/"
            "oasis-200401-wss-soap-message-security-1.0#Base64Binary\">" +
-           sensor_onvif::base64Encode(p_strNonce) +
+           soapcheck::base64(p_strNonce) +
            "</Nonce><Created xmlns=\"http://docs.oasis-open.org/wss/2004/01/"
            "oasis-200401-wss-wssecurity-utility-1.0.xsd\">" +
            created + "</Created></UsernameToken></Security></s:Header>";

@@ -15,6 +15,7 @@
 #include "host/MachineInfo.h"
 #include "sim/SimHost.h"
 #include "diag/DeviceRoot.h"
+#include "sim/SimIsp.h"
 #include "storage/SensorFile.h"
 
 namespace fs = std::filesystem;
@@ -189,6 +190,8 @@ bool Camera::start(std::string& error) {
     if (getDetailFieldTou32(objModule.getDetail().c_str(), "max_scheme", &nSchemes) != 0)
         nSchemes = 4;
     m_nSchemes = nSchemes;
+    // The ISP is set up for the module it runs (no lens commands on a fixed lens).
+    sim::Isp::instance().runModule(objModule.getDetail());
     m_pController->init(objModule);
     m_bStarted = true;
     // init reports a failure and goes on, as the library does for its host;
