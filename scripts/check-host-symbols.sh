@@ -73,62 +73,51 @@ declarations() {
 }
 
 decls=$(declarations)
-roots=$(sed -n 's/^root //p' <<<"$decls")
-declared=$(sed -n 's/^decl //p' <<<"$decls")
-polymorphic=$(sed -n 's/^polymorphic //p' <<<"$decls")
-if [ -z "$roots" ] || [ -z "$declared" ]; then
+if ! grep -q '^root ' <<<"$decls" || ! grep -q '^decl ' <<<"$decls"; then
   echo "no host declarations found in $hostdir"; exit 2
 fi
 
-# A demangled symbol's qualified name: no parameters, ABI tags or version.
-qualified() {
-  sed -E 's/@.*$//; s/\(.*$//; s/\[abi:[^]]*\]//g; s/[ \t]+$//'
-}
-# The host class or function a qualified name belongs to, if any.
-is_host_root() {
-  grep -qxF "${1%%::*}" <<<"$roots"
-}
-
-status=0
-
-# 1. Nothing of the host is defined inside the library.
-while read -r sym; do
-  name=$(qualified <<<"$sym")
-  case "$name" in "vtable for "* | "typeinfo for "* | "typeinfo name for "*) name=${name#* for } ;; esac
-  if is_host_root "$name"; then
-    echo "libsensor.so defines the host's $sym"; status=1
-  fi
-done < <(nm -D -C --defined-only "$lib" | sed -E 's/^[0-9a-fA-F]+ [A-Za-z] //')
-
-# 2. Every host symbol the library needs is one the host/ headers declare.
-used=()
-while read -r sym; do
-  name=$(qualified <<<"$sym")
-  case "$name" in
-    "vtable for "* | "typeinfo for "* | "typeinfo name for "*)
-      cls=${name#* for }
-      if is_host_root "$cls"; then
-        if ! grep -qxF "$cls" <<<"$polymorphic"; then
-          echo "libsensor.so needs $sym, which no host header offers"; status=1
-        fi
-      fi
-      continue ;;
-  esac
-  is_host_root "$name" || continue
-  used+=("$name")
-  if ! grep -qxF "$name" <<<"$declared"; then
-    echo "libsensor.so needs $sym, which no host header declares"; status=1
-  fi
-done < <(nm -D -C --undefined-only "$lib" | sed -E 's/^[ \t]*[A-Za-z][ \t]+//')
-
-# 3. The library uses the host's services, not copies of its own.
-for name in ia_ioctrl_v2 sy_system GThread KPMutex KPMutexManager KPFile KPLogger TarvelTime \
-            KPDeviceTime MachineInfo SystemInfoParser ModuleConfigure StringHandler \
-            SensorZoomFocusParam; do
-  if ! printf '%s\n' "${used[@]}" | grep -qE "^$name(::|$)"; then
-    echo "libsensor.so does not use the host's $name"; status=1
-  fi
-done
-
-[ $status -eq 0 ] && echo "host symbols: $lib needs only what host/ declares, all undefined"
-exit $status
+# The library's dynamic symbols, demangled, as "D name" (defined) and
+# "U name" (needed), judged against the declarations in one pass:
+# 1. nothing of the host is defined inside the library;
+# 2. every host symbol it needs is one the host/ headers declare (a class's
+#    vtable and type information only for a class with virtual functions);
+# 3. it uses the host's services, not copies of its own.
+{
+  nm -D -C --defined-only "$lib" | sed -E 's/^[0-9a-fA-F]+ [A-Za-z] /D /'
+  nm -D -C --undefined-only "$lib" | sed -E 's/^[ \t]*[A-Za-z][ \t]+/U /'
+} | awk -v lib="$lib" -v required="ia_ioctrl_v2 sy_system GThread KPMutex KPMutexManager KPFile \
+KPLogger TarvelTime KPDeviceTime MachineInfo SystemInfoParser ModuleConfigure StringHandler \
+SensorZoomFocusParam" '
+  FNR == NR {
+    what = $1; rest = substr($0, length($1) + 2)
+    if (what == "root") root[rest] = 1
+    else if (what == "decl") decl[rest] = 1
+    else if (what == "polymorphic") poly[rest] = 1
+    next
+  }
+  {
+    how = $1; sym = substr($0, 3); name = sym
+    sub(/@.*$/, "", name)
+    if (name ~ /^(vtable|typeinfo|typeinfo name) for /) {
+      cls = name; sub(/^.* for /, "", cls)
+      if (!(cls in root)) next
+      if (how == "D") { print "libsensor.so defines the host'"'"'s " sym; bad = 1 }
+      else if (!(cls in poly)) { print "libsensor.so needs " sym ", which no host header offers"; bad = 1 }
+      next
+    }
+    p = index(name, "("); if (p > 0) name = substr(name, 1, p - 1)
+    gsub(/\[abi:[^]]*\]/, "", name); sub(/[ \t]+$/, "", name)
+    r = name; q = index(r, "::"); if (q > 0) r = substr(r, 1, q - 1)
+    if (!(r in root)) next
+    if (how == "D") { print "libsensor.so defines the host'"'"'s " sym; bad = 1; next }
+    used[r] = 1
+    if (!(name in decl)) { print "libsensor.so needs " sym ", which no host header declares"; bad = 1 }
+  }
+  END {
+    n = split(required, names, /[ \t\n]+/)
+    for (i = 1; i <= n; i++)
+      if (names[i] != "" && !(names[i] in used)) { print "libsensor.so does not use the host'"'"'s " names[i]; bad = 1 }
+    if (!bad) print "host symbols: " lib " needs only what host/ declares, all undefined"
+    exit bad
+  }' <(printf '%s\n' "$decls") -
