@@ -217,8 +217,12 @@ TEST(SchemeWindow, FactorySlotWindowIsNotConsidered) {
 TEST(LprSwitch, DayNightModeIsPushedAsZeroButStoredValueIsKept) {
     SwitchCamera cam;
     cam.setValue(1, KEY_DN_MODE, 2);
-    const auto objHold = cam.acc->holdAsWorker(); // as the worker holds it
-    (void)cam.ctl->LPR_switch_to(1);
+    {
+        // As the worker holds it; given back before the host calls below,
+        // which take the host's mutex first.
+        const auto objHold = cam.acc->holdAsWorker();
+        (void)cam.ctl->LPR_switch_to(1);
+    }
     EXPECT_EQ(1, cam.acc->curScheme());
     EXPECT_EQ(0, cam.acc->lastScheme());
     const std::vector<sim::IspCall> vecDn = setCalls(KEY_DN_MODE);
