@@ -432,10 +432,10 @@ void benchSwitch(benchmark::State& state, const std::string& p_strName, bool p_b
     useSign(false);
     // Scheme 0 is current: with force every key is pushed again, without
     // force none differs from what the ISP holds.
-    // A switch runs under the controller mutex, as the worker's does.
+    // A switch runs under the scheme lock, as the worker's does.
     auto fnOp = [p_bForce]() {
         ISensorControllerTestAccess objAccess(ctl());
-        const auto objHold = objAccess.hold();
+        const auto objHold = objAccess.holdAsWorker();
         (void)ctl().switch_to(0, p_bForce);
     };
     record(state, p_strName, countOnce(fnOp, 4));
@@ -734,8 +734,7 @@ void benchIdleWorker(benchmark::State& state, bool p_bDayNight) {
     const double dSeconds = idleSeconds();
     for (auto _ : state) {
         sim::Isp::instance().clearTrace();
-        sim::clearMutexEvents();
-        sim::recordMutexEvents(!p_bDayNight);
+        const unsigned long nWaits0 = sim::waitCount();
         const double dWall0 = seconds(CLOCK_MONOTONIC);
         const double dWorker0 = seconds(nWorkerClock);
         const double dProcess0 = seconds(CLOCK_PROCESS_CPUTIME_ID);
@@ -743,17 +742,15 @@ void benchIdleWorker(benchmark::State& state, bool p_bDayNight) {
         const double dWorker = seconds(nWorkerClock) - dWorker0;
         const double dProcess = seconds(CLOCK_PROCESS_CPUTIME_ID) - dProcess0;
         const double dWall = seconds(CLOCK_MONOTONIC) - dWall0;
-        sim::recordMutexEvents(false);
         const double dRounds =
             p_bDayNight ? static_cast<double>(sim::Isp::instance().callsOf(IA_CMD_DN_STATE).size())
-                        : static_cast<double>(sim::mutexEvents().size()) / 2.0;
+                        : static_cast<double>(sim::waitCount() - nWaits0);
         state.SetIterationTime(dWall);
         state.counters["worker_pct_of_core"] = 100.0 * dWorker / dWall;
         state.counters["process_pct_of_core"] = 100.0 * dProcess / dWall;
         state.counters["rounds"] = dRounds;
         state.counters["worker_us_per_round"] = dRounds > 0 ? dWorker * 1e6 / dRounds : 0;
     }
-    sim::clearMutexEvents();
     if (p_bDayNight && ctl().setParameter(KEY_SCHEME_MODE, 0, true) != 0)
         std::abort();
 }

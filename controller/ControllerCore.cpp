@@ -49,12 +49,6 @@ u32 valueAt(const void* pVal) {
 
 } // namespace
 
-// The worker's round: one call of sensorThread on the owning controller.
-struct ISensorController::ThreadRun {
-    ISensorController* pOwner;
-    int operator()() const { return pOwner->sensorThread(); }
-};
-
 ISensorController::ISensorController()
     : m_stSysConf(), m_nCameraID(1), m_objMutex(), m_pSensorThread(nullptr), m_nLastScheme(-1),
       m_nCurScheme(-1), m_nParamMode(1), m_ppUserKeyVal(nullptr), m_pstKeyValTmp(nullptr),
@@ -66,7 +60,7 @@ ISensorController::ISensorController()
     // the thread object its own copies, so it lives as long as either.
     typedef SafePointer<ThreadRun> ThreadRunPointer;
     try {
-        ThreadRunPointer* pRun = new ThreadRunPointer(new ThreadRun{this});
+        ThreadRunPointer* pRun = new ThreadRunPointer(new ThreadRun(this));
         m_pThreadRun = pRun;
         const ThreadRunPointer objRun(*pRun);
         m_pSensorThread = new GThread([objRun]() { return (*objRun)(); }, "SensorThread",
@@ -357,7 +351,9 @@ bool ISensorController::getCmdExecStatus(int cmd, int& value) {
 // The current scheme's window as hhmm: both ends at most 2400, and the start
 // before the end (a window may not wrap past midnight).
 int ISensorController::paramCheck() {
-    SNS_REQUIRE_LOCK();
+    // A plain question a host may ask without the mutex (flush asks it under
+    // its hold); the scheme lock keeps the window from changing under it.
+    SchemeLock objSchemeLock(*this, SchemeLock::Wait);
     const int nCurScheme = m_nCurScheme;
     if (m_ppUserKeyVal == nullptr || nCurScheme < 0 ||
         static_cast<u32>(nCurScheme) > m_stSysConf.nSchemeSum || m_nKeyValSum < 5)

@@ -8,6 +8,7 @@
 
 #include "controller/ISensorController.h"
 #include "controller/LockSites.h"
+#include "controller/SafePointer.h"
 #include "diag/SensorDiag.h"
 #include "host/KPMutex.h"
 #include "host/ia_ioctrl_v2.h"
@@ -16,6 +17,36 @@
 // controller/LockSites.h: the line the host's lock diagnostics have always
 // shown for this entry point.
 #define SNS_LOCK_GUARD(site) ISensorController::LockGuard objMutexGuard(*this, lock_site::site)
+
+// The controller's record beyond its fixed members, on the heap behind
+// m_pThreadRun (a counted pointer: the controller and the worker's thread
+// object each hold it). It holds the worker's round callable and the scheme
+// lock, the library's own mutex over the per-scheme arrays
+// (controller/LockSites.h).
+struct ISensorController::ThreadRun {
+    explicit ThreadRun(ISensorController* p_pOwner) : pOwner(p_pOwner) {}
+    int operator()() const { return pOwner->sensorThread(); }
+
+    // The record of a controller; null only when its constructor could not
+    // make one (then there is no worker either).
+    static ThreadRun* of(const ISensorController& p_objCtrl) {
+        const SafePointer<ThreadRun>* pRun =
+            static_cast<const SafePointer<ThreadRun>*>(p_objCtrl.m_pThreadRun);
+        return pRun != nullptr ? pRun->get() : nullptr;
+    }
+    // A controller's scheme lock, not yet taken; none without the record.
+    static std::unique_lock<std::recursive_mutex> schemeLock(const ISensorController& p_objCtrl) {
+        ThreadRun* pRun = of(p_objCtrl);
+        if (pRun == nullptr)
+            return std::unique_lock<std::recursive_mutex>();
+        return std::unique_lock<std::recursive_mutex>(pRun->objSchemeMutex, std::defer_lock);
+    }
+
+    ISensorController* pOwner;
+    // Recursive: a locked entry point calls plain operations that take it
+    // again, and init's round runs under a reset's hold on the same thread.
+    std::recursive_mutex objSchemeMutex;
+};
 
 namespace sensor_detail {
 

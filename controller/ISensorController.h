@@ -30,13 +30,16 @@ struct keycmd {
     char szHandlerName[64]; // "&ISensorController::doIaCmd", or "NULL"
 };
 
-// Locking. One mutex per controller serialises the host's entry points. The
-// entry points marked "Locks" take it for their whole run; those marked
-// "Needs the lock" take none and must be called by a thread that holds it
-// (the controller's own locked entry points and its worker do); the rest take
-// no lock of the controller. init and uinit take none: the host calls them
-// while no other call runs. The worker round only tries the mutex and skips
-// its switch while a host call holds it.
+// Locking (controller/LockSites.h). One host mutex per controller serialises
+// the host's entry points. The entry points marked "Locks" take it for their
+// whole run, and with it the controller's own scheme lock over the scheme
+// arrays; those marked "Needs the lock" take none and must be called by a
+// thread that holds the scheme lock (the controller's own locked entry points
+// and its worker do); those marked "Takes the scheme lock" are plain
+// operations a host may call without the mutex; the rest take no lock of the
+// controller. init and uinit take none: the host calls them while no other
+// call runs. The worker round never touches the host mutex: it only tries the
+// scheme lock and skips its switch while a host call holds it.
 class SENSOR_API ISensorController {
 public:
     // State bits of m_nFlags.
@@ -85,7 +88,7 @@ public:
     int notifyToVideo(int key, int value); // Needs the lock.
     // Takes no lock: a direct ISP read.
     bool getCmdExecStatus(int cmd, int& value);
-    int paramCheck(); // Needs the lock.
+    int paramCheck(); // Takes the scheme lock.
     // Allocates and fills m_pKeyCmdMap from the key-command table.
     void buildKeyCmdMap();
 
@@ -97,8 +100,8 @@ public:
     bool getAllParameters(std::string& out); // Locks.
 
     // Schemes, modes, the worker and saving -------------------------------
-    // Need the lock (the three below).
-    int switch_to(int nScheme, bool force = false);
+    int switch_to(int nScheme, bool force = false); // Needs the lock.
+    // Take the scheme lock (the two below).
     int LPR_switch_to(int nScheme);
     int judgeCurScheme(int& nScheme, int& nSchedule);
     // Lock (the four below).
@@ -106,7 +109,8 @@ public:
     bool getParamScheme(int& scheme);
     bool setParamMode(int p_nMode);
     bool getParamMode(int& mode);
-    // The worker's round: tries the lock, never waits for it.
+    // The worker's round: tries the scheme lock, never waits for it, and
+    // never touches the host mutex.
     int sensorThread();
     int flush(); // Locks.
 
@@ -195,20 +199,18 @@ private:
 
     // The guards of the lock contract (controller/LockSites.h).
     class LockGuard;
-    class TriedLock;
+    class SchemeLock;
     class SoleUse;
-    // In checked builds: aborts unless this thread holds m_objMutex or is
-    // the controller's sole user.
+    // In checked builds: aborts unless this thread holds the scheme lock
+    // (its guards do) or is the controller's sole user.
     void requireLock(const char* p_szFunction) const;
 
     // Members in their fixed order. Fields that the worker and the host's
     // threads share are atomics of the plain type's size.
     SysConfig m_stSysConf;
     int m_nCameraID;
-    // Serialises the host's entry points. The worker never waits for it: it
-    // only tries it, and leaves a switch to its next round while a host call
-    // holds it, so that a host call that waits for the worker (a reset
-    // stopping it) can never deadlock with it.
+    // Serialises the host's entry points; only they take it (the worker
+    // coordinates through the scheme lock in m_pThreadRun).
     KPMutex m_objMutex;
     GThread* m_pSensorThread;
     std::atomic<int> m_nLastScheme;
@@ -232,8 +234,8 @@ private:
     std::atomic<bool> m_bDNScheme;
     SensorZoomFocusParam m_objZoomFocusParam;
 
-    // Beyond the fixed members: the worker's round callable, shared with the
-    // thread object through a counted pointer.
+    // Beyond the fixed members: the worker's round callable and the scheme
+    // lock, shared with the thread object through a counted pointer.
     struct ThreadRun;
     void* m_pThreadRun;
 };

@@ -1,11 +1,13 @@
 // The controller's lock guards and, in checked builds, the per-thread record
-// of the controller mutexes a thread holds.
+// of the controllers whose scheme lock a thread holds.
 #include "controller/LockSites.h"
 
 #include <pthread.h>
 
 #include <cstdio>
 #include <cstdlib>
+
+#include "controller/ControllerPriv.h"
 
 namespace {
 
@@ -109,7 +111,12 @@ void count(const KPMutex* p_pMutex, int Hold::*p_pField, int p_nDelta) {
 #endif
 
 ISensorController::LockGuard::LockGuard(ISensorController& p_objCtrl, int p_nLine)
-    : m_objManager(p_objCtrl.m_objMutex, lock_site::kFile, p_nLine), m_objCtrl(p_objCtrl) {
+    : m_objManager(p_objCtrl.m_objMutex, lock_site::kFile, p_nLine),
+      m_objSchemeLock(ThreadRun::schemeLock(p_objCtrl)), m_objCtrl(p_objCtrl) {
+    // After the host's mutex: a host call waits here only while the worker
+    // or a plain operation finishes with the scheme arrays.
+    if (m_objSchemeLock.mutex() != nullptr)
+        m_objSchemeLock.lock();
     SNS_COUNT_HOLD(m_objCtrl, 1);
 }
 
@@ -117,14 +124,25 @@ ISensorController::LockGuard::~LockGuard() {
     SNS_COUNT_HOLD(m_objCtrl, -1);
 }
 
-ISensorController::TriedLock::TriedLock(ISensorController& p_objCtrl, int p_nLine)
-    : m_objCtrl(p_objCtrl), m_nLine(p_nLine) {
-    SNS_COUNT_HOLD(m_objCtrl, 1);
+ISensorController::SchemeLock::SchemeLock(ISensorController& p_objCtrl, Mode p_eMode)
+    : m_objLock(ThreadRun::schemeLock(p_objCtrl)), m_objCtrl(p_objCtrl) {
+    if (m_objLock.mutex() != nullptr) {
+        if (p_eMode == Try)
+            (void)m_objLock.try_lock();
+        else
+            m_objLock.lock();
+    }
+    if (owns())
+        SNS_COUNT_HOLD(m_objCtrl, 1);
 }
 
-ISensorController::TriedLock::~TriedLock() {
-    SNS_COUNT_HOLD(m_objCtrl, -1);
-    m_objCtrl.m_objMutex.Unlock(lock_site::kFile, m_nLine);
+ISensorController::SchemeLock::~SchemeLock() {
+    if (owns())
+        SNS_COUNT_HOLD(m_objCtrl, -1);
+}
+
+bool ISensorController::SchemeLock::owns() const {
+    return m_objLock.mutex() == nullptr || m_objLock.owns_lock();
 }
 
 ISensorController::SoleUse::SoleUse(const ISensorController& p_objCtrl)

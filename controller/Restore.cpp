@@ -66,11 +66,22 @@ bool ISensorController::restoreAeMode() {
 // nothing done on the factory scheme, which has no file.
 bool ISensorController::resetToLastParameters() {
     SNS_DBG("\n");
-    // Locked before the scheme index is read: a reset on another thread
-    // rewrites the index and the scheme count.
+    // No scheme yet, or the factory scheme: neither has a file.
+    const auto fnNoFile = [this](int p_nScheme) {
+        return p_nScheme < 0 || static_cast<u32>(p_nScheme) >= m_stSysConf.nSchemeSum;
+    };
+    // Tested before the host's mutex is taken: on the factory scheme the call
+    // does nothing at all. The scheme lock alone keeps a reset on another
+    // thread from rewriting the index and the scheme count meanwhile.
+    {
+        SchemeLock objSchemeLock(*this, SchemeLock::Wait);
+        if (fnNoFile(m_nCurScheme))
+            return true;
+    }
     SNS_LOCK_GUARD(kResetToLastParameters);
+    // Tested again: another thread may have switched in between.
     const int nCurScheme = m_nCurScheme;
-    if (nCurScheme < 0 || static_cast<u32>(nCurScheme) >= m_stSysConf.nSchemeSum)
+    if (fnNoFile(nCurScheme))
         return true;
 
     const std::string strFile = sensorSchemeFile(m_nCameraID, nCurScheme);

@@ -57,7 +57,9 @@ int ISensorController::switch_to(int nScheme, bool force) {
 // scheme is pushed with the day/night mode forced to 0 (the stored scheme
 // keeps its own mode). Always SNS_SUCCESS.
 int ISensorController::LPR_switch_to(int nScheme) {
-    SNS_REQUIRE_LOCK();
+    // A host may call it directly, without the mutex: the scheme lock keeps
+    // the arrays from the worker and the host's locked calls meanwhile.
+    SchemeLock objSchemeLock(*this, SchemeLock::Wait);
     setFlag(m_nFlags, switching_flag);
     m_nLastScheme = m_nCurScheme.load();
     m_nCurScheme = nScheme;
@@ -82,7 +84,9 @@ int ISensorController::LPR_switch_to(int nScheme) {
 // The lowest user scheme whose window [start, end) holds the device time
 // (nSchedule 1), else scheme 0 (nSchedule 0). Always SNS_SUCCESS.
 int ISensorController::judgeCurScheme(int& nScheme, int& nSchedule) {
-    SNS_REQUIRE_LOCK();
+    // A plain question a host may ask without the mutex; the scheme lock keeps
+    // the windows from changing under it.
+    SchemeLock objSchemeLock(*this, SchemeLock::Wait);
     const KPDateTime stNow = KPDeviceTime::getCurrentTime();
     const u32 nNow = static_cast<u32>(stNow.hour * 100 + stNow.minute);
 
@@ -148,17 +152,18 @@ int ISensorController::sensorThread() {
         objWait.wait();
     }
 
-    // The worker switches under the controller mutex, so that a host call
+    // The worker switches under the scheme lock, so that a host call
     // (setParameter, restore, a reset) never touches the scheme cache at the
-    // same time. It only tries the mutex: while a host call holds it the
-    // switch is left to the next round. It never waits for it, because a host
-    // call may hold it while it stops this thread (a reset). The mutex is
-    // recursive, so the round that init runs under a reset's lock gets it.
-    if (!m_objMutex.TryLock(lock_site::kFile, lock_site::kWorkerRound)) {
+    // same time; the host's mutex never sees the round. It only tries the
+    // lock: while a host call holds it the switch is left to the next round.
+    // It never waits for it, because a host call may hold it while it stops
+    // this thread (a reset). The lock is recursive, so the round that init
+    // runs under a reset's hold gets it.
+    SchemeLock objSchemeLock(*this, SchemeLock::Try);
+    if (!objSchemeLock.owns()) {
         std::this_thread::yield();
         return 0;
     }
-    TriedLock objRelease(*this, lock_site::kWorkerRound);
 
     if (m_nParamMode == 0)
         return 0;

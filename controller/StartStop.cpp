@@ -314,9 +314,11 @@ bool ISensorController::init(const ModuleConfigure& p_objModuleConfigure) {
 void ISensorController::uinit() {
     if (!testFlag(m_nFlags, inited_flag))
         return;
+    // The worker runs only after init has allocated the scheme arrays, so
+    // nothing allocated means nothing to stop either.
     const bool bAllocated = m_ppUserKeyVal != nullptr || m_pstKeyValTmp != nullptr ||
                             m_pstKeyValTmp2 != nullptr || m_pKeyCmdMap != nullptr;
-    if (!bAllocated && !m_pSensorThread->isRunning())
+    if (!bAllocated)
         return;
 
     setFlag(m_nFlags, uniniting_flag);

@@ -23,7 +23,6 @@ public:
     bool start();
     // Returns once the round in progress has ended; false when not running.
     bool stop();
-    bool isRunning() const;
 
 private:
     struct Impl;

@@ -1,5 +1,5 @@
 // The host's mutex and its scoped guard. The mutex is recursive: the thread
-// that holds it may lock it again (and TryLock succeeds for it).
+// that holds it may lock it again.
 #pragma once
 
 #include <memory>
@@ -14,8 +14,6 @@ public:
     // file and line name the caller, for the host's lock diagnostics.
     int Lock(const char* file, int line);
     int Unlock(const char* file, int line);
-    // true when the lock was taken without waiting.
-    bool TryLock(const char* file, int line);
 
 private:
     struct Impl;

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <map>
 #include <mutex>
 #include <string>
 #include <system_error>
@@ -20,6 +21,18 @@ thread_local const void* tl_pCurrentThread = nullptr;
 
 namespace {
 std::atomic<bool> g_bThreadsPaused{false};
+
+// Each live thread object's running state, for the sim-only question below (a
+// host's GThread offers no such question).
+struct ThreadRegistry {
+    std::mutex mutex;
+    std::map<const GThread*, const std::atomic<bool>*> running;
+};
+
+ThreadRegistry& threadRegistry() {
+    static ThreadRegistry registry;
+    return registry;
+}
 } // namespace
 
 namespace sim {
@@ -28,6 +41,12 @@ void pauseThreads(bool pause) {
 }
 bool threadsPaused() {
     return g_bThreadsPaused;
+}
+bool threadRunning(const GThread& thread) {
+    ThreadRegistry& registry = threadRegistry();
+    std::lock_guard<std::mutex> guard(registry.mutex);
+    const auto it = registry.running.find(&thread);
+    return it != registry.running.end() && it->second->load();
 }
 } // namespace sim
 
@@ -54,10 +73,16 @@ GThread::GThread(const Fun& run, const char* name, const Fun& onStart, const Fun
     m_pImpl->name = name != nullptr ? name : "";
     m_pImpl->onStart = onStart;
     m_pImpl->onStop = onStop;
+    ThreadRegistry& registry = threadRegistry();
+    std::lock_guard<std::mutex> guard(registry.mutex);
+    registry.running[this] = &m_pImpl->running;
 }
 
 GThread::~GThread() {
     stop();
+    ThreadRegistry& registry = threadRegistry();
+    std::lock_guard<std::mutex> guard(registry.mutex);
+    registry.running.erase(this);
 }
 
 bool GThread::start() {
@@ -137,8 +162,4 @@ bool GThread::stop() {
     if (m_pImpl->onStop)
         m_pImpl->onStop();
     return true;
-}
-
-bool GThread::isRunning() const {
-    return m_pImpl->running;
 }

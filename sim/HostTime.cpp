@@ -14,6 +14,7 @@
 namespace {
 
 std::atomic<double> g_dTimeScale{1.0};
+std::atomic<unsigned long> g_nWaits{0};
 
 struct DeviceClock {
     std::mutex mutex;
@@ -39,6 +40,10 @@ double timeScale() {
     return g_dTimeScale;
 }
 
+unsigned long waitCount() {
+    return g_nWaits;
+}
+
 void setDeviceTime(int hour, int minute) {
     DeviceClock& clock = deviceClock();
     std::lock_guard<std::mutex> lock(clock.mutex);
@@ -59,6 +64,7 @@ TarvelTime::TarvelTime(int seconds, int microseconds)
     : m_nSeconds(seconds), m_nMicroseconds(microseconds) {}
 
 void TarvelTime::wait() {
+    ++g_nWaits;
     const double seconds = (m_nSeconds + m_nMicroseconds / 1e6) * sim::timeScale();
     if (seconds <= 0.0)
         return;

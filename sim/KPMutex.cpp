@@ -3,6 +3,7 @@
 #include "host/KPMutex.h"
 
 #include <atomic>
+#include <map>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -32,9 +33,35 @@ void recordEvent(const char* what, const char* file, int line) {
     record.events.push_back(std::move(event));
 }
 
+// Each live mutex's own lock, for the sim-only try below (a host's KPMutex
+// offers no try).
+struct MutexRegistry {
+    std::mutex mutex;
+    std::map<const KPMutex*, std::recursive_mutex*> locks;
+};
+
+MutexRegistry& mutexRegistry() {
+    static MutexRegistry registry;
+    return registry;
+}
+
 } // namespace
 
 namespace sim {
+
+bool tryLockMutex(KPMutex& mutex, const char* file, int line) {
+    std::recursive_mutex* lock = nullptr;
+    {
+        MutexRegistry& registry = mutexRegistry();
+        std::lock_guard<std::mutex> guard(registry.mutex);
+        const auto it = registry.locks.find(&mutex);
+        if (it != registry.locks.end())
+            lock = it->second;
+    }
+    // Every attempt is recorded, taken or not.
+    recordEvent("TryLock", file, line);
+    return lock != nullptr && lock->try_lock();
+}
 
 void recordMutexEvents(bool enable) {
     mutexRecord().enabled = enable;
@@ -58,9 +85,17 @@ struct KPMutex::Impl {
     std::recursive_mutex mutex;
 };
 
-KPMutex::KPMutex() : m_pImpl(new Impl) {}
+KPMutex::KPMutex() : m_pImpl(new Impl) {
+    MutexRegistry& registry = mutexRegistry();
+    std::lock_guard<std::mutex> guard(registry.mutex);
+    registry.locks[this] = &m_pImpl->mutex;
+}
 
-KPMutex::~KPMutex() = default;
+KPMutex::~KPMutex() {
+    MutexRegistry& registry = mutexRegistry();
+    std::lock_guard<std::mutex> guard(registry.mutex);
+    registry.locks.erase(this);
+}
 
 int KPMutex::Lock(const char* file, int line) {
     m_pImpl->mutex.lock();
@@ -73,12 +108,6 @@ int KPMutex::Unlock(const char* file, int line) {
     recordEvent("Unlock", file, line);
     m_pImpl->mutex.unlock();
     return 0;
-}
-
-// Every attempt is recorded, taken or not.
-bool KPMutex::TryLock(const char* file, int line) {
-    recordEvent("TryLock", file, line);
-    return m_pImpl->mutex.try_lock();
 }
 
 KPMutexManager::KPMutexManager(KPMutex& mutex, const char* file, int line) : m_objMutex(mutex) {

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "host/GThread.h"
+#include "host/KPMutex.h"
 #include "host/MachineInfo.h"
 #include "host/ModuleConfigure.h"
 #include "host/VideoStreamModule.h"
@@ -15,12 +17,19 @@ namespace sim {
 // 0: no wait at all).
 void setTimeScale(double factor);
 double timeScale();
+// How many TarvelTime waits have begun in this process (a worker's round
+// begins with one).
+unsigned long waitCount();
 
 // While paused, every GThread ends its round in progress and begins no new
 // one until resumed; stop still returns promptly. A test or a scripted
 // session then drives the rounds itself, deterministically.
 void pauseThreads(bool pause);
 bool threadsPaused();
+
+// Whether a thread object's loop runs (started and not stopped). Sim-only: a
+// camera's GThread offers start and stop alone.
+bool threadRunning(const GThread& thread);
 
 // The device clock: a set simulated time, or the real clock after clear.
 void setDeviceTime(int hour, int minute);
@@ -30,11 +39,16 @@ void clearDeviceTime();
 std::vector<std::string> systemCommands();
 void clearSystemCommands();
 
-// What KPMutex saw: "Lock file:line" / "Unlock file:line" / "TryLock file:line",
-// recorded only while enabled.
+// What KPMutex saw: "Lock file:line" / "Unlock file:line" (and "TryLock
+// file:line" from tryLockMutex), recorded only while enabled.
 void recordMutexEvents(bool enable);
 std::vector<std::string> mutexEvents();
 void clearMutexEvents();
+
+// Takes the mutex when that needs no wait (its holder may take it again).
+// Sim-only, for tests of the simulated host: a camera's KPMutex offers Lock
+// and Unlock alone, and the controller never tries it.
+bool tryLockMutex(KPMutex& mutex, const char* file, int line);
 
 // Copies the sample device tree (a mirror of the device's paths) into root.
 bool populateDeviceRoot(const std::string& root, const std::string& dataDir);

@@ -47,7 +47,7 @@ TEST(ControllerObject, WorkerIsCreatedButNotStarted) {
     ISensorController ctl;
     ISensorControllerTestAccess access(ctl);
     ASSERT_NE(access.sensorThread(), nullptr);
-    EXPECT_FALSE(access.sensorThread()->isRunning());
+    EXPECT_FALSE(sim::threadRunning(*access.sensorThread()));
 }
 
 TEST(ControllerObject, DeviceType13ForcesChannelTwo) {
@@ -135,7 +135,7 @@ TEST(ControllerObject, StartedControllerDestroyedWithoutUinitStopsItsWorker) {
         ISensorControllerTestAccess access(ctl);
         ctl.setVideoStreamModule(&video);
         (void)ctl.init(objModule); // always true; the running worker is what counts
-        ASSERT_TRUE(access.sensorThread()->isRunning());
+        ASSERT_TRUE(sim::threadRunning(*access.sensorThread()));
     }
     // The worker is gone: the ISP hears nothing more from it.
     sim::Isp::instance().clearTrace();

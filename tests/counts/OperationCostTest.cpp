@@ -135,16 +135,16 @@ TEST_F(OperationCost, GetParameterOfACachedKeyIsNoIspCallAndOneDecision) {
 }
 
 TEST_F(OperationCost, ForcedSwitchToTheCurrentSchemePushesEveryKey) {
-    // The worker switches under the controller mutex; so does this.
+    // The worker switches under the scheme lock; so does this.
     ISensorControllerTestAccess objAccess(ctl());
-    const auto objHold = objAccess.hold();
+    const auto objHold = objAccess.holdAsWorker();
     EXPECT_EQ(costOf([&] { (void)ctl().switch_to(0, true); }), (Cost{58, 183}));
 }
 
 TEST_F(OperationCost, UnforcedSwitchToTheCurrentSchemePushesNone) {
-    // The worker switches under the controller mutex; so does this.
+    // The worker switches under the scheme lock; so does this.
     ISensorControllerTestAccess objAccess(ctl());
-    const auto objHold = objAccess.hold();
+    const auto objHold = objAccess.holdAsWorker();
     EXPECT_EQ(costOf([&] { (void)ctl().switch_to(0, false); }), (Cost{0, 64}));
 }
 

@@ -132,7 +132,7 @@ TEST(ConcurrencyStress, EightHostThreadsWorkerSwitchesAndResetsEndWithoutDeadloc
     // mode is set under the controller mutex: once it returns, a switch under
     // way has ended and the worker switches no more.
     (void)ctl.setParamMode(0);
-    EXPECT_TRUE(cam.acc->sensorThread()->isRunning());
+    EXPECT_TRUE(sim::threadRunning(*cam.acc->sensorThread()));
     EXPECT_FALSE(cam.acc->flags() &
                  (ISensorController::resetting_flag | ISensorController::restoring_flag |
                   ISensorController::switching_flag));

@@ -76,7 +76,7 @@ void startAndCheck(Camera& cam, const std::string& p_strCase,
     if (cam.ctl)
         cam.ctl->uinit();
     ASSERT_TRUE(cam.start()) << p_strCase;
-    EXPECT_TRUE(cam.acc->sensorThread()->isRunning()) << p_strCase;
+    EXPECT_TRUE(sim::threadRunning(*cam.acc->sensorThread())) << p_strCase;
     EXPECT_TRUE(answers(*cam.ctl)) << p_strCase;
     std::string strAll;
     EXPECT_TRUE(cam.ctl->getAllParameters(strAll)) << p_strCase;

@@ -39,7 +39,7 @@ TEST(IspFault, StartUpWithEveryCommandFailingStillStarts) {
         Camera cam;
         sim::Isp::instance().failAll(nFault);
         EXPECT_TRUE(cam.start()) << nFault;
-        EXPECT_TRUE(cam.acc->sensorThread()->isRunning());
+        EXPECT_TRUE(sim::threadRunning(*cam.acc->sensorThread()));
         sim::Isp::instance().clearFailures();
         EXPECT_TRUE(answers(*cam.ctl)) << nFault;
         EXPECT_TRUE(schemeFilesWholeOrUntouched(cam));
@@ -128,7 +128,7 @@ TEST(IspFault, ResetWithEveryCommandFailingStartsAgainFromFactoryFiles) {
     for (int nFault : kFaults) {
         withFailingIsp(nFault, [](Camera& cam) {
             (void)cam.ctl->resetParameters();
-            EXPECT_TRUE(cam.acc->sensorThread()->isRunning());
+            EXPECT_TRUE(sim::threadRunning(*cam.acc->sensorThread()));
             EXPECT_EQ(0, cam.acc->curScheme());
             for (int s = 0; s < 4; ++s)
                 EXPECT_TRUE(sameKeyVals(cam.factory(), cam.file(schemeFile(s)))) << s;

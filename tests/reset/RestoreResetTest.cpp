@@ -98,6 +98,16 @@ TEST(ResetToLast, FactorySchemeIndexTouchesNothing) {
     EXPECT_TRUE(sim::Isp::instance().trace().empty());
 }
 
+TEST(ResetToLast, FactorySchemeIndexLeavesTheHostMutexAlone) {
+    ResetCamera cam;
+    ASSERT_TRUE(cam.ctl->setParamScheme(4));
+    sim::clearMutexEvents();
+    sim::recordMutexEvents(true);
+    EXPECT_TRUE(cam.ctl->resetToLastParameters());
+    sim::recordMutexEvents(false);
+    EXPECT_EQ(std::vector<std::string>{}, sim::mutexEvents());
+}
+
 TEST(ResetToLast, OnlyKeysWhoseSavedValueDiffersArePushed) {
     ResetCamera cam;
     const u32 nSaved = cam.value(0, KEY_BRIGHTNESS);
@@ -258,7 +268,7 @@ TEST(FactoryReset, ControllerRunsAgainFromItsModuleDescription) {
     (void)cam.ctl->resetParameters();
     EXPECT_EQ(nModuleId, cam.ctl->getSensorType());
     EXPECT_EQ(4u, cam.acc->schemeSum());
-    EXPECT_TRUE(cam.acc->sensorThread()->isRunning());
+    EXPECT_TRUE(sim::threadRunning(*cam.acc->sensorThread()));
     EXPECT_EQ(ISensorController::inited_flag, cam.acc->flags());
     int nMode = -1;
     (void)cam.ctl->getParamMode(nMode);

@@ -48,7 +48,7 @@ TEST(SchemeSwitch, SwitchToTheCurrentSchemePushesNothing) {
 
 TEST(SchemeSwitch, ForcedSwitchPushesEveryKey) {
     SwitchCamera cam;
-    const auto objHold = cam.acc->hold(); // as the worker holds it
+    const auto objHold = cam.acc->holdAsWorker(); // as the worker holds it
     (void)cam.ctl->switch_to(1, true);
     const std::vector<sim::IspCall> vecSets = setCalls();
     // Every key the table dispatches, the controller's own keys excepted.
@@ -154,7 +154,7 @@ TEST(SchemeWindow, LowestMatchingWindowWins) {
     sim::setDeviceTime(8, 0);
     int nScheme = -1;
     int nSchedule = -1;
-    const auto objHold = cam.acc->hold(); // as the worker holds it
+    const auto objHold = cam.acc->holdAsWorker(); // as the worker holds it
     (void)cam.ctl->judgeCurScheme(nScheme, nSchedule);
     EXPECT_EQ(0, nScheme);
     EXPECT_EQ(1, nSchedule);
@@ -168,7 +168,7 @@ TEST(SchemeWindow, LaterWindowMatchesItsOwnTime) {
     sim::setDeviceTime(7, 30);
     int nScheme = -1;
     int nSchedule = -1;
-    const auto objHold = cam.acc->hold(); // as the worker holds it
+    const auto objHold = cam.acc->holdAsWorker(); // as the worker holds it
     (void)cam.ctl->judgeCurScheme(nScheme, nSchedule);
     EXPECT_EQ(1, nScheme);
     EXPECT_EQ(1, nSchedule);
@@ -182,7 +182,7 @@ TEST(SchemeWindow, EndOfWindowMatchesNoWindow) {
     sim::setDeviceTime(12, 0);
     int nScheme = -1;
     int nSchedule = -1;
-    const auto objHold = cam.acc->hold(); // as the worker holds it
+    const auto objHold = cam.acc->holdAsWorker(); // as the worker holds it
     (void)cam.ctl->judgeCurScheme(nScheme, nSchedule);
     EXPECT_EQ(0, nScheme);
     EXPECT_EQ(0, nSchedule);
@@ -195,7 +195,7 @@ TEST(SchemeWindow, WindowAcrossMidnightNeverMatches) {
     sim::setDeviceTime(23, 0);
     int nScheme = -1;
     int nSchedule = -1;
-    const auto objHold = cam.acc->hold(); // as the worker holds it
+    const auto objHold = cam.acc->holdAsWorker(); // as the worker holds it
     (void)cam.ctl->judgeCurScheme(nScheme, nSchedule);
     EXPECT_EQ(0, nScheme);
     EXPECT_EQ(0, nSchedule);
@@ -208,7 +208,7 @@ TEST(SchemeWindow, FactorySlotWindowIsNotConsidered) {
     sim::setDeviceTime(10, 0);
     int nScheme = -1;
     int nSchedule = -1;
-    const auto objHold = cam.acc->hold(); // as the worker holds it
+    const auto objHold = cam.acc->holdAsWorker(); // as the worker holds it
     (void)cam.ctl->judgeCurScheme(nScheme, nSchedule);
     EXPECT_EQ(0, nScheme);
     EXPECT_EQ(0, nSchedule);
@@ -217,8 +217,12 @@ TEST(SchemeWindow, FactorySlotWindowIsNotConsidered) {
 TEST(LprSwitch, DayNightModeIsPushedAsZeroButStoredValueIsKept) {
     SwitchCamera cam;
     cam.setValue(1, KEY_DN_MODE, 2);
-    const auto objHold = cam.acc->hold(); // as the worker holds it
-    (void)cam.ctl->LPR_switch_to(1);
+    {
+        // As the worker holds it; given back before the host calls below,
+        // which take the host's mutex first.
+        const auto objHold = cam.acc->holdAsWorker();
+        (void)cam.ctl->LPR_switch_to(1);
+    }
     EXPECT_EQ(1, cam.acc->curScheme());
     EXPECT_EQ(0, cam.acc->lastScheme());
     const std::vector<sim::IspCall> vecDn = setCalls(KEY_DN_MODE);

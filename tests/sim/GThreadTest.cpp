@@ -37,10 +37,10 @@ TEST(GThreadTest, StartRunsRoundsUntilStopped) {
         },
         "SensorThread", GThread::emptyFun, GThread::emptyFun);
     ASSERT_TRUE(thread.start());
-    EXPECT_TRUE(thread.isRunning());
+    EXPECT_TRUE(sim::threadRunning(thread));
     EXPECT_TRUE(waitFor([&] { return rounds >= 3; }));
     ASSERT_TRUE(thread.stop());
-    EXPECT_FALSE(thread.isRunning());
+    EXPECT_FALSE(sim::threadRunning(thread));
     const int after = rounds;
     std::this_thread::sleep_for(5ms);
     EXPECT_EQ(after, rounds);
@@ -158,7 +158,7 @@ TEST(GThreadTest, RoundMayStopItsOwnThread) {
         "selfstop", GThread::emptyFun, GThread::emptyFun);
     self = &thread;
     ASSERT_TRUE(thread.start());
-    EXPECT_TRUE(waitFor([&] { return !thread.isRunning(); }));
+    EXPECT_TRUE(waitFor([&] { return !sim::threadRunning(thread); }));
     std::this_thread::sleep_for(5ms);
     EXPECT_EQ(2, rounds);
 }

@@ -396,7 +396,7 @@ TEST(KPMutexTest, GuardRecordsLockAndUnlockEvents) {
     sim::recordMutexEvents(true);
     KPMutex mutex;
     { KPMutexManager guard(mutex, "SensorCore.cpp", 120); }
-    EXPECT_TRUE(mutex.TryLock("SensorCore.cpp", 130));
+    EXPECT_TRUE(sim::tryLockMutex(mutex, "SensorCore.cpp", 130));
     EXPECT_EQ(0, mutex.Unlock("SensorCore.cpp", 131));
     sim::recordMutexEvents(false);
     EXPECT_EQ((std::vector<std::string>{"Lock SensorCore.cpp:120", "Unlock KPMutex.h:74",
@@ -419,15 +419,15 @@ TEST(KPMutexTest, HolderMayLockAgainButOthersMayNot) {
     KPMutex mutex;
     ASSERT_EQ(0, mutex.Lock("a.cpp", 1));
     EXPECT_EQ(0, mutex.Lock("a.cpp", 2));
-    EXPECT_TRUE(mutex.TryLock("a.cpp", 3));
+    EXPECT_TRUE(sim::tryLockMutex(mutex, "a.cpp", 3));
     bool otherGotIt = true;
-    std::thread([&] { otherGotIt = mutex.TryLock("b.cpp", 1); }).join();
+    std::thread([&] { otherGotIt = sim::tryLockMutex(mutex, "b.cpp", 1); }).join();
     EXPECT_FALSE(otherGotIt);
     mutex.Unlock("a.cpp", 4);
     mutex.Unlock("a.cpp", 5);
     mutex.Unlock("a.cpp", 6);
     std::thread([&] {
-        otherGotIt = mutex.TryLock("b.cpp", 2);
+        otherGotIt = sim::tryLockMutex(mutex, "b.cpp", 2);
         if (otherGotIt)
             mutex.Unlock("b.cpp", 3);
     }).join();

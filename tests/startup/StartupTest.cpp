@@ -74,7 +74,7 @@ TEST(Startup, SampleTreeStartsWithFourSchemeFilesStampAndSchemeZero) {
     EXPECT_EQ(versionBytes(8), cam.root.read(SENSOR_VERSION_FILE));
     EXPECT_EQ(0, cam.acc->curScheme());
     EXPECT_EQ(138u, cam.acc->keyCmdNum());
-    EXPECT_TRUE(cam.acc->sensorThread()->isRunning());
+    EXPECT_TRUE(sim::threadRunning(*cam.acc->sensorThread()));
     // Start-up flags: only inited.
     EXPECT_EQ(ISensorController::inited_flag, cam.acc->flags());
 }
@@ -325,7 +325,7 @@ TEST(Startup, WithoutAnyDeviceFileStartUpStillSucceeds) {
     EXPECT_EQ(70u, nIsp);
     // And it shuts down.
     cam.ctl->uinit();
-    EXPECT_FALSE(cam.acc->sensorThread()->isRunning());
+    EXPECT_FALSE(sim::threadRunning(*cam.acc->sensorThread()));
 }
 
 TEST(Startup, SchemeModeOfSchemeZeroSelectsDayNightSchemes) {
@@ -359,7 +359,7 @@ TEST(Shutdown, UinitBeforeInitDoesNothing) {
     cam.ctl->uinit();
     EXPECT_EQ(0u, cam.acc->flags());
     EXPECT_EQ(-1, cam.acc->curScheme());
-    EXPECT_FALSE(cam.acc->sensorThread()->isRunning());
+    EXPECT_FALSE(sim::threadRunning(*cam.acc->sensorThread()));
     // The controller is still whole: it starts afterwards.
     EXPECT_TRUE(cam.init(cam.module()));
 }
@@ -369,7 +369,7 @@ TEST(Shutdown, UinitStopsTheWorkerAndFreesTheSchemes) {
     ASSERT_TRUE(cam.start());
     (void)cam.ctl->setParamMode(0);
     cam.ctl->uinit();
-    EXPECT_FALSE(cam.acc->sensorThread()->isRunning());
+    EXPECT_FALSE(sim::threadRunning(*cam.acc->sensorThread()));
     EXPECT_EQ(nullptr, cam.acc->keyCmdMap());
     EXPECT_EQ(nullptr, cam.acc->factory());
     EXPECT_EQ(nullptr, cam.acc->scratch());
@@ -389,7 +389,7 @@ TEST(Shutdown, SecondUinitIsHarmless) {
     const std::string strLog = cam.errorLog();
     cam.ctl->uinit();
     EXPECT_EQ(strLog, cam.errorLog());
-    EXPECT_FALSE(cam.acc->sensorThread()->isRunning());
+    EXPECT_FALSE(sim::threadRunning(*cam.acc->sensorThread()));
 }
 
 TEST(Shutdown, ManyStartUpsAndShutDownsLeakNothing) {

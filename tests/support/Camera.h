@@ -165,7 +165,7 @@ public:
         if (acc->timeScheme() != (nModeValue == 1) || acc->dnScheme() != (nModeValue == 2))
             return testing::AssertionFailure()
                    << "time/day-night flags disagree with mode " << nModeValue;
-        if (acc->sensorThread() == nullptr || !acc->sensorThread()->isRunning())
+        if (acc->sensorThread() == nullptr || !sim::threadRunning(*acc->sensorThread()))
             return testing::AssertionFailure() << "the worker is not running";
         return testing::AssertionSuccess();
     }

@@ -20,11 +20,21 @@ public:
             m_pSoleUse.reset(new ISensorController::SoleUse(m));
     }
 
-    // Holds the controller mutex, as a locked entry point does, until the
-    // result goes (at the worker's line, which no host entry point uses).
+    // The line a test's hold gives the host's mutex: no lock site uses it.
+    static constexpr int kHoldLine = 1;
+
+    // Holds the host's mutex and the scheme lock, as a locked entry point
+    // does, until the result goes.
     std::unique_ptr<ISensorController::LockGuard> hold() {
         return std::unique_ptr<ISensorController::LockGuard>(
-            new ISensorController::LockGuard(m, lock_site::kWorkerRound));
+            new ISensorController::LockGuard(m, kHoldLine));
+    }
+
+    // Holds the scheme lock alone, as the worker's round does, until the
+    // result goes.
+    std::unique_ptr<ISensorController::SchemeLock> holdAsWorker() {
+        return std::unique_ptr<ISensorController::SchemeLock>(
+            new ISensorController::SchemeLock(m, ISensorController::SchemeLock::Wait));
     }
 
     KeyVal* scheme(u32 s) const { return m.m_ppUserKeyVal[s]; }
