@@ -11,7 +11,7 @@ top=$(pwd)
 build=${1:-build}
 
 # Without fonts Chromium draws no text: the screenshot needs them.
-extra=(chromium fonts-liberation)
+extra=(chromium fonts-liberation ffmpeg)
 command -v node >/dev/null || extra+=(nodejs)
 command -v npm >/dev/null || extra+=(npm)
 scripts/bootstrap.sh "${extra[@]}"
