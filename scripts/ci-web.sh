@@ -21,6 +21,9 @@ scripts/bootstrap.sh "${extra[@]}"
 cmake -S . -B "$build" -DSENSOR_WERROR=ON
 cmake --build "$build" -j"$(nproc)" --target sensorctl
 
+# The picture through ffprobe and ffmpeg, which this stage installs.
+(cd "$build" && ctest -R '^sensorctl_picture_decodes_in_ffmpeg$' --output-on-failure)
+
 source scripts/serve-e2e.sh
 # Scaled waits: the worker runs ten rounds a second, so a day/night switch
 # shows within a moment.
