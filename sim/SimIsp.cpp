@@ -96,6 +96,10 @@ size_t recordBytes(int cmd, int opt) {
 struct Isp::Impl {
     mutable std::mutex mutex;
     std::map<std::pair<int, int>, std::vector<uint32_t>> values;
+    // When each value was last set, so that the newest of two records that
+    // both carry the day/night thresholds can be told.
+    std::map<std::pair<int, int>, uint64_t> serials;
+    uint64_t nextSerial = 1;
     std::map<int, std::string> versionTexts;
     std::map<int, uint32_t> dayNight; // forced states
     std::map<int, uint32_t> decidedDayNight;
@@ -113,6 +117,7 @@ struct Isp::Impl {
     // Caller holds mutex.
     void installDefaults() {
         values.clear();
+        serials.clear();
         versionTexts.clear();
         dayNight.clear();
         decidedDayNight.clear();
@@ -223,8 +228,10 @@ void Isp::setValue(int channel, int cmd, uint32_t value) {
     std::lock_guard<std::mutex> lock(m_pImpl->mutex);
     if (cmd == IA_CMD_SENSOR_CHECK)
         m_pImpl->sensorCheckResults[channel] = value;
-    else
+    else {
         m_pImpl->values[{channel, cmd}] = {value};
+        m_pImpl->serials[{channel, cmd}] = m_pImpl->nextSerial++;
+    }
 }
 
 bool Isp::getValue(int channel, int cmd, uint32_t& value) const {
@@ -246,6 +253,7 @@ bool Isp::getValue(int channel, int cmd, uint32_t& value) const {
 void Isp::setRecord(int channel, int cmd, const std::vector<uint32_t>& words) {
     std::lock_guard<std::mutex> lock(m_pImpl->mutex);
     m_pImpl->values[{channel, cmd}] = words;
+    m_pImpl->serials[{channel, cmd}] = m_pImpl->nextSerial++;
 }
 
 std::vector<uint32_t> Isp::getRecord(int channel, int cmd) const {
@@ -297,6 +305,19 @@ std::map<int, std::vector<uint32_t>> Isp::channelValues(int channel) const {
          it != m_pImpl->values.end() && it->first.first == channel; ++it)
         out.emplace(it->first.second, it->second);
     return out;
+}
+
+Isp::ChannelSnapshot Isp::snapshot(int channel) const {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    ChannelSnapshot snap;
+    for (auto it = m_pImpl->values.lower_bound({channel, INT32_MIN});
+         it != m_pImpl->values.end() && it->first.first == channel; ++it)
+        snap.values.emplace(it->first.second, it->second);
+    for (auto it = m_pImpl->serials.lower_bound({channel, INT32_MIN});
+         it != m_pImpl->serials.end() && it->first.first == channel; ++it)
+        snap.serials.emplace(it->first.second, it->second);
+    snap.dayNight = m_pImpl->dayNightState(channel);
+    return snap;
 }
 
 void Isp::setExecStatus(int cmd, uint32_t status) {
@@ -453,6 +474,7 @@ int Isp::call(int channel, int cmd, int opt, void* data) {
                 d.versionTexts[channel] = std::string(text, strnlen(text, IA_VERSION_TEXT_LEN));
             } else {
                 d.values[{channel, cmd}] = entry.words;
+                d.serials[{channel, cmd}] = d.nextSerial++;
             }
             break;
 

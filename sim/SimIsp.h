@@ -74,6 +74,12 @@ public:
     // A copy of every value a channel holds, by command (the words as stored),
     // taken under one lock: what the virtual sensor reads once per frame.
     std::map<int, std::vector<uint32_t>> channelValues(int channel) const;
+    struct ChannelSnapshot {
+        std::map<int, std::vector<uint32_t>> values;
+        std::map<int, uint64_t> serials; // larger: set later (by a call or setValue/setRecord)
+        uint32_t dayNight = 0;           // what command 153 reports
+    };
+    ChannelSnapshot snapshot(int channel) const;
     void setExecStatus(int cmd, uint32_t status);
 
     // Run-time ranges, the same on every channel.

@@ -57,6 +57,27 @@ struct FrameStats {
     double clipped = 0;                    // fraction of pixels with a channel at 255
 };
 
+// Named parts of the scene, for measurements: where they lie in a frame of
+// the given size with the lens at 1x, no shake, no mirror.
+enum class SceneRegion {
+    Window,        // the bright window onto the sky (top left)
+    Shadow,        // the deep-shadow wall beside it
+    ColourPatches, // six colour patches and six grey patches (top right)
+    FlatGrey,      // one flat 18% grey patch among them
+    GreyRamp,      // the grey ramp below the patches
+    FineDetail,    // the fine-detail target (bars and a fine checkerboard), near
+    NearZone,      // the three ground zones at about 4 m, 12 m and 30 m
+    MediumZone,
+    FarZone, // holds the lamps that shine at night
+};
+struct Rect {
+    int x = 0;
+    int y = 0;
+    int w = 0;
+    int h = 0;
+};
+Rect sceneRegion(SceneRegion region, int width, int height);
+
 // Measures a frame (of any size, or a rectangle of it when w and h are
 // positive).
 FrameStats measureFrame(const Frame& frame, int x = 0, int y = 0, int w = 0, int h = 0);
@@ -145,6 +166,10 @@ public:
     // The frame rate the ISP holds for the channel (the sensor frame-rate
     // command that KEY_SENSOR_FPS goes out as), 25 when unset or out of 1..60.
     double frameRate() const;
+
+    // Bytes the renderer holds now: its buffers, the scene drawn at the
+    // frame size, the temporal noise reduction's last frame and its tables.
+    size_t rendererMemoryBytes() const;
 
     // A subscriber's callback, called on the sensor's thread for every frame
     // while subscribed. It must not unsubscribe itself or call renderFrame.
