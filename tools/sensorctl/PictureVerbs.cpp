@@ -137,8 +137,9 @@ bool statsVerb(VerbContext& c, std::string& r) {
       << "noise " << decimalText(stats.noise, 2) << "\n"
       << "clipped " << decimalText(stats.clipped * 100, 2) << " %\n"
       << "exposure level " << decimalText(frame.measuredLevel, 3) << " (the ISP's meter, 0..1)\n"
-      << "light level " << decimalText(sensor.measuredLightLevel(), 1) << " (day to night below "
-      << nDayToNight << ", night to day above " << nNightToDay << ", ISP "
+      << "light level " << decimalText(sim::VirtualSensor::lightLevelOf(frame.lux), 1)
+      << " (day to night below " << nDayToNight << ", night to day above " << nNightToDay
+      << "; the ISP's meter " << decimalText(sensor.measuredLightLevel(), 1) << ", ISP "
       << (nState != 0 ? "night" : "day") << ")\n"
       << "shutter " << shutterText(frame.shutter) << "\n"
       << "gain " << frame.gain << "\n"
