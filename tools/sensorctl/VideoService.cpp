@@ -32,7 +32,8 @@ using nlohmann::json;
 constexpr int kStreamQuality = 75;
 constexpr int kSnapshotQuality = 90;
 constexpr const char* kBoundary = "sensorctlframe";
-// How long a viewer waits for a frame before looking whether the server stops.
+// How long a viewer waits for a frame before looking again; the server ends
+// a stream between two looks when it stops.
 constexpr auto kViewerPoll = std::chrono::milliseconds(200);
 
 void sendJson(httplib::Response& res, const json& body, int status = 200) {
@@ -57,25 +58,6 @@ struct Encoded {
     int width = 0;
     int height = 0;
     std::vector<uint8_t> jpeg;
-};
-
-// The server's task queue with one step before it joins its threads: the
-// streams are told to end, else a watching browser would hold a thread (and
-// the server's stop) for ever.
-class StoppingQueue : public httplib::TaskQueue {
-public:
-    StoppingQueue(httplib::TaskQueue* pInner, std::function<void()> onShutdown)
-        : m_pInner(pInner), m_onShutdown(std::move(onShutdown)) {}
-    void enqueue(std::function<void()> fn) override { m_pInner->enqueue(std::move(fn)); }
-    void shutdown() override {
-        m_onShutdown();
-        m_pInner->shutdown();
-    }
-    void on_idle() override { m_pInner->on_idle(); }
-
-private:
-    std::unique_ptr<httplib::TaskQueue> m_pInner;
-    std::function<void()> m_onShutdown;
 };
 
 } // namespace
@@ -396,13 +378,6 @@ void VideoService::install(httplib::Server& server) {
     server.Post("/api/size", bind(&Impl::postSize));
     for (const char* szPath : {"/api/light", "/api/fog", "/api/shake", "/api/size"})
         server.Get(szPath, wrongMethod("POST"));
-
-    std::function<httplib::TaskQueue*()> inner = server.new_task_queue;
-    server.new_task_queue = [inner, p]() -> httplib::TaskQueue* {
-        httplib::TaskQueue* pInner =
-            inner ? inner() : new httplib::ThreadPool(CPPHTTPLIB_THREAD_POOL_COUNT);
-        return new StoppingQueue(pInner, [p] { p->stopStreams(); });
-    };
 }
 
 } // namespace sensorctl

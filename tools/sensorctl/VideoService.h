@@ -32,8 +32,8 @@ public:
     VideoService(const VideoService&) = delete;
     VideoService& operator=(const VideoService&) = delete;
 
-    // Adds the paths to the server. Streams end when the server stops: the
-    // server's task queue is wrapped to tell them before it joins its threads.
+    // Adds the paths to the server. The server ends the streams when it
+    // stops (between two frames), before it joins its threads.
     void install(httplib::Server& server);
 
 private:
