@@ -261,6 +261,37 @@ TEST_F(PictureService, StreamSendsJpegPartsAndEndsItsSubscriptionWhenTheViewerLe
     EXPECT_EQ(get("/api/status").status, 200);
 }
 
+TEST_F(PictureService, SlowViewerSkipsFramesInsteadOfQueueingThem) {
+    // Full-size frames into a small receive buffer that nobody reads: the
+    // socket fills within a few frames, and the server must skip the rest.
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    ASSERT_GE(fd, 0);
+    const int nSmall = 4096;
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &nSmall, sizeof(nSmall));
+    timeval tv{10, 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_port = htons(static_cast<uint16_t>(m_nPort));
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0);
+    ASSERT_TRUE(sendAll(fd, "GET /video.mjpg HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n"));
+    uint64_t nDropped = 0;
+    const auto deadline = Clock::now() + std::chrono::seconds(20);
+    while (nDropped < 5 && Clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(250));
+        const json p = picture();
+        if (p.is_object())
+            nDropped = p["stream"]["dropped"].get<uint64_t>();
+    }
+    EXPECT_GE(nDropped, 5u) << "a viewer that does not read kept every frame";
+    // Once it reads again, the stream goes on.
+    const std::string raw = readUntil(fd, "--sensorctlframe\r\n", 3, std::chrono::seconds(20));
+    EXPECT_EQ(raw.compare(0, 12, "HTTP/1.1 200"), 0);
+    ::close(fd);
+    EXPECT_TRUE(subscriptionsEnd());
+}
+
 TEST_F(PictureService, HundredViewersAtOnceAreServedOrRefused) {
     ASSERT_EQ(post("/api/size", "160x90").status, 200);
     std::vector<int> fds;

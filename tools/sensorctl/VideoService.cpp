@@ -168,6 +168,17 @@ struct VideoService::Impl {
         return m_viewers.size();
     }
 
+    // Frames skipped so far for the viewers watching now (a slow viewer's).
+    uint64_t droppedFrames() {
+        std::lock_guard<std::mutex> lock(m_viewersMutex);
+        uint64_t nDropped = 0;
+        for (const auto& pViewer : m_viewers) {
+            std::lock_guard<std::mutex> viewerLock(pViewer->mutex);
+            nDropped += pViewer->nDropped;
+        }
+        return nDropped;
+    }
+
     void getStream(const httplib::Request&, httplib::Response& res) {
         if (!sim::jpegAvailable()) {
             sendError(res, 503, "this build has no JPEG encoder");
@@ -269,6 +280,7 @@ struct VideoService::Impl {
             {"scene", {{"fog", rounded(s.fog(), 3)}, {"shake", rounded(s.shake(), 2)}}},
             {"stream",
              {{"viewers", viewerCount()},
+              {"dropped", droppedFrames()},
               {"max_viewers", kMaxViewers},
               {"subscribers", s.subscriberCount()},
               {"frame_rate", rounded(s.frameRate(), 2)}}},
