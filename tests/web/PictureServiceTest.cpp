@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <string>
@@ -262,8 +263,9 @@ TEST_F(PictureService, StreamSendsJpegPartsAndEndsItsSubscriptionWhenTheViewerLe
 }
 
 TEST_F(PictureService, SlowViewerSkipsFramesInsteadOfQueueingThem) {
-    // Full-size frames into a small receive buffer that nobody reads: the
+    // Large frames into a small receive buffer that nobody reads: the
     // socket fills within a few frames, and the server must skip the rest.
+    ASSERT_EQ(post("/api/size", "640x360").status, 200);
     const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
     ASSERT_GE(fd, 0);
     const int nSmall = 4096;
@@ -277,14 +279,14 @@ TEST_F(PictureService, SlowViewerSkipsFramesInsteadOfQueueingThem) {
     ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0);
     ASSERT_TRUE(sendAll(fd, "GET /video.mjpg HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n"));
     uint64_t nDropped = 0;
-    const auto deadline = Clock::now() + std::chrono::seconds(20);
-    while (nDropped < 5 && Clock::now() < deadline) {
+    const auto deadline = Clock::now() + std::chrono::seconds(60);
+    while (nDropped < 3 && Clock::now() < deadline) {
         std::this_thread::sleep_for(std::chrono::milliseconds(250));
         const json p = picture();
         if (p.is_object())
             nDropped = p["stream"]["dropped"].get<uint64_t>();
     }
-    EXPECT_GE(nDropped, 5u) << "a viewer that does not read kept every frame";
+    EXPECT_GE(nDropped, 3u) << "a viewer that does not read kept every frame";
     // Once it reads again, the stream goes on.
     const std::string raw = readUntil(fd, "--sensorctlframe\r\n", 3, std::chrono::seconds(20));
     EXPECT_EQ(raw.compare(0, 12, "HTTP/1.1 200"), 0);
@@ -300,8 +302,15 @@ TEST_F(PictureService, HundredViewersAtOnceAreServedOrRefused) {
         ASSERT_GE(fd, 0) << "connection " << i;
         fds.push_back(fd);
     }
-    int nServed = 0, nRefused = 0;
+    // Viewers whose writes stall past the server's limit leave, and later
+    // connections may take their places: the bound is on viewers at once.
+    int nServed = 0, nRefused = 0, nMostAtOnce = 0, nLooked = 0;
     for (const int fd : fds) {
+        if (nLooked++ % 10 == 0) {
+            const json p = picture();
+            if (p.is_object())
+                nMostAtOnce = std::max(nMostAtOnce, p["stream"]["viewers"].get<int>());
+        }
         const std::string raw = readUntil(fd, "\r\n\r\n", 1, std::chrono::seconds(20));
         if (raw.compare(0, 12, "HTTP/1.1 200") == 0)
             ++nServed;
@@ -311,7 +320,9 @@ TEST_F(PictureService, HundredViewersAtOnceAreServedOrRefused) {
     }
     EXPECT_EQ(nServed + nRefused, 100);
     EXPECT_GE(nServed, 1);
-    EXPECT_LE(nServed, 8);
+    EXPECT_GE(nRefused, 1);
+    EXPECT_GE(nMostAtOnce, 1);
+    EXPECT_LE(nMostAtOnce, 8);
     // The settings API answers while the streams run.
     EXPECT_EQ(get("/api/status").status, 200);
     for (const int fd : fds)

@@ -34,6 +34,10 @@ constexpr int kSnapshotQuality = 90;
 constexpr const char* kBoundary = "sensorctlframe";
 // How long a viewer waits for a frame before looking again; the server ends
 // a stream between two looks when it stops.
+// The kernel's send buffer of every connection (accepted sockets take the
+// listening socket's): without a bound a stalled viewer's socket would grow
+// to megabytes of frames before the server sees it is slow.
+constexpr int kSendBufferBytes = 128 * 1024;
 constexpr auto kViewerPoll = std::chrono::milliseconds(200);
 
 void sendJson(httplib::Response& res, const json& body, int status = 200) {
@@ -69,7 +73,6 @@ struct VideoService::Impl {
         std::mutex mutex;
         std::condition_variable cv;
         std::shared_ptr<const Encoded> pending;
-        uint64_t nDropped = 0;
     };
 
     explicit Impl(Camera& camera) : m_camera(camera) {}
@@ -109,7 +112,7 @@ struct VideoService::Impl {
                 return;
             std::lock_guard<std::mutex> viewerLock(pRaw->mutex);
             if (pRaw->pending)
-                ++pRaw->nDropped;
+                ++m_nDropped;
             pRaw->pending = std::move(pEncoded);
             pRaw->cv.notify_one();
         });
@@ -166,17 +169,6 @@ struct VideoService::Impl {
     size_t viewerCount() {
         std::lock_guard<std::mutex> lock(m_viewersMutex);
         return m_viewers.size();
-    }
-
-    // Frames skipped so far for the viewers watching now (a slow viewer's).
-    uint64_t droppedFrames() {
-        std::lock_guard<std::mutex> lock(m_viewersMutex);
-        uint64_t nDropped = 0;
-        for (const auto& pViewer : m_viewers) {
-            std::lock_guard<std::mutex> viewerLock(pViewer->mutex);
-            nDropped += pViewer->nDropped;
-        }
-        return nDropped;
     }
 
     void getStream(const httplib::Request&, httplib::Response& res) {
@@ -280,7 +272,7 @@ struct VideoService::Impl {
             {"scene", {{"fog", rounded(s.fog(), 3)}, {"shake", rounded(s.shake(), 2)}}},
             {"stream",
              {{"viewers", viewerCount()},
-              {"dropped", droppedFrames()},
+              {"dropped", m_nDropped.load()},
               {"max_viewers", kMaxViewers},
               {"subscribers", s.subscriberCount()},
               {"frame_rate", rounded(s.frameRate(), 2)}}},
@@ -354,6 +346,8 @@ struct VideoService::Impl {
     std::mutex m_viewersMutex;
     std::set<std::shared_ptr<Viewer>> m_viewers;
     std::atomic<bool> m_bStopping{false};
+    // Frames skipped for slow viewers since serve started.
+    std::atomic<uint64_t> m_nDropped{0};
 };
 
 VideoService::VideoService(Camera& camera) : m_pImpl(new Impl(camera)) {}
@@ -390,6 +384,11 @@ void VideoService::install(httplib::Server& server) {
     server.Post("/api/size", bind(&Impl::postSize));
     for (const char* szPath : {"/api/light", "/api/fog", "/api/shake", "/api/size"})
         server.Get(szPath, wrongMethod("POST"));
+    server.set_socket_options([](socket_t sock) {
+        httplib::default_socket_options(sock);
+        const int nBytes = kSendBufferBytes;
+        ::setsockopt(sock, SOL_SOCKET, SO_SNDBUF, &nBytes, sizeof(nBytes));
+    });
 }
 
 } // namespace sensorctl
