@@ -50,30 +50,48 @@ public:
 class MirrorStage : public Stage {
 public:
     const char* name() const override { return "mirror"; }
+    size_t memoryBytes() const override { return m_top.capacity() + m_bottom.capacity(); }
 
     void process(FrameContext& ctx) override {
         const uint32_t mirror = ctx.isp.value(KEY_MIRROR, 0);
+        if (mirror < 1 || mirror > 3)
+            return;
+        const bool leftRight = mirror == 1 || mirror == 3;
+        const bool upsideDown = mirror == 2 || mirror == 3;
         const int w = ctx.width;
         const int h = ctx.height;
+        const size_t rowLen = static_cast<size_t>(w) * 3;
         uint8_t* px = ctx.out->data();
-        const size_t rowBytes = static_cast<size_t>(w) * 3;
-        if (mirror == 1 || mirror == 3) {
-            for (int y = 0; y < h; ++y) {
-                uint8_t* row = px + y * rowBytes;
-                for (int a = 0, b = w - 1; a < b; ++a, --b)
-                    for (int c = 0; c < 3; ++c)
-                        std::swap(row[a * 3 + c], row[b * 3 + c]);
+        m_top.resize(rowLen);
+        m_bottom.resize(rowLen);
+        // Rows in pairs from the outside in: each pair is read into the
+        // buffers and written back to its new places.
+        const auto place = [&](const std::vector<uint8_t>& from, uint8_t* to) {
+            if (!leftRight) {
+                std::memcpy(to, from.data(), rowLen);
+                return;
             }
-        }
-        if (mirror == 2 || mirror == 3) {
-            std::vector<uint8_t> tmp(rowBytes);
-            for (int a = 0, b = h - 1; a < b; ++a, --b) {
-                std::memcpy(tmp.data(), px + a * rowBytes, rowBytes);
-                std::memcpy(px + a * rowBytes, px + b * rowBytes, rowBytes);
-                std::memcpy(px + b * rowBytes, tmp.data(), rowBytes);
+            for (int x = 0; x < w; ++x) {
+                const uint8_t* s = from.data() + (w - 1 - x) * 3;
+                to[x * 3] = s[0];
+                to[x * 3 + 1] = s[1];
+                to[x * 3 + 2] = s[2];
             }
+        };
+        for (int a = 0, b = h - 1; a <= b; ++a, --b) {
+            uint8_t* rowA = px + a * rowLen;
+            uint8_t* rowB = px + b * rowLen;
+            std::memcpy(m_top.data(), rowA, rowLen);
+            std::memcpy(m_bottom.data(), rowB, rowLen);
+            place(upsideDown ? m_bottom : m_top, rowA);
+            if (a != b)
+                place(upsideDown ? m_top : m_bottom, rowB);
         }
     }
+
+private:
+    std::vector<uint8_t> m_top;
+    std::vector<uint8_t> m_bottom;
 };
 
 } // namespace

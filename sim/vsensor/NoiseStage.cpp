@@ -68,12 +68,16 @@ public:
             const int k = static_cast<int>(std::lround(0.85 * s * 256.0));
             if (st.previousWidth == ctx.width && st.previousHeight == ctx.height && k > 0) {
                 const uint16_t* prev = st.previous.data();
-                const float* sigma = ctx.noiseSigma.data();
+                int32_t limits[4096];
+                for (int i = 0; i < 4096; ++i)
+                    limits[i] = static_cast<int32_t>(3.0f * ctx.noiseSigma[i]) + 64;
                 for (size_t i = 0; i < count; ++i) {
                     const int32_t d = static_cast<int32_t>(prev[i]) - px[i];
-                    const int32_t limit = static_cast<int32_t>(3.0f * sigma[px[i] >> 4]) + 64;
-                    if (d < limit && d > -limit)
-                        px[i] = static_cast<uint16_t>(px[i] + d * k / 256);
+                    const int32_t limit = limits[px[i] >> 4];
+                    // Without a branch: noise makes the test unpredictable.
+                    const int32_t still =
+                        static_cast<int32_t>(d < limit) & static_cast<int32_t>(d > -limit);
+                    px[i] = static_cast<uint16_t>(px[i] + still * ((d * k) >> 8));
                 }
             }
             st.previous.assign(px, px + count);
