@@ -50,9 +50,9 @@ public:
 class MirrorStage : public Stage {
 public:
     const char* name() const override { return "mirror"; }
-    size_t memoryBytes() const override { return m_top.capacity() + m_bottom.capacity(); }
 
-    void process(FrameContext& ctx) override {
+    // Each finished row goes straight to its reflected place.
+    void prepare(FrameContext& ctx) override {
         const uint32_t mirror = ctx.isp.value(KEY_MIRROR, 0);
         if (mirror < 1 || mirror > 3)
             return;
@@ -61,37 +61,20 @@ public:
         const int w = ctx.width;
         const int h = ctx.height;
         const size_t rowLen = static_cast<size_t>(w) * 3;
-        uint8_t* px = ctx.out->data();
-        m_top.resize(rowLen);
-        m_bottom.resize(rowLen);
-        // Rows in pairs from the outside in: each pair is read into the
-        // buffers and written back to its new places.
-        const auto place = [&](const std::vector<uint8_t>& from, uint8_t* to) {
+        ctx.placeRow = [&ctx, leftRight, upsideDown, w, h, rowLen](int y, const uint8_t* from) {
+            uint8_t* __restrict to = ctx.out->data() + (upsideDown ? h - 1 - y : y) * rowLen;
             if (!leftRight) {
-                std::memcpy(to, from.data(), rowLen);
+                std::memcpy(to, from, rowLen);
                 return;
             }
-            for (int x = 0; x < w; ++x) {
-                const uint8_t* s = from.data() + (w - 1 - x) * 3;
+            const uint8_t* __restrict s = from + rowLen - 3;
+            for (int x = 0; x < w; ++x, s -= 3) {
                 to[x * 3] = s[0];
                 to[x * 3 + 1] = s[1];
                 to[x * 3 + 2] = s[2];
             }
         };
-        for (int a = 0, b = h - 1; a <= b; ++a, --b) {
-            uint8_t* rowA = px + a * rowLen;
-            uint8_t* rowB = px + b * rowLen;
-            std::memcpy(m_top.data(), rowA, rowLen);
-            std::memcpy(m_bottom.data(), rowB, rowLen);
-            place(upsideDown ? m_bottom : m_top, rowA);
-            if (a != b)
-                place(upsideDown ? m_top : m_bottom, rowB);
-        }
     }
-
-private:
-    std::vector<uint8_t> m_top;
-    std::vector<uint8_t> m_bottom;
 };
 
 } // namespace

@@ -89,7 +89,7 @@ public:
     }
 
     // Two steps. The noise-free signal of the whole drawn scene (margin
-    // included) and its noise level are kept while the light, exposure, size
+    // included) is kept while the light, exposure, size
     // and zoom stay as they were (the usual case: exposure moves in 1/32
     // stops and rests once it meets its target). Each frame then only reads
     // its window of it, shifted by the shake, adds the frame's noise and
@@ -112,8 +112,6 @@ public:
             }
             f.ir[k] = factor(ctx.classIr[k] * units / 65535.0);
         }
-        for (int i = 0; i < 4096; ++i)
-            f.sigma[i] = static_cast<int32_t>(std::min(ctx.noiseSigma[i], 65535.0f));
         f.width = sc.width;
         f.height = sc.height;
         f.zoom = sc.zoom;
@@ -132,17 +130,32 @@ public:
         const uint32_t frame = static_cast<uint32_t>(ctx.frameNumber);
         const int w = ctx.width;
         const size_t rowLen = static_cast<size_t>(w) * 3;
+        // The noise's standard deviation at the clean level v, capped at the
+        // clip, with the table's 1/1024 folded in.
+        const float a = ctx.noiseA / 1024.0f;
+        const float b = ctx.noiseB / 1024.0f;
+        const float cap = 65535.0f / 1024.0f;
+        const auto sigmaOf = [a, b, cap](float v) {
+            const float sigma = a * std::sqrt(v) + b;
+            return sigma < cap ? sigma : cap;
+        };
+        // Written as comparisons the vectoriser takes (std::clamp it does not).
+        const auto toSample = [](float n) {
+            n = n > 0.0f ? n : 0.0f;
+            n = n < 65535.0f ? n : 65535.0f;
+            return static_cast<uint16_t>(static_cast<int32_t>(n + 0.5f));
+        };
         for (int y = 0; y < ctx.height; ++y) {
             const size_t srcRow = static_cast<size_t>(y + sc.margin + ctx.offsetY) * sc.stride +
                                   sc.margin + ctx.offsetX;
             const uint16_t* __restrict clean = m_clean.data() + srcRow * 3;
-            const uint16_t* __restrict sigma = m_sigma.data() + srcRow * 3;
             const int16_t* __restrict rowNoise =
                 noise + rowHash(static_cast<uint32_t>(y), frame) % kNoiseSamples;
             uint16_t* __restrict dst = ctx.linear->data() + y * rowLen;
             for (size_t i = 0; i < rowLen; ++i) {
-                const int32_t v = clean[i] + ((rowNoise[i] * static_cast<int32_t>(sigma[i])) >> 10);
-                dst[i] = static_cast<uint16_t>(v < 0 ? 0 : (v > 65535 ? 65535 : v));
+                const float v = clean[i];
+                const float n = v + static_cast<float>(rowNoise[i]) * sigmaOf(v);
+                dst[i] = toSample(n);
             }
             // The ball's span on this row, if it crosses it.
             const float dy = y + 0.5f - by;
@@ -156,16 +169,16 @@ public:
                 for (int c = 0; c < 3; ++c) {
                     int32_t v = (kBallRefl[c] >> 4) * f.mul[kMedium][c] >> 12;
                     v = std::min(v + f.add[kMedium][c] + irPart, 65535);
-                    v += rowNoise[x * 3 + c] * f.sigma[v >> 4] >> 10;
-                    dst[x * 3 + c] = static_cast<uint16_t>(std::clamp(v, 0, 65535));
+                    const float n =
+                        static_cast<float>(v) +
+                        static_cast<float>(rowNoise[x * 3 + c]) * sigmaOf(static_cast<float>(v));
+                    dst[x * 3 + c] = toSample(n);
                 }
             }
         }
     }
 
-    size_t memoryBytes() const override {
-        return (m_clean.capacity() + m_sigma.capacity()) * sizeof(uint16_t);
-    }
+    size_t memoryBytes() const override { return m_clean.capacity() * sizeof(uint16_t); }
 
 private:
     static constexpr uint16_t kBallRefl[3] = {static_cast<uint16_t>(0.70 * 65535),
@@ -178,7 +191,6 @@ private:
         int32_t mul[kClassCount][3] = {};
         int32_t add[kClassCount][3] = {};
         int32_t ir[kClassCount] = {};
-        int32_t sigma[4096] = {};
         int width = 0;
         int height = 0;
         double zoom = 0;
@@ -186,8 +198,7 @@ private:
             return width == o.width && height == o.height && zoom == o.zoom &&
                    std::memcmp(mul, o.mul, sizeof(mul)) == 0 &&
                    std::memcmp(add, o.add, sizeof(add)) == 0 &&
-                   std::memcmp(ir, o.ir, sizeof(ir)) == 0 &&
-                   std::memcmp(sigma, o.sigma, sizeof(sigma)) == 0;
+                   std::memcmp(ir, o.ir, sizeof(ir)) == 0;
         }
     };
 
@@ -197,7 +208,6 @@ private:
         const Factors& f = m_factors;
         const size_t samples = sc.cls.size();
         m_clean.resize(samples * 3);
-        m_sigma.resize(samples * 3);
         for (size_t i = 0; i < samples; ++i) {
             const int k = sc.cls[i];
             const int32_t irPart = (sc.ir[i] >> 4) * f.ir[k] >> 12;
@@ -205,14 +215,12 @@ private:
                 int32_t v = (sc.refl[i * 3 + c] >> 4) * f.mul[k][c] >> 12;
                 v = std::min(v + f.add[k][c] + irPart, 65535);
                 m_clean[i * 3 + c] = static_cast<uint16_t>(v);
-                m_sigma[i * 3 + c] = static_cast<uint16_t>(f.sigma[v >> 4]);
             }
         }
     }
 
     Factors m_factors;
     std::vector<uint16_t> m_clean;
-    std::vector<uint16_t> m_sigma;
 };
 
 } // namespace

@@ -1,4 +1,4 @@
-// Tone and colour: from the sensor's linear signal to 8-bit RGB in one pass
+// Tone and colour: from the sensor's linear signal to 8-bit RGB, row by row,
 // through a table per channel. The table holds, in order: the white-balance
 // gain, the WDR and defog curve, highlight compression above 60% (by the
 // exposure stage's HLC strength x 0.8), the gamma of KEY_GAMMA (0 standard,
@@ -100,39 +100,42 @@ public:
         }
     }
 
+    // Publishes the row step; the sharpening stage pulls the rows through.
     void process(FrameContext& ctx) override {
-        const size_t pixels = static_cast<size_t>(ctx.width) * ctx.height;
-        const uint16_t* in = ctx.linear->data();
-        uint8_t* out = ctx.out->data();
+        m_sat = static_cast<int32_t>(
+            std::lround(std::min<uint32_t>(100, ctx.isp.value(KEY_SATURATION, 50)) * 256.0 / 50.0));
+        const int w = ctx.width;
+        ctx.toneRow = [this, &ctx, w](int y, uint8_t* dst) { toneRow(ctx.linearRow(y), dst, w); };
+    }
+
+    void toneRow(const uint16_t* in, uint8_t* __restrict o, int pixels) const {
         if (m_params.mono) {
             const uint8_t* lut = m_lut[0];
-            for (size_t i = 0; i < pixels; ++i) {
+            for (int i = 0; i < pixels; ++i) {
                 const uint16_t* p = in + i * 3;
                 const uint32_t y = (19595u * p[0] + 38470u * p[1] + 7471u * p[2] + 32768u) >> 16;
                 const uint8_t v = lut[y >> kLutShift];
-                out[i * 3] = v;
-                out[i * 3 + 1] = v;
-                out[i * 3 + 2] = v;
+                o[i * 3] = v;
+                o[i * 3 + 1] = v;
+                o[i * 3 + 2] = v;
             }
             return;
         }
-        const int32_t sat = static_cast<int32_t>(
-            std::lround(std::min<uint32_t>(100, ctx.isp.value(KEY_SATURATION, 50)) * 256.0 / 50.0));
         const uint8_t* __restrict lr = m_lut[0];
         const uint8_t* __restrict lg = m_lut[1];
         const uint8_t* __restrict lb = m_lut[2];
-        uint8_t* __restrict o = out;
-        // The table look-ups alone, then the saturation over whole rows,
-        // which the vectoriser can take.
-        for (size_t i = 0; i < pixels; ++i) {
+        // The table look-ups alone, then the saturation over the row, which
+        // the vectoriser can take.
+        for (int i = 0; i < pixels; ++i) {
             const uint16_t* p = in + i * 3;
             o[i * 3] = lr[p[0] >> kLutShift];
             o[i * 3 + 1] = lg[p[1] >> kLutShift];
             o[i * 3 + 2] = lb[p[2] >> kLutShift];
         }
+        const int32_t sat = m_sat;
         if (sat == 256)
             return;
-        for (size_t i = 0; i < pixels; ++i) {
+        for (int i = 0; i < pixels; ++i) {
             const int32_t r = o[i * 3];
             const int32_t g = o[i * 3 + 1];
             const int32_t b = o[i * 3 + 2];
@@ -148,6 +151,7 @@ public:
 private:
     bool m_bBuilt = false;
     ToneParams m_params{};
+    int32_t m_sat = 256; // saturation in 1/256
     uint8_t m_lut[3][kLutSize];
 };
 
