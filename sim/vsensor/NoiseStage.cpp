@@ -12,12 +12,63 @@
 #include <algorithm>
 #include <cmath>
 
+#include "sim/vsensor/RowKernel.h"
 #include "sim/vsensor/Stage.h"
 
 namespace sim {
 namespace vsensor {
 
 namespace {
+
+// Sample p blended towards the box mean by k / 256.
+inline uint16_t towardsMean(int32_t p, uint32_t box, float inverse, int32_t k) {
+    const int32_t mean = static_cast<int32_t>(static_cast<float>(box) * inverse + 0.5f);
+    return static_cast<uint16_t>(p + (((mean - p) * k) >> 8));
+}
+
+VSENSOR_ROW_KERNEL
+void startSums(uint32_t* __restrict sums, const uint16_t* __restrict row, size_t count) {
+    for (size_t i = 0; i < count; ++i)
+        sums[i] = row[i];
+}
+
+VSENSOR_ROW_KERNEL
+void addToSums(uint32_t* __restrict sums, const uint16_t* __restrict row, size_t count) {
+    for (size_t i = 0; i < count; ++i)
+        sums[i] += row[i];
+}
+
+// Samples from..to of a row blended towards their 3x3 (blendBox1) or 5x5
+// (blendBox2) box, given the rows' sums down each column.
+VSENSOR_ROW_KERNEL
+void blendBox1(const uint16_t* __restrict src, const uint32_t* __restrict sums,
+               uint16_t* __restrict out, size_t from, size_t to, float inverse, int32_t k) {
+    for (size_t i = from; i < to; ++i)
+        out[i] = towardsMean(src[i], sums[i - 3] + sums[i] + sums[i + 3], inverse, k);
+}
+
+VSENSOR_ROW_KERNEL
+void blendBox2(const uint16_t* __restrict src, const uint32_t* __restrict sums,
+               uint16_t* __restrict out, size_t from, size_t to, float inverse, int32_t k) {
+    for (size_t i = from; i < to; ++i)
+        out[i] = towardsMean(
+            src[i], sums[i - 6] + sums[i - 3] + sums[i] + sums[i + 3] + sums[i + 6], inverse, k);
+}
+
+// Blends a row towards the last frame's by k / 256 where the two are within
+// a sqrt(p) + b of each other (three times the noise and a small floor);
+// without a branch, as noise makes the test unpredictable.
+VSENSOR_ROW_KERNEL
+void temporalRow(uint16_t* __restrict out, const uint16_t* __restrict prev, size_t count, float a,
+                 float b, int32_t k) {
+    for (size_t i = 0; i < count; ++i) {
+        const int32_t p = out[i];
+        const int32_t d = static_cast<int32_t>(prev[i]) - p;
+        const float limit = a * std::sqrt(static_cast<float>(p)) + b;
+        const int32_t still = std::fabs(static_cast<float>(d)) < limit ? 1 : 0;
+        out[i] = static_cast<uint16_t>(p + still * ((d * k) >> 8));
+    }
+}
 
 class NoiseStage : public Stage {
 public:
@@ -97,21 +148,8 @@ private:
             std::copy(src, src + rowLen, out);
         if (m_keep) {
             uint16_t* __restrict prev = ctx.state.previous.data() + y * rowLen;
-            if (m_k3 > 0) {
-                const int32_t k = m_k3;
-                // Still where the last frame is within three times the noise
-                // (and a small floor) of this one; without a branch, as noise
-                // makes the test unpredictable.
-                const float a = 3.0f * ctx.noiseA;
-                const float b = 3.0f * ctx.noiseB + 64.0f;
-                for (size_t i = 0; i < rowLen; ++i) {
-                    const int32_t p = out[i];
-                    const int32_t d = static_cast<int32_t>(prev[i]) - p;
-                    const float limit = a * std::sqrt(static_cast<float>(p)) + b;
-                    const int32_t still = std::fabs(static_cast<float>(d)) < limit ? 1 : 0;
-                    out[i] = static_cast<uint16_t>(p + still * ((d * k) >> 8));
-                }
-            }
+            if (m_k3 > 0)
+                temporalRow(out, prev, rowLen, 3.0f * ctx.noiseA, 3.0f * ctx.noiseB + 64.0f, m_k3);
             std::copy(out, out + rowLen, prev);
         }
         return out;
@@ -124,38 +162,26 @@ private:
         const int h = ctx.height;
         const uint16_t* lin = ctx.linear->data();
         uint32_t* __restrict sums = m_sums.data();
-        {
-            const uint16_t* __restrict first = lin + std::clamp(y - r, 0, h - 1) * rowLen;
-            for (size_t i = 0; i < rowLen; ++i)
-                sums[i] = first[i];
-        }
-        for (int j = -r + 1; j <= r; ++j) {
-            const uint16_t* __restrict row = lin + std::clamp(y + j, 0, h - 1) * rowLen;
-            for (size_t i = 0; i < rowLen; ++i)
-                sums[i] += row[i];
-        }
+        startSums(sums, lin + std::clamp(y - r, 0, h - 1) * rowLen, rowLen);
+        for (int j = -r + 1; j <= r; ++j)
+            addToSums(sums, lin + std::clamp(y + j, 0, h - 1) * rowLen, rowLen);
         const uint16_t* __restrict src = lin + y * rowLen;
         uint16_t* __restrict out = m_row.data();
         const float inverse = 1.0f / static_cast<float>((2 * r + 1) * (2 * r + 1));
         const int32_t k = m_k2;
         const size_t edge = static_cast<size_t>(r) * 3;
         const auto blend = [&](size_t i, uint32_t box) {
-            const int32_t p = src[i];
-            const int32_t mean = static_cast<int32_t>(static_cast<float>(box) * inverse + 0.5f);
-            out[i] = static_cast<uint16_t>(p + (((mean - p) * k) >> 8));
+            out[i] = towardsMean(src[i], box, inverse, k);
         };
         if (rowLen <= 2 * edge + 6) {
             for (size_t i = 0; i < rowLen; ++i)
                 blend(i, boxAt(sums, i, rowLen, r));
             return;
         }
-        if (r == 1) {
-            for (size_t i = edge; i < rowLen - edge; ++i)
-                blend(i, sums[i - 3] + sums[i] + sums[i + 3]);
-        } else {
-            for (size_t i = edge; i < rowLen - edge; ++i)
-                blend(i, sums[i - 6] + sums[i - 3] + sums[i] + sums[i + 3] + sums[i + 6]);
-        }
+        if (r == 1)
+            blendBox1(src, sums, out, edge, rowLen - edge, inverse, k);
+        else
+            blendBox2(src, sums, out, edge, rowLen - edge, inverse, k);
         for (size_t i = 0; i < edge; ++i) {
             blend(i, boxAt(sums, i, rowLen, r));
             blend(rowLen - 1 - i, boxAt(sums, rowLen - 1 - i, rowLen, r));

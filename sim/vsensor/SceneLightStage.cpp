@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "sim/vsensor/RowKernel.h"
 #include "sim/vsensor/Stage.h"
 
 namespace sim {
@@ -60,6 +61,27 @@ inline uint32_t rowHash(uint32_t y, uint32_t frame) {
     h *= 0x297A2D39u;
     h ^= h >> 15;
     return h;
+}
+
+// A clean level v with noise n (in 1/1024 of a standard deviation) of the
+// level's standard deviation a sqrt(v) + b (capped at the clip), rounded and
+// clamped to the sample range. Comparisons rather than std::min and
+// std::clamp, which the vectoriser does not take.
+inline uint16_t noisySample(float v, int16_t n, float a, float b) {
+    constexpr float kCap = 65535.0f / 1024.0f;
+    float sigma = a * std::sqrt(v) + b;
+    sigma = sigma < kCap ? sigma : kCap;
+    float x = v + static_cast<float>(n) * sigma;
+    x = x > 0.0f ? x : 0.0f;
+    x = x < 65535.0f ? x : 65535.0f;
+    return static_cast<uint16_t>(static_cast<int32_t>(x + 0.5f));
+}
+
+VSENSOR_ROW_KERNEL
+void captureRow(const uint16_t* __restrict clean, const int16_t* __restrict noise,
+                uint16_t* __restrict dst, size_t count, float a, float b) {
+    for (size_t i = 0; i < count; ++i)
+        dst[i] = noisySample(static_cast<float>(clean[i]), noise[i], a, b);
 }
 
 class SceneLightStage : public Stage {
@@ -130,21 +152,10 @@ public:
         const uint32_t frame = static_cast<uint32_t>(ctx.frameNumber);
         const int w = ctx.width;
         const size_t rowLen = static_cast<size_t>(w) * 3;
-        // The noise's standard deviation at the clean level v, capped at the
-        // clip, with the table's 1/1024 folded in.
+        // The noise's standard deviation per level, with the table's 1/1024
+        // folded in.
         const float a = ctx.noiseA / 1024.0f;
         const float b = ctx.noiseB / 1024.0f;
-        const float cap = 65535.0f / 1024.0f;
-        const auto sigmaOf = [a, b, cap](float v) {
-            const float sigma = a * std::sqrt(v) + b;
-            return sigma < cap ? sigma : cap;
-        };
-        // Written as comparisons the vectoriser takes (std::clamp it does not).
-        const auto toSample = [](float n) {
-            n = n > 0.0f ? n : 0.0f;
-            n = n < 65535.0f ? n : 65535.0f;
-            return static_cast<uint16_t>(static_cast<int32_t>(n + 0.5f));
-        };
         for (int y = 0; y < ctx.height; ++y) {
             const size_t srcRow = static_cast<size_t>(y + sc.margin + ctx.offsetY) * sc.stride +
                                   sc.margin + ctx.offsetX;
@@ -152,11 +163,7 @@ public:
             const int16_t* __restrict rowNoise =
                 noise + rowHash(static_cast<uint32_t>(y), frame) % kNoiseSamples;
             uint16_t* __restrict dst = ctx.linear->data() + y * rowLen;
-            for (size_t i = 0; i < rowLen; ++i) {
-                const float v = clean[i];
-                const float n = v + static_cast<float>(rowNoise[i]) * sigmaOf(v);
-                dst[i] = toSample(n);
-            }
+            captureRow(clean, rowNoise, dst, rowLen, a, b);
             // The ball's span on this row, if it crosses it.
             const float dy = y + 0.5f - by;
             if (dy * dy >= br * br)
@@ -169,10 +176,7 @@ public:
                 for (int c = 0; c < 3; ++c) {
                     int32_t v = (kBallRefl[c] >> 4) * f.mul[kMedium][c] >> 12;
                     v = std::min(v + f.add[kMedium][c] + irPart, 65535);
-                    const float n =
-                        static_cast<float>(v) +
-                        static_cast<float>(rowNoise[x * 3 + c]) * sigmaOf(static_cast<float>(v));
-                    dst[x * 3 + c] = toSample(n);
+                    dst[x * 3 + c] = noisySample(static_cast<float>(v), rowNoise[x * 3 + c], a, b);
                 }
             }
         }

@@ -12,6 +12,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "sim/vsensor/RowKernel.h"
 #include "sim/vsensor/Stage.h"
 
 namespace sim {
@@ -60,6 +61,32 @@ constexpr int kLutSize = 65536 >> kLutShift;
 
 inline uint8_t clampByte(int32_t v) {
     return static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v));
+}
+
+VSENSOR_ROW_KERNEL
+void lookUpRow(const uint16_t* __restrict in, uint8_t* __restrict o, int pixels,
+               const uint8_t* __restrict lr, const uint8_t* __restrict lg,
+               const uint8_t* __restrict lb) {
+    for (int i = 0; i < pixels; ++i) {
+        const uint16_t* p = in + i * 3;
+        o[i * 3] = lr[p[0] >> kLutShift];
+        o[i * 3 + 1] = lg[p[1] >> kLutShift];
+        o[i * 3 + 2] = lb[p[2] >> kLutShift];
+    }
+}
+
+// Chroma times sat / 256 about each pixel's luma.
+VSENSOR_ROW_KERNEL
+void saturateRow(uint8_t* __restrict o, int pixels, int32_t sat) {
+    for (int i = 0; i < pixels; ++i) {
+        const int32_t r = o[i * 3];
+        const int32_t g = o[i * 3 + 1];
+        const int32_t b = o[i * 3 + 2];
+        const int32_t y = (77 * r + 150 * g + 29 * b + 128) >> 8;
+        o[i * 3] = clampByte(y + ((r - y) * sat >> 8));
+        o[i * 3 + 1] = clampByte(y + ((g - y) * sat >> 8));
+        o[i * 3 + 2] = clampByte(y + ((b - y) * sat >> 8));
+    }
 }
 
 class ToneColourStage : public Stage {
@@ -121,29 +148,11 @@ public:
             }
             return;
         }
-        const uint8_t* __restrict lr = m_lut[0];
-        const uint8_t* __restrict lg = m_lut[1];
-        const uint8_t* __restrict lb = m_lut[2];
         // The table look-ups alone, then the saturation over the row, which
         // the vectoriser can take.
-        for (int i = 0; i < pixels; ++i) {
-            const uint16_t* p = in + i * 3;
-            o[i * 3] = lr[p[0] >> kLutShift];
-            o[i * 3 + 1] = lg[p[1] >> kLutShift];
-            o[i * 3 + 2] = lb[p[2] >> kLutShift];
-        }
-        const int32_t sat = m_sat;
-        if (sat == 256)
-            return;
-        for (int i = 0; i < pixels; ++i) {
-            const int32_t r = o[i * 3];
-            const int32_t g = o[i * 3 + 1];
-            const int32_t b = o[i * 3 + 2];
-            const int32_t y = (77 * r + 150 * g + 29 * b + 128) >> 8;
-            o[i * 3] = clampByte(y + ((r - y) * sat >> 8));
-            o[i * 3 + 1] = clampByte(y + ((g - y) * sat >> 8));
-            o[i * 3 + 2] = clampByte(y + ((b - y) * sat >> 8));
-        }
+        lookUpRow(in, o, pixels, m_lut[0], m_lut[1], m_lut[2]);
+        if (m_sat != 256)
+            saturateRow(o, pixels, m_sat);
     }
 
     size_t memoryBytes() const override { return sizeof(m_lut); }
