@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "sim/vsensor/IspView.h"
@@ -78,14 +79,28 @@ struct FrameContext {
     double inFocusPosition = 0;
     double blurRadius = 0; // pixels
     double measuredLevel = 0;
-    // The sensor's noise: standard deviation in linear units for a level,
-    // indexed by level / 16 (filled by the noise stage for the capture).
-    std::array<float, 4096> noiseSigma{};
+    // The sensor's noise: standard deviation noiseA * sqrt(v) + noiseB in
+    // linear units at the level v (filled by the noise stage for the capture).
+    float noiseA = 0;
+    float noiseB = 0;
 
     // --- Buffers ---
     std::vector<uint16_t>* linear = nullptr; // RGB, 65535 = the sensor's clip
     std::vector<uint16_t>* scratch = nullptr;
     std::vector<uint8_t>* out = nullptr; // RGB 8-bit
+
+    // --- The rows of the picture after the capture ---
+    // The stages from noise reduction on work one row at a time, so that a
+    // row passes through all of them while it is still in the processor's
+    // caches; each publishes its step and the sharpening stage pulls the rows
+    // through in order (rows 0 to height - 1, each once).
+    // Row y of the linear picture after noise reduction (the capture's row
+    // when it is off); valid until the next call.
+    std::function<const uint16_t*(int y)> linearRow;
+    // Row y in 8-bit RGB after tone and colour, into dst.
+    std::function<void(int y, uint8_t* dst)> toneRow;
+    // Puts the finished row y into the frame (where the mirror sends it).
+    std::function<void(int y, const uint8_t* row)> placeRow;
 };
 
 // The conversion of the sensor's units: full scale at 4 lux-seconds of

@@ -51,28 +51,29 @@ class MirrorStage : public Stage {
 public:
     const char* name() const override { return "mirror"; }
 
-    void process(FrameContext& ctx) override {
+    // Each finished row goes straight to its reflected place.
+    void prepare(FrameContext& ctx) override {
         const uint32_t mirror = ctx.isp.value(KEY_MIRROR, 0);
+        if (mirror < 1 || mirror > 3)
+            return;
+        const bool leftRight = mirror == 1 || mirror == 3;
+        const bool upsideDown = mirror == 2 || mirror == 3;
         const int w = ctx.width;
         const int h = ctx.height;
-        uint8_t* px = ctx.out->data();
-        const size_t rowBytes = static_cast<size_t>(w) * 3;
-        if (mirror == 1 || mirror == 3) {
-            for (int y = 0; y < h; ++y) {
-                uint8_t* row = px + y * rowBytes;
-                for (int a = 0, b = w - 1; a < b; ++a, --b)
-                    for (int c = 0; c < 3; ++c)
-                        std::swap(row[a * 3 + c], row[b * 3 + c]);
+        const size_t rowLen = static_cast<size_t>(w) * 3;
+        ctx.placeRow = [&ctx, leftRight, upsideDown, w, h, rowLen](int y, const uint8_t* from) {
+            uint8_t* __restrict to = ctx.out->data() + (upsideDown ? h - 1 - y : y) * rowLen;
+            if (!leftRight) {
+                std::memcpy(to, from, rowLen);
+                return;
             }
-        }
-        if (mirror == 2 || mirror == 3) {
-            std::vector<uint8_t> tmp(rowBytes);
-            for (int a = 0, b = h - 1; a < b; ++a, --b) {
-                std::memcpy(tmp.data(), px + a * rowBytes, rowBytes);
-                std::memcpy(px + a * rowBytes, px + b * rowBytes, rowBytes);
-                std::memcpy(px + b * rowBytes, tmp.data(), rowBytes);
+            const uint8_t* __restrict s = from + rowLen - 3;
+            for (int x = 0; x < w; ++x, s -= 3) {
+                to[x * 3] = s[0];
+                to[x * 3 + 1] = s[1];
+                to[x * 3 + 2] = s[2];
             }
-        }
+        };
     }
 };
 

@@ -1,12 +1,16 @@
 #include "sim/vsensor/Pipeline.h"
 
+#include <cstring>
+
 namespace sim {
 namespace vsensor {
 
 // Every stage prepares in this order (each may use what the ones before it
 // decided), then every stage processes in the same order: the capture first,
 // the meters on the raw signal, the lens and noise reduction on the linear
-// picture, then tone and colour to 8 bits, sharpening and the mirror.
+// picture, then tone and colour to 8 bits, sharpening and the mirror. From
+// noise reduction on the stages work row by row: each publishes its step in
+// the context and the sharpening stage pulls every row through them.
 Pipeline::Pipeline() {
     m_stages.push_back(makeDayNightStage());
     m_stages.push_back(makeGeometryStage());
@@ -33,6 +37,12 @@ void Pipeline::render(const IspView& isp, const Conditions& conditions, uint64_t
     ctx.linear = &m_linear;
     ctx.scratch = &m_scratch;
     ctx.out = &frame.rgb;
+    // The plain row steps; the stages that change a row replace them.
+    const size_t rowLen = static_cast<size_t>(w) * 3;
+    ctx.linearRow = [&ctx, rowLen](int y) { return ctx.linear->data() + y * rowLen; };
+    ctx.placeRow = [&ctx, rowLen](int y, const uint8_t* row) {
+        std::memcpy(ctx.out->data() + y * rowLen, row, rowLen);
+    };
     for (auto& stage : m_stages)
         stage->prepare(ctx);
     for (auto& stage : m_stages)

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "sim/vsensor/RowKernel.h"
 #include "sim/vsensor/Stage.h"
 
 namespace sim {
@@ -62,6 +63,27 @@ inline uint32_t rowHash(uint32_t y, uint32_t frame) {
     return h;
 }
 
+// A clean level v with noise n (in 1/1024 of a standard deviation) of the
+// level's standard deviation a sqrt(v) + b (capped at the clip), rounded and
+// clamped to the sample range. Comparisons rather than std::min and
+// std::clamp, which the vectoriser does not take.
+inline uint16_t noisySample(float v, int16_t n, float a, float b) {
+    constexpr float kCap = 65535.0f / 1024.0f;
+    float sigma = a * std::sqrt(v) + b;
+    sigma = sigma < kCap ? sigma : kCap;
+    float x = v + static_cast<float>(n) * sigma;
+    x = x > 0.0f ? x : 0.0f;
+    x = x < 65535.0f ? x : 65535.0f;
+    return static_cast<uint16_t>(static_cast<int32_t>(x + 0.5f));
+}
+
+VSENSOR_ROW_KERNEL
+void captureRow(const uint16_t* __restrict clean, const int16_t* __restrict noise,
+                uint16_t* __restrict dst, size_t count, float a, float b) {
+    for (size_t i = 0; i < count; ++i)
+        dst[i] = noisySample(static_cast<float>(clean[i]), noise[i], a, b);
+}
+
 class SceneLightStage : public Stage {
 public:
     const char* name() const override { return "scene and light"; }
@@ -89,7 +111,7 @@ public:
     }
 
     // Two steps. The noise-free signal of the whole drawn scene (margin
-    // included) and its noise level are kept while the light, exposure, size
+    // included) is kept while the light, exposure, size
     // and zoom stay as they were (the usual case: exposure moves in 1/32
     // stops and rests once it meets its target). Each frame then only reads
     // its window of it, shifted by the shake, adds the frame's noise and
@@ -112,8 +134,6 @@ public:
             }
             f.ir[k] = factor(ctx.classIr[k] * units / 65535.0);
         }
-        for (int i = 0; i < 4096; ++i)
-            f.sigma[i] = static_cast<int32_t>(std::min(ctx.noiseSigma[i], 65535.0f));
         f.width = sc.width;
         f.height = sc.height;
         f.zoom = sc.zoom;
@@ -132,18 +152,18 @@ public:
         const uint32_t frame = static_cast<uint32_t>(ctx.frameNumber);
         const int w = ctx.width;
         const size_t rowLen = static_cast<size_t>(w) * 3;
+        // The noise's standard deviation per level, with the table's 1/1024
+        // folded in.
+        const float a = ctx.noiseA / 1024.0f;
+        const float b = ctx.noiseB / 1024.0f;
         for (int y = 0; y < ctx.height; ++y) {
             const size_t srcRow = static_cast<size_t>(y + sc.margin + ctx.offsetY) * sc.stride +
                                   sc.margin + ctx.offsetX;
             const uint16_t* __restrict clean = m_clean.data() + srcRow * 3;
-            const uint16_t* __restrict sigma = m_sigma.data() + srcRow * 3;
             const int16_t* __restrict rowNoise =
                 noise + rowHash(static_cast<uint32_t>(y), frame) % kNoiseSamples;
             uint16_t* __restrict dst = ctx.linear->data() + y * rowLen;
-            for (size_t i = 0; i < rowLen; ++i) {
-                const int32_t v = clean[i] + ((rowNoise[i] * static_cast<int32_t>(sigma[i])) >> 10);
-                dst[i] = static_cast<uint16_t>(v < 0 ? 0 : (v > 65535 ? 65535 : v));
-            }
+            captureRow(clean, rowNoise, dst, rowLen, a, b);
             // The ball's span on this row, if it crosses it.
             const float dy = y + 0.5f - by;
             if (dy * dy >= br * br)
@@ -156,16 +176,13 @@ public:
                 for (int c = 0; c < 3; ++c) {
                     int32_t v = (kBallRefl[c] >> 4) * f.mul[kMedium][c] >> 12;
                     v = std::min(v + f.add[kMedium][c] + irPart, 65535);
-                    v += rowNoise[x * 3 + c] * f.sigma[v >> 4] >> 10;
-                    dst[x * 3 + c] = static_cast<uint16_t>(std::clamp(v, 0, 65535));
+                    dst[x * 3 + c] = noisySample(static_cast<float>(v), rowNoise[x * 3 + c], a, b);
                 }
             }
         }
     }
 
-    size_t memoryBytes() const override {
-        return (m_clean.capacity() + m_sigma.capacity()) * sizeof(uint16_t);
-    }
+    size_t memoryBytes() const override { return m_clean.capacity() * sizeof(uint16_t); }
 
 private:
     static constexpr uint16_t kBallRefl[3] = {static_cast<uint16_t>(0.70 * 65535),
@@ -178,7 +195,6 @@ private:
         int32_t mul[kClassCount][3] = {};
         int32_t add[kClassCount][3] = {};
         int32_t ir[kClassCount] = {};
-        int32_t sigma[4096] = {};
         int width = 0;
         int height = 0;
         double zoom = 0;
@@ -186,8 +202,7 @@ private:
             return width == o.width && height == o.height && zoom == o.zoom &&
                    std::memcmp(mul, o.mul, sizeof(mul)) == 0 &&
                    std::memcmp(add, o.add, sizeof(add)) == 0 &&
-                   std::memcmp(ir, o.ir, sizeof(ir)) == 0 &&
-                   std::memcmp(sigma, o.sigma, sizeof(sigma)) == 0;
+                   std::memcmp(ir, o.ir, sizeof(ir)) == 0;
         }
     };
 
@@ -197,7 +212,6 @@ private:
         const Factors& f = m_factors;
         const size_t samples = sc.cls.size();
         m_clean.resize(samples * 3);
-        m_sigma.resize(samples * 3);
         for (size_t i = 0; i < samples; ++i) {
             const int k = sc.cls[i];
             const int32_t irPart = (sc.ir[i] >> 4) * f.ir[k] >> 12;
@@ -205,14 +219,12 @@ private:
                 int32_t v = (sc.refl[i * 3 + c] >> 4) * f.mul[k][c] >> 12;
                 v = std::min(v + f.add[k][c] + irPart, 65535);
                 m_clean[i * 3 + c] = static_cast<uint16_t>(v);
-                m_sigma[i * 3 + c] = static_cast<uint16_t>(f.sigma[v >> 4]);
             }
         }
     }
 
     Factors m_factors;
     std::vector<uint16_t> m_clean;
-    std::vector<uint16_t> m_sigma;
 };
 
 } // namespace

@@ -1,4 +1,4 @@
-// Tone and colour: from the sensor's linear signal to 8-bit RGB in one pass
+// Tone and colour: from the sensor's linear signal to 8-bit RGB, row by row,
 // through a table per channel. The table holds, in order: the white-balance
 // gain, the WDR and defog curve, highlight compression above 60% (by the
 // exposure stage's HLC strength x 0.8), the gamma of KEY_GAMMA (0 standard,
@@ -12,6 +12,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "sim/vsensor/RowKernel.h"
 #include "sim/vsensor/Stage.h"
 
 namespace sim {
@@ -62,6 +63,32 @@ inline uint8_t clampByte(int32_t v) {
     return static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v));
 }
 
+VSENSOR_ROW_KERNEL
+void lookUpRow(const uint16_t* __restrict in, uint8_t* __restrict o, int pixels,
+               const uint8_t* __restrict lr, const uint8_t* __restrict lg,
+               const uint8_t* __restrict lb) {
+    for (int i = 0; i < pixels; ++i) {
+        const uint16_t* p = in + i * 3;
+        o[i * 3] = lr[p[0] >> kLutShift];
+        o[i * 3 + 1] = lg[p[1] >> kLutShift];
+        o[i * 3 + 2] = lb[p[2] >> kLutShift];
+    }
+}
+
+// Chroma times sat / 256 about each pixel's luma.
+VSENSOR_ROW_KERNEL
+void saturateRow(uint8_t* __restrict o, int pixels, int32_t sat) {
+    for (int i = 0; i < pixels; ++i) {
+        const int32_t r = o[i * 3];
+        const int32_t g = o[i * 3 + 1];
+        const int32_t b = o[i * 3 + 2];
+        const int32_t y = (77 * r + 150 * g + 29 * b + 128) >> 8;
+        o[i * 3] = clampByte(y + ((r - y) * sat >> 8));
+        o[i * 3 + 1] = clampByte(y + ((g - y) * sat >> 8));
+        o[i * 3 + 2] = clampByte(y + ((b - y) * sat >> 8));
+    }
+}
+
 class ToneColourStage : public Stage {
 public:
     const char* name() const override { return "tone and colour"; }
@@ -100,37 +127,32 @@ public:
         }
     }
 
+    // Publishes the row step; the sharpening stage pulls the rows through.
     void process(FrameContext& ctx) override {
-        const size_t pixels = static_cast<size_t>(ctx.width) * ctx.height;
-        const uint16_t* in = ctx.linear->data();
-        uint8_t* out = ctx.out->data();
+        m_sat = static_cast<int32_t>(
+            std::lround(std::min<uint32_t>(100, ctx.isp.value(KEY_SATURATION, 50)) * 256.0 / 50.0));
+        const int w = ctx.width;
+        ctx.toneRow = [this, &ctx, w](int y, uint8_t* dst) { toneRow(ctx.linearRow(y), dst, w); };
+    }
+
+    void toneRow(const uint16_t* in, uint8_t* __restrict o, int pixels) const {
         if (m_params.mono) {
             const uint8_t* lut = m_lut[0];
-            for (size_t i = 0; i < pixels; ++i) {
+            for (int i = 0; i < pixels; ++i) {
                 const uint16_t* p = in + i * 3;
                 const uint32_t y = (19595u * p[0] + 38470u * p[1] + 7471u * p[2] + 32768u) >> 16;
                 const uint8_t v = lut[y >> kLutShift];
-                out[i * 3] = v;
-                out[i * 3 + 1] = v;
-                out[i * 3 + 2] = v;
+                o[i * 3] = v;
+                o[i * 3 + 1] = v;
+                o[i * 3 + 2] = v;
             }
             return;
         }
-        const int32_t sat = static_cast<int32_t>(
-            std::lround(std::min<uint32_t>(100, ctx.isp.value(KEY_SATURATION, 50)) * 256.0 / 50.0));
-        const uint8_t* lr = m_lut[0];
-        const uint8_t* lg = m_lut[1];
-        const uint8_t* lb = m_lut[2];
-        for (size_t i = 0; i < pixels; ++i) {
-            const uint16_t* p = in + i * 3;
-            const int32_t r = lr[p[0] >> kLutShift];
-            const int32_t g = lg[p[1] >> kLutShift];
-            const int32_t b = lb[p[2] >> kLutShift];
-            const int32_t y = (77 * r + 150 * g + 29 * b + 128) >> 8;
-            out[i * 3] = clampByte(y + ((r - y) * sat >> 8));
-            out[i * 3 + 1] = clampByte(y + ((g - y) * sat >> 8));
-            out[i * 3 + 2] = clampByte(y + ((b - y) * sat >> 8));
-        }
+        // The table look-ups alone, then the saturation over the row, which
+        // the vectoriser can take.
+        lookUpRow(in, o, pixels, m_lut[0], m_lut[1], m_lut[2]);
+        if (m_sat != 256)
+            saturateRow(o, pixels, m_sat);
     }
 
     size_t memoryBytes() const override { return sizeof(m_lut); }
@@ -138,6 +160,7 @@ public:
 private:
     bool m_bBuilt = false;
     ToneParams m_params{};
+    int32_t m_sat = 256; // saturation in 1/256
     uint8_t m_lut[3][kLutSize];
 };
 

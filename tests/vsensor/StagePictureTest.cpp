@@ -269,6 +269,32 @@ TEST_F(SensorTest, WhiteLightAtNightLightsNearMoreThanFar) {
     EXPECT_GT(nearLit / farLit, 1.5 * nearDark / farDark);
 }
 
+// The burnt-out window no longer holds the exposure down: the scene
+// around it brightens.
+TEST_F(SensorTest, BacklightCompensationBrightensTheSubject) {
+    set(KEY_BLC_SWITCH, 0);
+    const double plain = stats(settle(20), SceneRegion::MediumZone).mean;
+    set(KEY_BLC_SWITCH, 1);
+    set(KEY_BLC_MODE, 0);
+    set(KEY_BLC_STRG, 100);
+    const double compensated = stats(settle(20), SceneRegion::MediumZone).mean;
+    EXPECT_GT(compensated, plain + 10.0);
+}
+
+// At night the lamps burn out; highlight compensation holds them below
+// full white.
+TEST_F(SensorTest, HighlightCompensationKeepsTheLampsFromBurningOut) {
+    light(0.1);
+    set(KEY_DN_MODE, 1);
+    set(KEY_HLC_SWITCH, 0);
+    const double burnt = stats(settle(20), SceneRegion::FarZone).clipped;
+    set(KEY_HLC_SWITCH, 1);
+    set(KEY_HLC_STRG, 100);
+    const double held = stats(settle(20), SceneRegion::FarZone).clipped;
+    EXPECT_GT(burnt, 0.005);
+    EXPECT_LT(held, burnt * 0.2);
+}
+
 TEST_F(SensorTest, ContrastUpSpreadsTheLevels) {
     set(KEY_CONTRAST, 50);
     const double usual = lumaSpread(stats(settle(), SceneRegion::GreyRamp));

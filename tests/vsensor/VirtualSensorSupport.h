@@ -1,5 +1,5 @@
 // A started controller on its own device root with the virtual sensor of its
-// channel reset to small frames at a set illuminance: the tests set a value
+// channel reset to small frames at a set illuminance, standard gamma: the tests set a value
 // through the controller as a host would, render frames and measure them.
 #pragma once
 
@@ -23,6 +23,9 @@ protected:
         std::string error;
         ASSERT_TRUE(sensor().setFrameSize(kWidth, kHeight, error)) << error;
         ASSERT_TRUE(sensor().setIlluminance(2000.0, error)) << error;
+        // The sample module's factory gamma is linear; the standard curve
+        // shows shadows and midtones as the tests expect to see them.
+        set(KEY_GAMMA, 0);
     }
 
     static constexpr int kWidth = 320;
