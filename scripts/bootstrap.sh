@@ -7,7 +7,7 @@
 set -uo pipefail
 
 packages=(cmake g++ make libtinyxml-dev libssl-dev libgtest-dev libgmock-dev libbenchmark-dev
-          libcpp-httplib-dev nlohmann-json3-dev pkg-config "$@")
+          libcpp-httplib-dev libturbojpeg0-dev nlohmann-json3-dev pkg-config "$@")
 
 missing=()
 for p in "${packages[@]}"; do

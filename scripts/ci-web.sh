@@ -11,7 +11,7 @@ top=$(pwd)
 build=${1:-build}
 
 # Without fonts Chromium draws no text: the screenshot needs them.
-extra=(chromium fonts-liberation)
+extra=(chromium fonts-liberation ffmpeg)
 command -v node >/dev/null || extra+=(nodejs)
 command -v npm >/dev/null || extra+=(npm)
 scripts/bootstrap.sh "${extra[@]}"
@@ -20,6 +20,9 @@ scripts/bootstrap.sh "${extra[@]}"
 
 cmake -S . -B "$build" -DSENSOR_WERROR=ON
 cmake --build "$build" -j"$(nproc)" --target sensorctl
+
+# The picture through ffprobe and ffmpeg, which this stage installs.
+(cd "$build" && ctest -R '^sensorctl_picture_decodes_in_ffmpeg$' --output-on-failure)
 
 source scripts/serve-e2e.sh
 # Scaled waits: the worker runs ten rounds a second, so a day/night switch

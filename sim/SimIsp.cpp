@@ -97,8 +97,13 @@ size_t recordBytes(int cmd, int opt) {
 struct Isp::Impl {
     mutable std::mutex mutex;
     std::map<std::pair<int, int>, std::vector<uint32_t>> values;
+    // When each value was last set, so that the newest of two records that
+    // both carry the day/night thresholds can be told.
+    std::map<std::pair<int, int>, uint64_t> serials;
+    uint64_t nextSerial = 1;
     std::map<int, std::string> versionTexts;
-    std::map<int, uint32_t> dayNight;
+    std::map<int, uint32_t> dayNight; // forced states
+    std::map<int, uint32_t> decidedDayNight;
     std::map<int, uint32_t> sensorCheckResults;
     std::map<int, uint32_t> execStatus;
     std::vector<uint32_t> dynamicCmds;
@@ -113,8 +118,10 @@ struct Isp::Impl {
     // Caller holds mutex.
     void installDefaults() {
         values.clear();
+        serials.clear();
         versionTexts.clear();
         dayNight.clear();
+        decidedDayNight.clear();
         sensorCheckResults.clear();
         execStatus.clear();
         rawCmdList.reset();
@@ -155,6 +162,15 @@ struct Isp::Impl {
                 out[0] = range->second.default_value;
         }
         return out;
+    }
+
+    // Caller holds mutex.
+    uint32_t dayNightState(int channel) const {
+        const auto forced = dayNight.find(channel);
+        if (forced != dayNight.end())
+            return forced->second;
+        const auto decided = decidedDayNight.find(channel);
+        return decided != decidedDayNight.end() ? decided->second : 0;
     }
 
     // Caller holds mutex.
@@ -238,8 +254,10 @@ void Isp::setValue(int channel, int cmd, uint32_t value) {
     std::lock_guard<std::mutex> lock(m_pImpl->mutex);
     if (cmd == IA_CMD_SENSOR_CHECK)
         m_pImpl->sensorCheckResults[channel] = value;
-    else
+    else {
         m_pImpl->values[{channel, cmd}] = {value};
+        m_pImpl->serials[{channel, cmd}] = m_pImpl->nextSerial++;
+    }
 }
 
 bool Isp::getValue(int channel, int cmd, uint32_t& value) const {
@@ -261,6 +279,7 @@ bool Isp::getValue(int channel, int cmd, uint32_t& value) const {
 void Isp::setRecord(int channel, int cmd, const std::vector<uint32_t>& words) {
     std::lock_guard<std::mutex> lock(m_pImpl->mutex);
     m_pImpl->values[{channel, cmd}] = words;
+    m_pImpl->serials[{channel, cmd}] = m_pImpl->nextSerial++;
 }
 
 std::vector<uint32_t> Isp::getRecord(int channel, int cmd) const {
@@ -277,6 +296,54 @@ void Isp::setVersionText(int channel, const std::string& text) {
 void Isp::setDayNight(int channel, uint32_t state) {
     std::lock_guard<std::mutex> lock(m_pImpl->mutex);
     m_pImpl->dayNight[channel] = state;
+}
+
+void Isp::releaseDayNight(int channel) {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    m_pImpl->dayNight.erase(channel);
+}
+
+bool Isp::dayNightForced(int channel) const {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    return m_pImpl->dayNight.count(channel) != 0;
+}
+
+void Isp::setDecidedDayNight(int channel, uint32_t state) {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    m_pImpl->decidedDayNight[channel] = state;
+}
+
+uint32_t Isp::decidedDayNight(int channel) const {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    const auto it = m_pImpl->decidedDayNight.find(channel);
+    return it != m_pImpl->decidedDayNight.end() ? it->second : 0;
+}
+
+uint32_t Isp::dayNightState(int channel) const {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    return m_pImpl->dayNightState(channel);
+}
+
+std::map<int, std::vector<uint32_t>> Isp::channelValues(int channel) const {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    std::map<int, std::vector<uint32_t>> out;
+    for (auto it = m_pImpl->values.lower_bound({channel, INT32_MIN});
+         it != m_pImpl->values.end() && it->first.first == channel; ++it)
+        out.emplace(it->first.second, it->second);
+    return out;
+}
+
+Isp::ChannelSnapshot Isp::snapshot(int channel) const {
+    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
+    ChannelSnapshot snap;
+    for (auto it = m_pImpl->values.lower_bound({channel, INT32_MIN});
+         it != m_pImpl->values.end() && it->first.first == channel; ++it)
+        snap.values.emplace(it->first.second, it->second);
+    for (auto it = m_pImpl->serials.lower_bound({channel, INT32_MIN});
+         it != m_pImpl->serials.end() && it->first.first == channel; ++it)
+        snap.serials.emplace(it->first.second, it->second);
+    snap.dayNight = m_pImpl->dayNightState(channel);
+    return snap;
 }
 
 void Isp::setExecStatus(int cmd, uint32_t status) {
@@ -433,6 +500,7 @@ int Isp::call(int channel, int cmd, int opt, void* data) {
                 d.versionTexts[channel] = std::string(text, strnlen(text, IA_VERSION_TEXT_LEN));
             } else {
                 d.values[{channel, cmd}] = entry.words;
+                d.serials[{channel, cmd}] = d.nextSerial++;
             }
             break;
 
@@ -464,8 +532,7 @@ int Isp::call(int channel, int cmd, int opt, void* data) {
                 const uint32_t result = it != d.sensorCheckResults.end() ? it->second : 1;
                 std::memcpy(static_cast<char*>(data) + 12, &result, 4);
             } else if (cmd == IA_CMD_DN_STATE) {
-                const auto it = d.dayNight.find(channel);
-                const uint32_t state = it != d.dayNight.end() ? it->second : 0;
+                const uint32_t state = d.dayNightState(channel);
                 std::memcpy(data, &state, 4);
             } else {
                 const std::vector<uint32_t> stored = d.storedWords(channel, cmd);

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -74,8 +75,27 @@ public:
     void setRecord(int channel, int cmd, const std::vector<uint32_t>& words);
     std::vector<uint32_t> getRecord(int channel, int cmd) const;
     void setVersionText(int channel, const std::string& text);
-    // The day/night state that command 153 reports (non-zero: night).
+    // Forces the day/night state that command 153 reports (non-zero: night).
+    // A forced state wins over the ISP's own decision until released.
     void setDayNight(int channel, uint32_t state);
+    // Ends a forced state: command 153 reports the ISP's own decision again.
+    void releaseDayNight(int channel);
+    bool dayNightForced(int channel) const;
+    // The ISP's own day/night decision (the virtual sensor's light meter sets
+    // it in the automatic mode); day (0) until decided.
+    void setDecidedDayNight(int channel, uint32_t state);
+    uint32_t decidedDayNight(int channel) const;
+    // The state command 153 reports now: the forced one, else the decided one.
+    uint32_t dayNightState(int channel) const;
+    // A copy of every value a channel holds, by command (the words as stored),
+    // taken under one lock: what the virtual sensor reads once per frame.
+    std::map<int, std::vector<uint32_t>> channelValues(int channel) const;
+    struct ChannelSnapshot {
+        std::map<int, std::vector<uint32_t>> values;
+        std::map<int, uint64_t> serials; // larger: set later (by a call or setValue/setRecord)
+        uint32_t dayNight = 0;           // what command 153 reports
+    };
+    ChannelSnapshot snapshot(int channel) const;
     void setExecStatus(int cmd, uint32_t status);
 
     // Run-time ranges, the same on every channel.

@@ -1,6 +1,7 @@
 #include "Serve.h"
 
 #include "ConsoleRequest.h"
+#include "VideoService.h"
 
 #include <pthread.h>
 #include <signal.h>
@@ -619,6 +620,8 @@ int runServe(Camera& camera, const ServeOptions& options) {
     server.set_write_timeout(5, 0);
     Console console(camera);
     console.install(server);
+    VideoService video(camera);
+    video.install(server);
     const bool bOnvif = !options.strOnvifUser.empty();
 #ifdef SENSORCTL_HAVE_ONVIF
     std::unique_ptr<OnvifServices> pOnvif;

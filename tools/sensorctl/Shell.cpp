@@ -1,5 +1,7 @@
 #include "Shell.h"
 
+#include "PictureVerbs.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -429,7 +431,23 @@ const std::vector<Shell::Verb>& Shell::verbs() {
              return true;
          }},
     };
-    return table;
+    // The picture's verbs come from their own unit, listed before help.
+    static const std::vector<Verb> withPicture = [] {
+        std::vector<Verb> all;
+        for (const Verb& v : table) {
+            if (std::strcmp(v.szName, "help") == 0)
+                for (const PictureVerb& p : pictureVerbs())
+                    all.push_back({p.szName, p.szUsage, p.nMinArgs, p.nMaxArgs, p.szHelp,
+                                   [fn = p.fn](Shell& s, std::string& r) {
+                                       VerbContext c{s.m_camera, s.m_args, s.m_strRest, s.m_out,
+                                                     s.m_strError};
+                                       return fn(c, r);
+                                   }});
+            all.push_back(v);
+        }
+        return all;
+    }();
+    return withPicture;
 }
 
 Shell::Shell(Camera& camera, std::ostream& out) : m_camera(camera), m_out(out) {}

@@ -1,0 +1,113 @@
+// What the stages of one frame share: the ISP's values copied for the frame,
+// the conditions in front of the lens, the decisions each stage takes in its
+// prepare step, the frame's buffers, and the state the converging loops keep
+// from frame to frame.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+#include "sim/vsensor/IspView.h"
+#include "sim/vsensor/Light.h"
+#include "sim/vsensor/Scene.h"
+
+namespace sim {
+namespace vsensor {
+
+// What the loops remember between frames; reset() clears it.
+struct LoopState {
+    bool aeStarted = false;
+    double exposureEv = 0; // log2 of the exposure (seconds x gain x iris area)
+    bool awbStarted = false;
+    std::array<double, 3> awbGains{{1.0, 1.0, 1.0}};
+    bool afStarted = false;
+    double afPosition = 0; // the lens's focus motor position in auto focus
+    uint32_t lastFocusMode = 0xffffffffu;
+    std::vector<uint16_t> previous; // the last frame's linear picture (3D NR)
+    int previousWidth = 0;
+    int previousHeight = 0;
+    double darkFloor = 0; // the darkest 2% level of the last frame (defog)
+    std::array<double, 3> channelMeans{{0.18, 0.18, 0.18}}; // last frame, linear
+};
+
+// The scene as the sensor faces it this frame.
+struct Conditions {
+    double lux = 0;   // ambient illuminance
+    double fog = 0;   // 0..1
+    double shake = 0; // pixels at 1280 wide
+};
+
+struct FrameContext {
+    FrameContext(const IspView& view, LoopState& loops, SceneCache& cache)
+        : isp(view), state(loops), scene(cache) {}
+
+    const IspView& isp;
+    LoopState& state;
+    SceneCache& scene;
+    Conditions conditions;
+    uint64_t frameNumber = 0;
+    int width = 0;
+    int height = 0;
+
+    // --- Decided in prepare ---
+    bool night = false;    // the ISP's day/night state
+    bool irCutOut = false; // monochrome, infrared seen
+    Illuminators illuminators;
+    double zoomRatio = 1.0;
+    int offsetX = 0; // shake left after stabilisation, pixels
+    int offsetY = 0;
+    double shutterSeconds = 1.0 / 50;
+    double gainLinear = 1.0;
+    double irisArea = 1.0;
+    uint32_t shutterValue = 50; // as 1/s
+    uint32_t gainValue = 0;     // 0..100
+    uint32_t irisValue = 100;   // 0..100
+    double headroom = 1.0;      // WDR: how many times the normal clip the sensor holds
+    // Light per class in linear units per unit reflectance (exposure folded
+    // in), what fog adds, and the infrared light.
+    float classMul[kClassCount][3] = {};
+    float classAdd[kClassCount][3] = {};
+    float classIr[kClassCount] = {};
+    std::array<double, 3> wbGains{{1.0, 1.0, 1.0}};
+    // Tone: curve parameters, filled by the exposure, WDR/defog and tone stages.
+    double hlcStrength = 0; // 0..1 highlight compression
+    double wdrA = 0;        // WDR curve knee (0: off)
+    double defogFloor = 0;  // level subtracted and stretched away
+    double focusPosition = 0;
+    double inFocusPosition = 0;
+    double blurRadius = 0; // pixels
+    double measuredLevel = 0;
+    // The sensor's noise: standard deviation noiseA * sqrt(v) + noiseB in
+    // linear units at the level v (filled by the noise stage for the capture).
+    float noiseA = 0;
+    float noiseB = 0;
+
+    // --- Buffers ---
+    std::vector<uint16_t>* linear = nullptr; // RGB, 65535 = the sensor's clip
+    std::vector<uint16_t>* scratch = nullptr;
+    std::vector<uint8_t>* out = nullptr; // RGB 8-bit
+
+    // --- The rows of the picture after the capture ---
+    // The stages from noise reduction on work one row at a time, so that a
+    // row passes through all of them while it is still in the processor's
+    // caches; each publishes its step and the sharpening stage pulls the rows
+    // through in order (rows 0 to height - 1, each once).
+    // Row y of the linear picture after noise reduction (the capture's row
+    // when it is off); valid until the next call.
+    std::function<const uint16_t*(int y)> linearRow;
+    // Row y in 8-bit RGB after tone and colour, into dst.
+    std::function<void(int y, uint8_t* dst)> toneRow;
+    // Puts the finished row y into the frame (where the mirror sends it).
+    std::function<void(int y, const uint8_t* row)> placeRow;
+};
+
+// The conversion of the sensor's units: full scale at 4 lux-seconds of
+// light on a white surface at unit gain and open iris.
+constexpr double kFullScaleLuxSeconds = 4.0;
+// The level auto exposure aims the metered mean at (of full scale).
+constexpr double kTargetLevel = 0.18;
+
+} // namespace vsensor
+} // namespace sim

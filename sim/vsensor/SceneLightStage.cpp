@@ -1,0 +1,237 @@
+// Scene and light: the capture. Lights every point of the scene by its class
+// (ambient light in the colour of the hour, the lamps at night, the white
+// light and, with the IR-cut filter out, the infrared light by distance),
+// veils it with fog (transmission exp(-0.1 x fog x distance), the rest
+// replaced by bright haze), and turns it into the sensor's linear signal with
+// the exposure the exposure stage chose, through the colour filters'
+// sensitivities, adding the sensor's noise for the gain (the noise stage's
+// model) from a generator seeded by (frame, x, y).
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "sim/vsensor/RowKernel.h"
+#include "sim/vsensor/Stage.h"
+
+namespace sim {
+namespace vsensor {
+
+namespace {
+
+// How strongly the red, green and blue filters pass white light: uncorrected
+// frames look green, as a real sensor's raw picture does.
+constexpr float kRawSensitivity[3] = {0.55f, 1.0f, 0.70f};
+// The filters pass near infrared almost alike.
+constexpr float kIrSensitivity = 0.9f;
+// How much of the ambient light each class receives.
+constexpr float kAmbientShare[kClassCount] = {1.0f, 1.0f, 1.0f, 3.0f, 0.06f, 1.0f};
+constexpr float kFogPerMetre = 0.1f;
+
+// 65536 samples of a standard normal variate (x 1024), from a fixed integer
+// generator: the sum of twelve uniform variates less six. Each row of a
+// frame reads them from its own starting point, a hash of (frame, row), so
+// that the noise of every pixel follows from (frame, x, y) alone.
+constexpr uint32_t kNoiseSamples = 65536;
+const int16_t* noiseTable() {
+    static const std::vector<int16_t> table = [] {
+        std::vector<int16_t> t(kNoiseSamples + 1920 * 3);
+        uint32_t state = 12345u;
+        for (size_t i = 0; i < kNoiseSamples; ++i) {
+            int64_t sum = 0;
+            for (int k = 0; k < 12; ++k) {
+                state = state * 1664525u + 1013904223u;
+                sum += state >> 16; // 0..65535
+            }
+            // sum / 65536 - 6, in units of 1/1024.
+            t[i] = static_cast<int16_t>((sum - 6 * 65536) / 64);
+        }
+        // The start repeated past the end, so that a row never wraps.
+        for (size_t i = kNoiseSamples; i < t.size(); ++i)
+            t[i] = t[i - kNoiseSamples];
+        return t;
+    }();
+    return table.data();
+}
+
+inline uint32_t rowHash(uint32_t y, uint32_t frame) {
+    uint32_t h = y * 0xD8163841u ^ frame * 0xCB1AB31Fu ^ 0x8DA6B343u;
+    h ^= h >> 15;
+    h *= 0x2C1B3C6Du;
+    h ^= h >> 12;
+    h *= 0x297A2D39u;
+    h ^= h >> 15;
+    return h;
+}
+
+// A clean level v with noise n (in 1/1024 of a standard deviation) of the
+// level's standard deviation a sqrt(v) + b (capped at the clip), rounded and
+// clamped to the sample range. Comparisons rather than std::min and
+// std::clamp, which the vectoriser does not take.
+inline uint16_t noisySample(float v, int16_t n, float a, float b) {
+    constexpr float kCap = 65535.0f / 1024.0f;
+    float sigma = a * std::sqrt(v) + b;
+    sigma = sigma < kCap ? sigma : kCap;
+    float x = v + static_cast<float>(n) * sigma;
+    x = x > 0.0f ? x : 0.0f;
+    x = x < 65535.0f ? x : 65535.0f;
+    return static_cast<uint16_t>(static_cast<int32_t>(x + 0.5f));
+}
+
+VSENSOR_ROW_KERNEL
+void captureRow(const uint16_t* __restrict clean, const int16_t* __restrict noise,
+                uint16_t* __restrict dst, size_t count, float a, float b) {
+    for (size_t i = 0; i < count; ++i)
+        dst[i] = noisySample(static_cast<float>(clean[i]), noise[i], a, b);
+}
+
+class SceneLightStage : public Stage {
+public:
+    const char* name() const override { return "scene and light"; }
+
+    void prepare(FrameContext& ctx) override {
+        const double lux = ctx.conditions.lux;
+        float ambient[3];
+        ambientColour(lux, ambient);
+        const bool lampsOn = lux < kLampsOnLux;
+        for (int k = 0; k < kClassCount; ++k) {
+            const float transmission =
+                std::exp(-kFogPerMetre * static_cast<float>(ctx.conditions.fog) * kClassDepth[k]);
+            const float haze = static_cast<float>(lux) * 0.8f * (1.0f - transmission);
+            for (int c = 0; c < 3; ++c) {
+                float light = static_cast<float>(lux) * kAmbientShare[k] * ambient[c] +
+                              ctx.illuminators.white[k];
+                if (k == kLamp && lampsOn)
+                    light += kLampLux;
+                ctx.classMul[k][c] = light * transmission * kRawSensitivity[c];
+                ctx.classAdd[k][c] = haze * ambient[c] * kRawSensitivity[c];
+            }
+            ctx.classIr[k] =
+                ctx.irCutOut ? ctx.illuminators.ir[k] * transmission * kIrSensitivity : 0.0f;
+        }
+    }
+
+    // Two steps. The noise-free signal of the whole drawn scene (margin
+    // included) is kept while the light, exposure, size
+    // and zoom stay as they were (the usual case: exposure moves in 1/32
+    // stops and rests once it meets its target). Each frame then only reads
+    // its window of it, shifted by the shake, adds the frame's noise and
+    // draws the moving ball.
+    void process(FrameContext& ctx) override {
+        SceneCache& sc = ctx.scene;
+        sc.prepare(ctx.width, ctx.height, ctx.zoomRatio);
+        const double units = ctx.shutterSeconds * ctx.gainLinear * ctx.irisArea /
+                             kFullScaleLuxSeconds * 65535.0 / ctx.headroom;
+        Factors f;
+        const auto factor = [](double perReflectance) {
+            // Signal per 1/65535 of reflectance, as 1/4096 per 12-bit step;
+            // capped at 8 full scales per unit reflectance, far beyond the clip.
+            return static_cast<int32_t>(std::min(perReflectance * 16.0 * 4096.0, 524287.0));
+        };
+        for (int k = 0; k < kClassCount; ++k) {
+            for (int c = 0; c < 3; ++c) {
+                f.mul[k][c] = factor(ctx.classMul[k][c] * units / 65535.0);
+                f.add[k][c] = static_cast<int32_t>(std::min(ctx.classAdd[k][c] * units, 524287.0));
+            }
+            f.ir[k] = factor(ctx.classIr[k] * units / 65535.0);
+        }
+        f.width = sc.width;
+        f.height = sc.height;
+        f.zoom = sc.zoom;
+        if (!(f == m_factors)) {
+            m_factors = f;
+            drawClean(sc);
+        }
+
+        float ballU, ballV, ballR;
+        ballAt(ctx.frameNumber, ballU, ballV, ballR);
+        const float bx = sc.xOf(ballU) - sc.margin - ctx.offsetX;
+        const float by = sc.yOf(ballV) - sc.margin - ctx.offsetY;
+        const float br = static_cast<float>(ballR * ctx.height * ctx.zoomRatio);
+
+        const int16_t* noise = noiseTable();
+        const uint32_t frame = static_cast<uint32_t>(ctx.frameNumber);
+        const int w = ctx.width;
+        const size_t rowLen = static_cast<size_t>(w) * 3;
+        // The noise's standard deviation per level, with the table's 1/1024
+        // folded in.
+        const float a = ctx.noiseA / 1024.0f;
+        const float b = ctx.noiseB / 1024.0f;
+        for (int y = 0; y < ctx.height; ++y) {
+            const size_t srcRow = static_cast<size_t>(y + sc.margin + ctx.offsetY) * sc.stride +
+                                  sc.margin + ctx.offsetX;
+            const uint16_t* __restrict clean = m_clean.data() + srcRow * 3;
+            const int16_t* __restrict rowNoise =
+                noise + rowHash(static_cast<uint32_t>(y), frame) % kNoiseSamples;
+            uint16_t* __restrict dst = ctx.linear->data() + y * rowLen;
+            captureRow(clean, rowNoise, dst, rowLen, a, b);
+            // The ball's span on this row, if it crosses it.
+            const float dy = y + 0.5f - by;
+            if (dy * dy >= br * br)
+                continue;
+            const float half = std::sqrt(br * br - dy * dy);
+            const int from = std::clamp(static_cast<int>(std::ceil(bx - half - 0.5f)), 0, w);
+            const int to = std::clamp(static_cast<int>(std::floor(bx + half - 0.5f)) + 1, from, w);
+            for (int x = from; x < to; ++x) {
+                const int32_t irPart = (kBallIr >> 4) * f.ir[kMedium] >> 12;
+                for (int c = 0; c < 3; ++c) {
+                    int32_t v = (kBallRefl[c] >> 4) * f.mul[kMedium][c] >> 12;
+                    v = std::min(v + f.add[kMedium][c] + irPart, 65535);
+                    dst[x * 3 + c] = noisySample(static_cast<float>(v), rowNoise[x * 3 + c], a, b);
+                }
+            }
+        }
+    }
+
+    size_t memoryBytes() const override { return m_clean.capacity() * sizeof(uint16_t); }
+
+private:
+    static constexpr uint16_t kBallRefl[3] = {static_cast<uint16_t>(0.70 * 65535),
+                                              static_cast<uint16_t>(0.12 * 65535),
+                                              static_cast<uint16_t>(0.08 * 65535)};
+    static constexpr uint16_t kBallIr = static_cast<uint16_t>(0.35 * 65535);
+
+    // What the noise-free signal depends on.
+    struct Factors {
+        int32_t mul[kClassCount][3] = {};
+        int32_t add[kClassCount][3] = {};
+        int32_t ir[kClassCount] = {};
+        int width = 0;
+        int height = 0;
+        double zoom = 0;
+        bool operator==(const Factors& o) const {
+            return width == o.width && height == o.height && zoom == o.zoom &&
+                   std::memcmp(mul, o.mul, sizeof(mul)) == 0 &&
+                   std::memcmp(add, o.add, sizeof(add)) == 0 &&
+                   std::memcmp(ir, o.ir, sizeof(ir)) == 0;
+        }
+    };
+
+    // Integer arithmetic throughout: a reflectance (16 bits, used as 12)
+    // times a class factor in 1/4096 gives the signal.
+    void drawClean(const SceneCache& sc) {
+        const Factors& f = m_factors;
+        const size_t samples = sc.cls.size();
+        m_clean.resize(samples * 3);
+        for (size_t i = 0; i < samples; ++i) {
+            const int k = sc.cls[i];
+            const int32_t irPart = (sc.ir[i] >> 4) * f.ir[k] >> 12;
+            for (int c = 0; c < 3; ++c) {
+                int32_t v = (sc.refl[i * 3 + c] >> 4) * f.mul[k][c] >> 12;
+                v = std::min(v + f.add[k][c] + irPart, 65535);
+                m_clean[i * 3 + c] = static_cast<uint16_t>(v);
+            }
+        }
+    }
+
+    Factors m_factors;
+    std::vector<uint16_t> m_clean;
+};
+
+} // namespace
+
+std::unique_ptr<Stage> makeSceneLightStage() {
+    return std::make_unique<SceneLightStage>();
+}
+
+} // namespace vsensor
+} // namespace sim

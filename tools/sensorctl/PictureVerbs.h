@@ -1,0 +1,46 @@
+// The shell's verbs over the simulated camera's picture: a snapshot as JPEG,
+// the scene's light, fog and shake, the frame size and the frame statistics.
+// They live beside the shell, which lists them before its help.
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+namespace sensorctl {
+
+class Camera;
+
+// What a picture verb works with: the camera, the words after the verb (and
+// the whole rest of the line, for paths with blanks), the shell's output for
+// listed lines, and the error it fills when it fails.
+struct VerbContext {
+    Camera& camera;
+    const std::vector<std::string>& args;
+    const std::string& rest;
+    std::ostream& out;
+    std::string& error;
+};
+
+struct PictureVerb {
+    const char* szName;
+    const char* szUsage;
+    int nMinArgs;
+    int nMaxArgs; // -1: the rest of the line is one text
+    const char* szHelp;
+    // Fills the result (the text after "= ") or the error; false on error.
+    bool (*fn)(VerbContext& context, std::string& result);
+};
+
+const std::vector<PictureVerb>& pictureVerbs();
+
+// A decimal number, all of the text, finite; false otherwise.
+bool parseDecimal(const std::string& text, double& value);
+
+// "WIDTHxHEIGHT" as two decimal integers; false for any other text.
+bool parseFrameSize(const std::string& text, int& width, int& height);
+
+// The shutter as the list names it: "1/50 s".
+std::string shutterText(unsigned shutter);
+
+} // namespace sensorctl
