@@ -616,6 +616,7 @@ int runServe(Camera& camera, const ServeOptions& options) {
     server.set_socket_options([](socket_t sock) {
         int nYes = 1;
         ::setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &nYes, sizeof(nYes));
+        VideoService::boundSendBuffer(sock);
     });
     server.set_write_timeout(5, 0);
     Console console(camera);

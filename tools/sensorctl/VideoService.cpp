@@ -384,11 +384,11 @@ void VideoService::install(httplib::Server& server) {
     server.Post("/api/size", bind(&Impl::postSize));
     for (const char* szPath : {"/api/light", "/api/fog", "/api/shake", "/api/size"})
         server.Get(szPath, wrongMethod("POST"));
-    server.set_socket_options([](socket_t sock) {
-        httplib::default_socket_options(sock);
-        const int nBytes = kSendBufferBytes;
-        ::setsockopt(sock, SOL_SOCKET, SO_SNDBUF, &nBytes, sizeof(nBytes));
-    });
+}
+
+void VideoService::boundSendBuffer(int sock) {
+    const int nBytes = kSendBufferBytes;
+    ::setsockopt(sock, SOL_SOCKET, SO_SNDBUF, &nBytes, sizeof(nBytes));
 }
 
 } // namespace sensorctl
@@ -401,6 +401,7 @@ struct VideoService::Impl {};
 VideoService::VideoService(Camera&) {}
 VideoService::~VideoService() = default;
 void VideoService::install(httplib::Server&) {}
+void VideoService::boundSendBuffer(int) {}
 
 } // namespace sensorctl
 

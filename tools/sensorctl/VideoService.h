@@ -36,6 +36,12 @@ public:
     // stops (between two frames), before it joins its threads.
     void install(httplib::Server& server);
 
+    // Bounds a socket's kernel send buffer, so that a stalled viewer holds
+    // about one frame in the kernel before frames are skipped. The server's
+    // one socket-options hook calls it for the listening socket, whose
+    // accepted connections take it.
+    static void boundSendBuffer(int sock);
+
 private:
     struct Impl;
     std::unique_ptr<Impl> m_pImpl;
