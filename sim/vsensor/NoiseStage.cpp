@@ -56,16 +56,18 @@ void blendBox2(const uint16_t* __restrict src, const uint32_t* __restrict sums,
 }
 
 // Blends a row towards the last frame's by k / 256 where the two are within
-// a sqrt(p) + b of each other (three times the noise and a small floor);
-// without a branch, as noise makes the test unpredictable.
+// a sqrt(p) + b of each other (three times the noise and a small floor),
+// tested as (|d| - b)^2 < a^2 p, without a root; without a branch, as noise
+// makes the test unpredictable.
 VSENSOR_ROW_KERNEL
 void temporalRow(uint16_t* __restrict out, const uint16_t* __restrict prev, size_t count, float a,
                  float b, int32_t k) {
+    const float a2 = a * a;
     for (size_t i = 0; i < count; ++i) {
         const int32_t p = out[i];
         const int32_t d = static_cast<int32_t>(prev[i]) - p;
-        const float limit = a * std::sqrt(static_cast<float>(p)) + b;
-        const int32_t still = std::fabs(static_cast<float>(d)) < limit ? 1 : 0;
+        const float e = static_cast<float>(d < 0 ? -d : d) - b;
+        const int32_t still = (e < 0.0f) | (e * e < a2 * static_cast<float>(p));
         out[i] = static_cast<uint16_t>(p + still * ((d * k) >> 8));
     }
 }
