@@ -8,7 +8,6 @@
 // down, 3 does both.
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
 #include "sim/vsensor/Stage.h"
 

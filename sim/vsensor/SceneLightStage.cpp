@@ -209,6 +209,7 @@ private:
     // Integer arithmetic throughout: a reflectance (16 bits, used as 12)
     // times a class factor in 1/4096 gives the signal.
     void drawClean(const SceneCache& sc) {
+
         const Factors& f = m_factors;
         const size_t samples = sc.cls.size();
         m_clean.resize(samples * 3);
