@@ -38,6 +38,13 @@ void addToSums(uint32_t* __restrict sums, const uint16_t* __restrict row, size_t
         sums[i] += row[i];
 }
 
+VSENSOR_ROW_KERNEL
+void moveSums(uint32_t* __restrict sums, const uint16_t* __restrict entering,
+              const uint16_t* __restrict leaving, size_t count) {
+    for (size_t i = 0; i < count; ++i)
+        sums[i] += static_cast<uint32_t>(entering[i]) - leaving[i];
+}
+
 // Samples from..to of a row blended towards their 3x3 (blendBox1) or 5x5
 // (blendBox2) box, given the rows' sums down each column.
 VSENSOR_ROW_KERNEL
@@ -164,9 +171,16 @@ private:
         const int h = ctx.height;
         const uint16_t* lin = ctx.linear->data();
         uint32_t* __restrict sums = m_sums.data();
-        startSums(sums, lin + std::clamp(y - r, 0, h - 1) * rowLen, rowLen);
-        for (int j = -r + 1; j <= r; ++j)
-            addToSums(sums, lin + std::clamp(y + j, 0, h - 1) * rowLen, rowLen);
+        // The rows come in order: each row's column sums are the last row's
+        // with one row entering below and one leaving above.
+        if (y == 0) {
+            startSums(sums, lin + std::clamp(y - r, 0, h - 1) * rowLen, rowLen);
+            for (int j = -r + 1; j <= r; ++j)
+                addToSums(sums, lin + std::clamp(y + j, 0, h - 1) * rowLen, rowLen);
+        } else {
+            moveSums(sums, lin + std::min(y + r, h - 1) * rowLen,
+                     lin + std::max(y - r - 1, 0) * rowLen, rowLen);
+        }
         const uint16_t* __restrict src = lin + y * rowLen;
         uint16_t* __restrict out = m_row.data();
         const float inverse = 1.0f / static_cast<float>((2 * r + 1) * (2 * r + 1));
