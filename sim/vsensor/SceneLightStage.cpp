@@ -125,9 +125,9 @@ public:
     }
 
     // Two steps. The noise-free signal of the whole drawn scene (margin
-    // included) is kept while the light, exposure, size
-    // and zoom stay as they were (the usual case: exposure moves in 1/32
-    // stops and rests once it meets its target). Each frame then only reads
+    // included) is kept while the light, exposure, size and zoom stay as
+    // they were (the usual case: exposure moves in 1/32 stops and rests
+    // within 1/16 stop of its target). Each frame then only reads
     // its window of it, shifted by the shake, adds the frame's noise and
     // draws the moving ball.
     void process(FrameContext& ctx) override {
