@@ -58,7 +58,7 @@ void boxBlur(const uint16_t* src, uint16_t* dst, int w, int h, int r,
     scratch.resize(count);
     const size_t rowLen = static_cast<size_t>(w) * 3;
     if (r <= 2 && w > 2 * r + 1) {
-        // Narrow boxes (the noise reduction's) as direct sums, which the
+        // Narrow boxes (the slightest defocus) as direct sums, which the
         // vectoriser can take; the mean in 1/16384 (exact to 0.03 %).
         const uint32_t inverse = 16384 / static_cast<uint32_t>(2 * r + 1) + 1;
         const size_t edge = static_cast<size_t>(r) * 3;

@@ -1,5 +1,6 @@
-// Box blurs of the linear RGB picture, shared by the lens and the noise
-// reduction: separable running sums, edges repeated.
+// Box blurs of the whole linear RGB picture, for the lens's focus blur:
+// separable running sums, edges repeated. (The noise reduction blurs row by
+// row as the rows pass; see NoiseStage.cpp.)
 #pragma once
 
 #include <cstdint>

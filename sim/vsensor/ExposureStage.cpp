@@ -12,7 +12,7 @@
 // compensation (KEY_HLC_SWITCH, KEY_HLC_STRG) ignores burnt-out light and
 // compresses the highlights above 60% of the output. Each frame the exposure
 // moves by 60% of the error in stops, at most 1.5 stops, in steps of 1/32
-// stop (so that it rests once within a step of the target).
+// stop, and rests while the level is within 1/16 stop of the target.
 #include <algorithm>
 #include <cmath>
 
@@ -31,6 +31,8 @@ constexpr double kShortestShutter = 1.0 / 10000;
 constexpr double kSmallestIris = 1.0 / 32;
 // The mean reflectance the first frame's exposure assumes.
 constexpr double kSceneMean = 0.25;
+// The auto exposure rests while the level is within this many stops of the target.
+constexpr double kRestBand = 1.0 / 16;
 
 class ExposureStage : public Stage {
 public:
@@ -160,9 +162,13 @@ public:
         ctx.state.darkFloor = std::min(1.0, floorBin / 511.0);
 
         if (isp.value(KEY_EXPOSE_MODE, 0) != 3) {
-            // In steps of 1/32 stop, resting within a step of the target.
+            // In steps of 1/32 stop, resting once within 1/16 stop of the
+            // target: the meter's own jitter (noise, shake, the moving ball)
+            // then leaves the exposure, and the capture's drawn signal, alone.
             const double error = std::log2(kTargetLevel / std::max(measured, 1e-6));
-            const double move = std::round(std::clamp(0.6 * error, -1.5, 1.5) * 32.0) / 32.0;
+            const double move = std::fabs(error) < kRestBand
+                                    ? 0.0
+                                    : std::round(std::clamp(0.6 * error, -1.5, 1.5) * 32.0) / 32.0;
             ctx.state.exposureEv += move;
         }
     }

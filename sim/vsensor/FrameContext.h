@@ -99,8 +99,16 @@ struct FrameContext {
     std::function<const uint16_t*(int y)> linearRow;
     // Row y in 8-bit RGB after tone and colour, into dst.
     std::function<void(int y, uint8_t* dst)> toneRow;
-    // Puts the finished row y into the frame (where the mirror sends it).
-    std::function<void(int y, const uint8_t* row)> placeRow;
+    // The mirror (decided in prepare): rows reversed left to right as the
+    // tone stage reads them (every step after is symmetric, so the picture
+    // is the same as reflecting the finished frame), and placed upside down.
+    bool mirrorLeftRight = false;
+    bool mirrorUpsideDown = false;
+    // Where the finished row y goes in the frame.
+    uint8_t* outRow(int y) const {
+        const int row = mirrorUpsideDown ? height - 1 - y : y;
+        return out->data() + static_cast<size_t>(row) * width * 3;
+    }
 };
 
 // The conversion of the sensor's units: full scale at 4 lux-seconds of

@@ -8,7 +8,6 @@
 // down, 3 does both.
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
 #include "sim/vsensor/Stage.h"
 
@@ -51,29 +50,12 @@ class MirrorStage : public Stage {
 public:
     const char* name() const override { return "mirror"; }
 
-    // Each finished row goes straight to its reflected place.
+    // Decides only: the tone stage reads each row reversed, the sharpening
+    // stage places it upside down.
     void prepare(FrameContext& ctx) override {
         const uint32_t mirror = ctx.isp.value(KEY_MIRROR, 0);
-        if (mirror < 1 || mirror > 3)
-            return;
-        const bool leftRight = mirror == 1 || mirror == 3;
-        const bool upsideDown = mirror == 2 || mirror == 3;
-        const int w = ctx.width;
-        const int h = ctx.height;
-        const size_t rowLen = static_cast<size_t>(w) * 3;
-        ctx.placeRow = [&ctx, leftRight, upsideDown, w, h, rowLen](int y, const uint8_t* from) {
-            uint8_t* __restrict to = ctx.out->data() + (upsideDown ? h - 1 - y : y) * rowLen;
-            if (!leftRight) {
-                std::memcpy(to, from, rowLen);
-                return;
-            }
-            const uint8_t* __restrict s = from + rowLen - 3;
-            for (int x = 0; x < w; ++x, s -= 3) {
-                to[x * 3] = s[0];
-                to[x * 3 + 1] = s[1];
-                to[x * 3 + 2] = s[2];
-            }
-        };
+        ctx.mirrorLeftRight = mirror == 1 || mirror == 3;
+        ctx.mirrorUpsideDown = mirror == 2 || mirror == 3;
     }
 };
 

@@ -38,6 +38,13 @@ void addToSums(uint32_t* __restrict sums, const uint16_t* __restrict row, size_t
         sums[i] += row[i];
 }
 
+VSENSOR_ROW_KERNEL
+void moveSums(uint32_t* __restrict sums, const uint16_t* __restrict entering,
+              const uint16_t* __restrict leaving, size_t count) {
+    for (size_t i = 0; i < count; ++i)
+        sums[i] += static_cast<uint32_t>(entering[i]) - leaving[i];
+}
+
 // Samples from..to of a row blended towards their 3x3 (blendBox1) or 5x5
 // (blendBox2) box, given the rows' sums down each column.
 VSENSOR_ROW_KERNEL
@@ -56,16 +63,18 @@ void blendBox2(const uint16_t* __restrict src, const uint32_t* __restrict sums,
 }
 
 // Blends a row towards the last frame's by k / 256 where the two are within
-// a sqrt(p) + b of each other (three times the noise and a small floor);
-// without a branch, as noise makes the test unpredictable.
+// a sqrt(p) + b of each other (three times the noise and a small floor),
+// tested as (|d| - b)^2 < a^2 p, without a root; without a branch, as noise
+// makes the test unpredictable.
 VSENSOR_ROW_KERNEL
 void temporalRow(uint16_t* __restrict out, const uint16_t* __restrict prev, size_t count, float a,
                  float b, int32_t k) {
+    const float a2 = a * a;
     for (size_t i = 0; i < count; ++i) {
         const int32_t p = out[i];
         const int32_t d = static_cast<int32_t>(prev[i]) - p;
-        const float limit = a * std::sqrt(static_cast<float>(p)) + b;
-        const int32_t still = std::fabs(static_cast<float>(d)) < limit ? 1 : 0;
+        const float e = static_cast<float>(d < 0 ? -d : d) - b;
+        const int32_t still = (e < 0.0f) | (e * e < a2 * static_cast<float>(p));
         out[i] = static_cast<uint16_t>(p + still * ((d * k) >> 8));
     }
 }
@@ -162,9 +171,16 @@ private:
         const int h = ctx.height;
         const uint16_t* lin = ctx.linear->data();
         uint32_t* __restrict sums = m_sums.data();
-        startSums(sums, lin + std::clamp(y - r, 0, h - 1) * rowLen, rowLen);
-        for (int j = -r + 1; j <= r; ++j)
-            addToSums(sums, lin + std::clamp(y + j, 0, h - 1) * rowLen, rowLen);
+        // The rows come in order: each row's column sums are the last row's
+        // with one row entering below and one leaving above.
+        if (y == 0) {
+            startSums(sums, lin + std::clamp(y - r, 0, h - 1) * rowLen, rowLen);
+            for (int j = -r + 1; j <= r; ++j)
+                addToSums(sums, lin + std::clamp(y + j, 0, h - 1) * rowLen, rowLen);
+        } else {
+            moveSums(sums, lin + std::min(y + r, h - 1) * rowLen,
+                     lin + std::max(y - r - 1, 0) * rowLen, rowLen);
+        }
         const uint16_t* __restrict src = lin + y * rowLen;
         uint16_t* __restrict out = m_row.data();
         const float inverse = 1.0f / static_cast<float>((2 * r + 1) * (2 * r + 1));

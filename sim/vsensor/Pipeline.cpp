@@ -1,7 +1,5 @@
 #include "sim/vsensor/Pipeline.h"
 
-#include <cstring>
-
 namespace sim {
 namespace vsensor {
 
@@ -40,9 +38,6 @@ void Pipeline::render(const IspView& isp, const Conditions& conditions, uint64_t
     // The plain row steps; the stages that change a row replace them.
     const size_t rowLen = static_cast<size_t>(w) * 3;
     ctx.linearRow = [&ctx, rowLen](int y) { return ctx.linear->data() + y * rowLen; };
-    ctx.placeRow = [&ctx, rowLen](int y, const uint8_t* row) {
-        std::memcpy(ctx.out->data() + y * rowLen, row, rowLen);
-    };
     for (auto& stage : m_stages)
         stage->prepare(ctx);
     for (auto& stage : m_stages)

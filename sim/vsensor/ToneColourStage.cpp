@@ -75,6 +75,18 @@ void lookUpRow(const uint16_t* __restrict in, uint8_t* __restrict o, int pixels,
     }
 }
 
+VSENSOR_ROW_KERNEL
+void lookUpReversed(const uint16_t* __restrict in, uint8_t* __restrict o, int pixels,
+                    const uint8_t* __restrict lr, const uint8_t* __restrict lg,
+                    const uint8_t* __restrict lb) {
+    for (int i = 0; i < pixels; ++i) {
+        const uint16_t* p = in + (pixels - 1 - i) * 3;
+        o[i * 3] = lr[p[0] >> kLutShift];
+        o[i * 3 + 1] = lg[p[1] >> kLutShift];
+        o[i * 3 + 2] = lb[p[2] >> kLutShift];
+    }
+}
+
 // Chroma times sat / 256 about each pixel's luma.
 VSENSOR_ROW_KERNEL
 void saturateRow(uint8_t* __restrict o, int pixels, int32_t sat) {
@@ -132,14 +144,18 @@ public:
         m_sat = static_cast<int32_t>(
             std::lround(std::min<uint32_t>(100, ctx.isp.value(KEY_SATURATION, 50)) * 256.0 / 50.0));
         const int w = ctx.width;
-        ctx.toneRow = [this, &ctx, w](int y, uint8_t* dst) { toneRow(ctx.linearRow(y), dst, w); };
+        const bool reversed = ctx.mirrorLeftRight;
+        ctx.toneRow = [this, &ctx, w, reversed](int y, uint8_t* dst) {
+            toneRow(ctx.linearRow(y), dst, w, reversed);
+        };
     }
 
-    void toneRow(const uint16_t* in, uint8_t* __restrict o, int pixels) const {
+    // Row in (reversed left to right for the mirror) to 8 bits in o.
+    void toneRow(const uint16_t* in, uint8_t* __restrict o, int pixels, bool reversed) const {
         if (m_params.mono) {
             const uint8_t* lut = m_lut[0];
             for (int i = 0; i < pixels; ++i) {
-                const uint16_t* p = in + i * 3;
+                const uint16_t* p = in + (reversed ? pixels - 1 - i : i) * 3;
                 const uint32_t y = (19595u * p[0] + 38470u * p[1] + 7471u * p[2] + 32768u) >> 16;
                 const uint8_t v = lut[y >> kLutShift];
                 o[i * 3] = v;
@@ -150,7 +166,10 @@ public:
         }
         // The table look-ups alone, then the saturation over the row, which
         // the vectoriser can take.
-        lookUpRow(in, o, pixels, m_lut[0], m_lut[1], m_lut[2]);
+        if (reversed)
+            lookUpReversed(in, o, pixels, m_lut[0], m_lut[1], m_lut[2]);
+        else
+            lookUpRow(in, o, pixels, m_lut[0], m_lut[1], m_lut[2]);
         if (m_sat != 256)
             saturateRow(o, pixels, m_sat);
     }
