@@ -20,6 +20,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "tests/support/Loopback.h"
 #include "tests/support/ServeProcess.h"
 
 namespace {
@@ -27,35 +28,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using nlohmann::json;
 
-// A loopback connection with every wait bounded.
-int connectTo(int port) {
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    if (fd < 0)
-        return -1;
-    timeval tv{10, 0};
-    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
-    ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof(tv));
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_port = htons(static_cast<uint16_t>(port));
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0) {
-        ::close(fd);
-        return -1;
-    }
-    return fd;
-}
-
-bool sendAll(int fd, const std::string& data) {
-    size_t nSent = 0;
-    while (nSent < data.size()) {
-        const ssize_t n = ::send(fd, data.data() + nSent, data.size() - nSent, MSG_NOSIGNAL);
-        if (n <= 0)
-            return false;
-        nSent += static_cast<size_t>(n);
-    }
-    return true;
-}
+using testsupport::sendAll;
 
 // Reads until the text holds needle count times, the peer closes, or the
 // deadline passes.
@@ -90,7 +63,7 @@ struct Reply {
 Reply roundTrip(int port, const std::string& method, const std::string& path,
                 const std::string& body = "") {
     Reply reply;
-    const int fd = connectTo(port);
+    const int fd = testsupport::connectLoopback(port);
     if (fd < 0)
         return reply;
     std::string req = method + " " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n";
@@ -140,7 +113,7 @@ protected:
         return false;
     }
     int openStream() {
-        const int fd = connectTo(m_nPort);
+        const int fd = testsupport::connectLoopback(m_nPort);
         if (fd >= 0)
             sendAll(fd, "GET /video.mjpg HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n");
         return fd;

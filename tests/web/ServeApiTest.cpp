@@ -23,6 +23,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "tests/support/Loopback.h"
 #include "tests/support/ServeProcess.h"
 #include "tests/support/ToolProcess.h"
 
@@ -41,27 +42,10 @@ struct Reply {
 // timeout.
 Reply roundTrip(int port, const std::string& request) {
     Reply reply;
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    const int fd = testsupport::connectLoopback(port);
     if (fd < 0)
         return reply;
-    timeval tv{10, 0};
-    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
-    ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof(tv));
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_port = htons(static_cast<uint16_t>(port));
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0) {
-        ::close(fd);
-        return reply;
-    }
-    size_t nSent = 0;
-    while (nSent < request.size()) {
-        const ssize_t n = ::send(fd, request.data() + nSent, request.size() - nSent, MSG_NOSIGNAL);
-        if (n <= 0)
-            break;
-        nSent += static_cast<size_t>(n);
-    }
+    (void)testsupport::sendAll(fd, request);
     // Read one whole answer: a request without "Connection: close" would
     // otherwise wait out the server's keep-alive time.
     std::string raw;
