@@ -74,12 +74,14 @@ TEST(SensorctlCommandLine, BadNumbersAreRefusedWithExitCode2) {
 // finds no room for them and reports it. The detail is the library's to
 // read, so the command line lets it through; the camera then must not run.
 const char* const kNoRoomDetail = "(sensor=IMX327)(lens=fixed)(max_scheme=4000000000)";
-// Under AddressSanitizer the refused allocation must come back empty, as it
-// does from the C library, rather than end the process.
-const std::vector<std::string> kNullOnNoRoom = {
-    std::string("ASAN_OPTIONS=") +
-    (std::getenv("ASAN_OPTIONS") ? std::getenv("ASAN_OPTIONS") : "") +
-    ":allocator_may_return_null=1"};
+// Under a sanitizer the refused allocation must come back empty, as it does
+// from the C library, rather than end the process.
+std::string withNullOnNoRoom(const char* p_szVariable) {
+    const char* szNow = std::getenv(p_szVariable);
+    return std::string(p_szVariable) + "=" + (szNow ? szNow : "") + ":allocator_may_return_null=1";
+}
+const std::vector<std::string> kNullOnNoRoom = {withNullOnNoRoom("ASAN_OPTIONS"),
+                                                withNullOnNoRoom("TSAN_OPTIONS")};
 
 TEST(SensorctlCommandLine, ShellOfACameraThatDidNotStartSaysSoAndAnswersNothing) {
     const ToolRun run = runSensorctl({"shell", "--time-scale", "0.001", "--detail", kNoRoomDetail},
