@@ -324,15 +324,6 @@ uint32_t Isp::dayNightState(int channel) const {
     return m_pImpl->dayNightState(channel);
 }
 
-std::map<int, std::vector<uint32_t>> Isp::channelValues(int channel) const {
-    std::lock_guard<std::mutex> lock(m_pImpl->mutex);
-    std::map<int, std::vector<uint32_t>> out;
-    for (auto it = m_pImpl->values.lower_bound({channel, INT32_MIN});
-         it != m_pImpl->values.end() && it->first.first == channel; ++it)
-        out.emplace(it->first.second, it->second);
-    return out;
-}
-
 Isp::ChannelSnapshot Isp::snapshot(int channel) const {
     std::lock_guard<std::mutex> lock(m_pImpl->mutex);
     ChannelSnapshot snap;

@@ -87,9 +87,6 @@ public:
     uint32_t decidedDayNight(int channel) const;
     // The state command 153 reports now: the forced one, else the decided one.
     uint32_t dayNightState(int channel) const;
-    // A copy of every value a channel holds, by command (the words as stored),
-    // taken under one lock: what the virtual sensor reads once per frame.
-    std::map<int, std::vector<uint32_t>> channelValues(int channel) const;
     struct ChannelSnapshot {
         std::map<int, std::vector<uint32_t>> values;
         std::map<int, uint64_t> serials; // larger: set later (by a call or setValue/setRecord)

@@ -17,9 +17,6 @@ namespace sensorctl {
 
 namespace {
 
-// Snapshots are for looking at: a quality where JPEG's blocks do not show.
-constexpr int kSnapshotQuality = 90;
-
 sim::VirtualSensor& sensorOf(VerbContext& c) {
     return sim::VirtualSensor::forChannel(c.camera.ispChannel());
 }

@@ -9,6 +9,10 @@
 
 namespace sensorctl {
 
+// The JPEG quality of a still, the shell's snapshot and the console's: a
+// quality where JPEG's blocks do not show.
+constexpr int kSnapshotQuality = 90;
+
 class Camera;
 
 // What a picture verb works with: the camera, the words after the verb (and

@@ -17,6 +17,7 @@
 
 #include "Camera.h"
 #include "PictureVerbs.h"
+#include "ToolInput.h"
 #include "controller/SensorKeys.h"
 #include "sim/SimIsp.h"
 #include "sim/VirtualSensor.h"
@@ -30,7 +31,6 @@ using nlohmann::json;
 // A stream frame is looked at once and replaced: a lighter quality than a
 // snapshot's keeps the stream within a loopback's and a phone's means.
 constexpr int kStreamQuality = 75;
-constexpr int kSnapshotQuality = 90;
 constexpr const char* kBoundary = "sensorctlframe";
 // How long a viewer waits for a frame before looking again; the server ends
 // a stream between two looks when it stops.
@@ -283,7 +283,7 @@ struct VideoService::Impl {
     // The scene the sensor films. Bodies are plain text like the settings
     // API's: a number, "clock" for the light, WIDTHxHEIGHT for the size.
     void postLight(const httplib::Request& req, httplib::Response& res) {
-        const std::string strBody = trimmed(req.body);
+        const std::string strBody = withoutBlanks(req.body).strText;
         std::string strError;
         sim::VirtualSensor& s = sensor();
         double dLux = 0;
@@ -303,7 +303,7 @@ struct VideoService::Impl {
     void postNumber(const httplib::Request& req, httplib::Response& res, const char* szName,
                     bool (sim::VirtualSensor::*set)(double, std::string&),
                     double (sim::VirtualSensor::*get)() const) {
-        const std::string strBody = trimmed(req.body);
+        const std::string strBody = withoutBlanks(req.body).strText;
         double d = 0;
         std::string strError;
         if (!parseDecimal(strBody, d)) {
@@ -318,7 +318,7 @@ struct VideoService::Impl {
     }
 
     void postSize(const httplib::Request& req, httplib::Response& res) {
-        const std::string strBody = trimmed(req.body);
+        const std::string strBody = withoutBlanks(req.body).strText;
         int w = 0, h = 0;
         std::string strError;
         if (!parseFrameSize(strBody, w, h)) {
@@ -330,14 +330,6 @@ struct VideoService::Impl {
             return;
         }
         sendJson(res, {{"width", sensor().width()}, {"height", sensor().height()}});
-    }
-
-    static std::string trimmed(const std::string& text) {
-        const size_t nStart = text.find_first_not_of(" \t\r\n");
-        if (nStart == std::string::npos)
-            return "";
-        const size_t nEnd = text.find_last_not_of(" \t\r\n");
-        return text.substr(nStart, nEnd - nStart + 1);
     }
 
     Camera& m_camera;
