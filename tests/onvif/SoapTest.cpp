@@ -39,13 +39,6 @@ protected:
     SoapEndpoint m_endpoint;
 };
 
-// A SOAP 1.2 fault whose code or one of whose subcodes is p_strSub, read
-// with an XML parser.
-bool hasFault(const HttpReply& r, const std::string& p_strSub) {
-    const soapcheck::Answer answer(r.body);
-    return answer.isFault() && answer.hasCode(p_strSub);
-}
-
 // The worked example of the ONVIF Application Programmer's Guide (user token
 // profile): nonce, Created and password give this PasswordDigest.
 const char* const kExampleNonce = "LKqI6G/AikKCQrN0zqZFlg==";
@@ -105,8 +98,8 @@ TEST_F(SoapTest, AnOpenOperationNeedsNoCredentials) {
 TEST_F(SoapTest, AMissingHeaderIsNotAuthorized) {
     const HttpReply r = m_endpoint.handle(kPath, envelope("", "<Echo xmlns=\"urn:x\"/>"));
     EXPECT_EQ(400, r.status);
-    EXPECT_TRUE(hasFault(r, "env:Sender"));
-    EXPECT_TRUE(hasFault(r, "ter:NotAuthorized"));
+    EXPECT_TRUE(soapcheck::isFaultWith(r.body, "env:Sender"));
+    EXPECT_TRUE(soapcheck::isFaultWith(r.body, "ter:NotAuthorized"));
     EXPECT_EQ(0, m_nCalls.load());
 }
 
@@ -115,7 +108,7 @@ TEST_F(SoapTest, AWrongPasswordIsNotAuthorized) {
         m_endpoint.handle(kPath, envelope(securityHeader("n-wrong", kNow, kUser, "guess"),
                                           "<Echo xmlns=\"urn:x\"/>"));
     EXPECT_EQ(400, r.status);
-    EXPECT_TRUE(hasFault(r, "ter:NotAuthorized"));
+    EXPECT_TRUE(soapcheck::isFaultWith(r.body, "ter:NotAuthorized"));
     EXPECT_EQ(0, m_nCalls.load());
 }
 
@@ -124,7 +117,7 @@ TEST_F(SoapTest, AWrongUserIsNotAuthorized) {
         m_endpoint.handle(kPath, envelope(securityHeader("n-user", kNow, "root", kPassword),
                                           "<Echo xmlns=\"urn:x\"/>"));
     EXPECT_EQ(400, r.status);
-    EXPECT_TRUE(hasFault(r, "ter:NotAuthorized"));
+    EXPECT_TRUE(soapcheck::isFaultWith(r.body, "ter:NotAuthorized"));
 }
 
 TEST_F(SoapTest, ACreatedTimeOutsideTheWindowIsNotAuthorized) {
@@ -147,7 +140,7 @@ TEST_F(SoapTest, AReplayedNonceIsNotAuthorized) {
     EXPECT_EQ(200, m_endpoint.handle(kPath, request).status);
     const HttpReply r = m_endpoint.handle(kPath, request);
     EXPECT_EQ(400, r.status);
-    EXPECT_TRUE(hasFault(r, "ter:NotAuthorized"));
+    EXPECT_TRUE(soapcheck::isFaultWith(r.body, "ter:NotAuthorized"));
     EXPECT_EQ(1, m_nCalls.load());
 }
 
@@ -163,16 +156,17 @@ TEST_F(SoapTest, APlainTextPasswordIsRefused) {
 TEST_F(SoapTest, AnUnknownOperationIsActionNotSupported) {
     const HttpReply r = m_endpoint.handle(kPath, authed("<Nope xmlns=\"urn:x\"/>"));
     EXPECT_EQ(500, r.status);
-    EXPECT_TRUE(hasFault(r, "env:Receiver"));
-    EXPECT_TRUE(hasFault(r, "ter:ActionNotSupported"));
+    EXPECT_TRUE(soapcheck::isFaultWith(r.body, "env:Receiver"));
+    EXPECT_TRUE(soapcheck::isFaultWith(r.body, "ter:ActionNotSupported"));
     EXPECT_FALSE(m_endpoint.hasService("/onvif/other"));
-    EXPECT_TRUE(hasFault(m_endpoint.handle("/onvif/other", authed("<Echo xmlns=\"urn:x\"/>")),
-                         "ter:ActionNotSupported"));
+    EXPECT_TRUE(
+        soapcheck::isFaultWith(m_endpoint.handle("/onvif/other", authed("<Echo xmlns=\"urn:x\"/>")),
+                               "ter:ActionNotSupported"));
 }
 
 TEST_F(SoapTest, AnUnknownOperationWithoutCredentialsIsNotAuthorized) {
-    EXPECT_TRUE(hasFault(m_endpoint.handle(kPath, envelope("", "<Nope xmlns=\"urn:x\"/>")),
-                         "ter:NotAuthorized"));
+    EXPECT_TRUE(soapcheck::isFaultWith(
+        m_endpoint.handle(kPath, envelope("", "<Nope xmlns=\"urn:x\"/>")), "ter:NotAuthorized"));
 }
 
 TEST_F(SoapTest, AHandlerFaultIsTheFaultEnvelope) {
@@ -193,14 +187,14 @@ TEST_F(SoapTest, MalformedXmlIsNotWellFormed) {
                       "soap-envelope\"><s:Body/></s:Envelope>")}) {
         const HttpReply r = m_endpoint.handle(kPath, body);
         EXPECT_EQ(400, r.status) << body;
-        EXPECT_TRUE(hasFault(r, "ter:WellFormed")) << body;
+        EXPECT_TRUE(soapcheck::isFaultWith(r.body, "ter:WellFormed")) << body;
     }
     EXPECT_EQ(0, m_nCalls.load());
 }
 
 TEST_F(SoapTest, AnEmptyBodyIsNotWellFormed) {
-    EXPECT_TRUE(hasFault(m_endpoint.handle(kPath, ""), "ter:WellFormed"));
-    EXPECT_TRUE(hasFault(m_endpoint.handle(kPath, " \r\n"), "ter:WellFormed"));
+    EXPECT_TRUE(soapcheck::isFaultWith(m_endpoint.handle(kPath, ""), "ter:WellFormed"));
+    EXPECT_TRUE(soapcheck::isFaultWith(m_endpoint.handle(kPath, " \r\n"), "ter:WellFormed"));
 }
 
 TEST_F(SoapTest, AnOversizeBodyIsRefusedUnparsed) {
@@ -208,7 +202,7 @@ TEST_F(SoapTest, AnOversizeBodyIsRefusedUnparsed) {
                              std::string(m_endpoint.limits().maxBody, 'x') + "</Value></Echo>");
     const HttpReply r = m_endpoint.handle(kPath, big);
     EXPECT_EQ(400, r.status);
-    EXPECT_TRUE(hasFault(r, "ter:WellFormed"));
+    EXPECT_TRUE(soapcheck::isFaultWith(r.body, "ter:WellFormed"));
     EXPECT_EQ(0, m_nCalls.load());
 }
 
@@ -219,7 +213,7 @@ TEST_F(SoapTest, DeepNestingIsRefused) {
     const HttpReply r =
         m_endpoint.handle(kPath, authed("<Echo xmlns=\"urn:x\">" + deep + "</Echo>"));
     EXPECT_EQ(400, r.status);
-    EXPECT_TRUE(hasFault(r, "ter:WellFormed"));
+    EXPECT_TRUE(soapcheck::isFaultWith(r.body, "ter:WellFormed"));
     // Nesting within the limit, with a '>' in an attribute and a comment, passes.
     EXPECT_EQ(200, m_endpoint
                        .handle(kPath, authed("<Echo xmlns=\"urn:x\" a=\"x>y\"><!-- <<< -->"
@@ -232,7 +226,7 @@ TEST_F(SoapTest, ASoap11EnvelopeIsAVersionMismatch) {
         kPath, "<s:Envelope xmlns:s=\"http://schemas.xmlsoap.org/soap/envelope/\"><s:Body>"
                "<Open xmlns=\"urn:x\"/></s:Body></s:Envelope>");
     EXPECT_EQ(500, r.status);
-    EXPECT_TRUE(hasFault(r, "env:VersionMismatch"));
+    EXPECT_TRUE(soapcheck::isFaultWith(r.body, "env:VersionMismatch"));
 }
 
 TEST_F(SoapTest, SixteenConcurrentClientsAreEachAnswered) {
@@ -309,7 +303,7 @@ TEST(SoapText, ThePublishedExampleTokenIsAcceptedAndAChangedDigestIsNot) {
     wrong[0] = 'u';
     const HttpReply refused = endpoint.handle(kPath, exampleRequest(wrong));
     EXPECT_EQ(400, refused.status);
-    EXPECT_TRUE(hasFault(refused, "ter:NotAuthorized")) << refused.body;
+    EXPECT_TRUE(soapcheck::isFaultWith(refused.body, "ter:NotAuthorized")) << refused.body;
     const HttpReply r = endpoint.handle(kPath, exampleRequest(kExampleDigest));
     EXPECT_EQ(200, r.status) << r.body;
     EXPECT_FALSE(soapcheck::Answer(r.body).isFault()) << r.body;
@@ -359,7 +353,7 @@ TEST_F(SoapTest, ABodyCutInsideAUtf8SequenceIsNotWellFormed) {
     const std::string body = authed("<Echo xmlns=\"urn:x\"><Value>a") + "</Value></Echo>\xF0";
     const HttpReply r = m_endpoint.handle(kPath, body);
     EXPECT_EQ(400, r.status);
-    EXPECT_TRUE(hasFault(r, "ter:WellFormed"));
+    EXPECT_TRUE(soapcheck::isFaultWith(r.body, "ter:WellFormed"));
 }
 
 TEST(SoapCheck, OnlyASoap12FaultFirstInTheBodyIsAFault) {

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <string>
 
 namespace testsupport {
@@ -43,6 +44,25 @@ inline bool sendAll(int fd, const std::string& data) {
         nSent += static_cast<size_t>(n);
     }
     return true;
+}
+
+// One HTTP answer as the wire carried it.
+struct HttpReply {
+    int status = 0; // 0: no answer at all
+    std::string headers;
+    std::string body;
+};
+
+// Splits a whole answer; status 0 when it is not one.
+inline HttpReply parseHttpReply(const std::string& raw) {
+    HttpReply reply;
+    const size_t nHeadEnd = raw.find("\r\n\r\n");
+    if (raw.compare(0, 9, "HTTP/1.1 ") != 0 || nHeadEnd == std::string::npos)
+        return reply;
+    reply.status = std::atoi(raw.c_str() + 9);
+    reply.headers = raw.substr(0, nHeadEnd);
+    reply.body = raw.substr(nHeadEnd + 4);
+    return reply;
 }
 
 } // namespace testsupport

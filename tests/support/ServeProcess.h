@@ -22,6 +22,52 @@ extern char** environ;
 
 namespace testsupport {
 
+// The sensorctl of this build and its arguments; under an emulator (a cross
+// build) the emulator starts the program.
+inline std::vector<std::string> sensorctlCommand(const std::vector<std::string>& arguments) {
+    std::vector<std::string> args;
+    std::istringstream emulator(std::getenv("SENSOR_EMULATOR") ? std::getenv("SENSOR_EMULATOR")
+                                                               : "");
+    for (std::string word; emulator >> word;)
+        args.push_back(word);
+    args.push_back(std::string(SENSOR_BINARY_DIR) + "/tools/sensorctl/sensorctl");
+    args.insert(args.end(), arguments.begin(), arguments.end());
+    return args;
+}
+
+// This process's environment for a sensorctl child: SENSORCTL_DATA is the
+// sample tree, SENSOR_ROOT is never passed on, and a NAME=VALUE of extraEnv
+// takes the place of the inherited one.
+inline std::vector<std::string>
+sensorctlEnvironment(const std::vector<std::string>& extraEnv = {}) {
+    auto overridden = [&extraEnv](const char* szEntry) {
+        for (const std::string& extra : extraEnv) {
+            const size_t nName = extra.find('=') + 1;
+            if (std::strncmp(szEntry, extra.c_str(), nName) == 0)
+                return true;
+        }
+        return false;
+    };
+    std::vector<std::string> env;
+    for (char** e = environ; *e; ++e)
+        if (std::strncmp(*e, "SENSOR_ROOT=", 12) != 0 &&
+            std::strncmp(*e, "SENSORCTL_DATA=", 15) != 0 && !overridden(*e))
+            env.emplace_back(*e);
+    env.push_back(std::string("SENSORCTL_DATA=") + SENSOR_SOURCE_DIR + "/data/device");
+    env.insert(env.end(), extraEnv.begin(), extraEnv.end());
+    return env;
+}
+
+// The null-terminated pointer array posix_spawn takes, over texts that
+// outlive it.
+inline std::vector<char*> spawnArray(std::vector<std::string>& texts) {
+    std::vector<char*> out;
+    for (std::string& t : texts)
+        out.push_back(&t[0]);
+    out.push_back(nullptr);
+    return out;
+}
+
 class ServeProcess {
 public:
     ServeProcess() = default;
@@ -41,30 +87,11 @@ public:
         ::close(fd);
         m_strLog = szLog;
 
-        const std::string strBinary = std::string(SENSOR_BINARY_DIR) + "/tools/sensorctl/sensorctl";
-        // Under an emulator (a cross build) the emulator starts the program.
-        std::vector<std::string> args;
-        std::istringstream emulator(std::getenv("SENSOR_EMULATOR") ? std::getenv("SENSOR_EMULATOR")
-                                                                   : "");
-        for (std::string word; emulator >> word;)
-            args.push_back(word);
-        args.insert(args.end(), {strBinary, "serve", "--port", "0"});
+        std::vector<std::string> args = sensorctlCommand({"serve", "--port", "0"});
         args.insert(args.end(), extra.begin(), extra.end());
-        std::vector<char*> argv;
-        for (std::string& a : args)
-            argv.push_back(&a[0]);
-        argv.push_back(nullptr);
-
-        std::vector<std::string> env;
-        for (char** e = environ; *e; ++e)
-            if (std::strncmp(*e, "SENSOR_ROOT=", 12) != 0 &&
-                std::strncmp(*e, "SENSORCTL_DATA=", 15) != 0)
-                env.emplace_back(*e);
-        env.push_back(std::string("SENSORCTL_DATA=") + SENSOR_SOURCE_DIR + "/data/device");
-        std::vector<char*> envp;
-        for (std::string& e : env)
-            envp.push_back(&e[0]);
-        envp.push_back(nullptr);
+        std::vector<char*> argv = spawnArray(args);
+        std::vector<std::string> env = sensorctlEnvironment();
+        std::vector<char*> envp = spawnArray(env);
 
         // The controller prints freely; a file takes it all so the server
         // never blocks on a full pipe.
@@ -77,7 +104,7 @@ public:
         posix_spawn_file_actions_destroy(&actions);
         if (nErr != 0) {
             m_pid = -1;
-            error = "cannot start " + strBinary;
+            error = "cannot start " + args[0];
             return false;
         }
 

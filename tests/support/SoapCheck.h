@@ -134,4 +134,14 @@ private:
     const TiXmlElement* m_pFirst = nullptr;
 };
 
+// A SOAP 1.2 fault whose code or one of whose subcodes is sub.
+inline bool isFaultWith(const std::string& body, const std::string& sub) {
+    const Answer answer(body);
+    return answer.isFault() && answer.hasCode(sub);
+}
+// The same for a reply that carries its body.
+template <class Reply> bool isFaultWith(const Reply& reply, const std::string& sub) {
+    return isFaultWith(reply.body, sub);
+}
+
 } // namespace soapcheck

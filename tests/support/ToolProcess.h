@@ -18,7 +18,7 @@
 #include <thread>
 #include <vector>
 
-extern char** environ;
+#include "tests/support/ServeProcess.h"
 
 namespace testsupport {
 
@@ -54,38 +54,10 @@ inline ToolRun runSensorctl(const std::vector<std::string>& arguments,
         ::close(fdIn);
     }
 
-    std::vector<std::string> args;
-    std::istringstream emulator(std::getenv("SENSOR_EMULATOR") ? std::getenv("SENSOR_EMULATOR")
-                                                               : "");
-    for (std::string word; emulator >> word;)
-        args.push_back(word);
-    args.push_back(std::string(SENSOR_BINARY_DIR) + "/tools/sensorctl/sensorctl");
-    args.insert(args.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (std::string& a : args)
-        argv.push_back(&a[0]);
-    argv.push_back(nullptr);
-
-    // A name given in extraEnv takes the place of the inherited one.
-    auto overridden = [&extraEnv](const char* szEntry) {
-        for (const std::string& extra : extraEnv) {
-            const size_t nName = extra.find('=') + 1;
-            if (std::strncmp(szEntry, extra.c_str(), nName) == 0)
-                return true;
-        }
-        return false;
-    };
-    std::vector<std::string> env;
-    for (char** e = environ; *e; ++e)
-        if (std::strncmp(*e, "SENSOR_ROOT=", 12) != 0 &&
-            std::strncmp(*e, "SENSORCTL_DATA=", 15) != 0 && !overridden(*e))
-            env.emplace_back(*e);
-    env.push_back(std::string("SENSORCTL_DATA=") + SENSOR_SOURCE_DIR + "/data/device");
-    env.insert(env.end(), extraEnv.begin(), extraEnv.end());
-    std::vector<char*> envp;
-    for (std::string& e : env)
-        envp.push_back(&e[0]);
-    envp.push_back(nullptr);
+    std::vector<std::string> args = sensorctlCommand(arguments);
+    std::vector<char*> argv = spawnArray(args);
+    std::vector<std::string> env = sensorctlEnvironment(extraEnv);
+    std::vector<char*> envp = spawnArray(env);
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);

@@ -53,19 +53,14 @@ std::string readUntil(int fd, const std::string& needle, int count, std::chrono:
     }
 }
 
-struct Reply {
-    int status = 0; // 0: no answer
-    std::string headers;
-    std::string body;
-};
+using Reply = testsupport::HttpReply;
 
 // One request on its own connection, the whole answer (the server closes).
 Reply roundTrip(int port, const std::string& method, const std::string& path,
                 const std::string& body = "") {
-    Reply reply;
     const int fd = testsupport::connectLoopback(port);
     if (fd < 0)
-        return reply;
+        return Reply();
     std::string req = method + " " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n";
     if (method == "POST")
         req +=
@@ -73,13 +68,7 @@ Reply roundTrip(int port, const std::string& method, const std::string& path,
     sendAll(fd, req + "\r\n" + body);
     const std::string raw = readUntil(fd, "\x01never", 1, std::chrono::seconds(10));
     ::close(fd);
-    const size_t nHeadEnd = raw.find("\r\n\r\n");
-    if (raw.compare(0, 9, "HTTP/1.1 ") != 0 || nHeadEnd == std::string::npos)
-        return reply;
-    reply.status = std::atoi(raw.c_str() + 9);
-    reply.headers = raw.substr(0, nHeadEnd);
-    reply.body = raw.substr(nHeadEnd + 4);
-    return reply;
+    return testsupport::parseHttpReply(raw);
 }
 
 class PictureService : public ::testing::Test {

@@ -32,19 +32,14 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Json = nlohmann::json;
 
-struct Reply {
-    int status = 0; // 0: no answer at all
-    std::string headers;
-    std::string body;
-};
+using Reply = testsupport::HttpReply;
 
 // One request on its own connection: raw bytes out, one answer back. Bounded by a 10 s receive
 // timeout.
 Reply roundTrip(int port, const std::string& request) {
-    Reply reply;
     const int fd = testsupport::connectLoopback(port);
     if (fd < 0)
-        return reply;
+        return Reply();
     (void)testsupport::sendAll(fd, request);
     // Read one whole answer: a request without "Connection: close" would
     // otherwise wait out the server's keep-alive time.
@@ -65,13 +60,7 @@ Reply roundTrip(int port, const std::string& request) {
         raw.append(buf, static_cast<size_t>(n));
     }
     ::close(fd);
-    const size_t nHeadEnd = raw.find("\r\n\r\n");
-    if (raw.compare(0, 9, "HTTP/1.1 ") != 0 || nHeadEnd == std::string::npos)
-        return reply;
-    reply.status = std::atoi(raw.c_str() + 9);
-    reply.headers = raw.substr(0, nHeadEnd);
-    reply.body = raw.substr(nHeadEnd + 4);
-    return reply;
+    return testsupport::parseHttpReply(raw);
 }
 
 std::string request(const std::string& method, const std::string& path, const std::string& body,
