@@ -145,6 +145,45 @@ TEST_F(PictureService, ReadoutCountsEveryPixelAndNamesTheThresholds) {
     EXPECT_TRUE(p["white_light"]["on"].is_boolean());
 }
 
+// The ISP meters the light on its own: with the scheme chosen by day/night
+// and nobody asking for a picture (only the status is read), darkness turns
+// the ISP and the scheme to night and daylight turns them back.
+TEST_F(PictureService, DarkSceneTurnsTheIspAndTheSchemeToNightWithNobodyWatching) {
+    // Scheme by day/night (key 8000, mode 2).
+    ASSERT_EQ(post("/api/set", "(8000,2)").status, 200);
+    ASSERT_EQ(post("/api/daynight", "auto").status, 200);
+    const auto waitFor = [&](const std::string& state, int scheme) {
+        const auto deadline = Clock::now() + std::chrono::seconds(30);
+        json s;
+        while (Clock::now() < deadline) {
+            s = json::parse(get("/api/status").body, nullptr, false);
+            if (s.is_object() && s["daynight"] == state && s["scheme"] == scheme)
+                return s;
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+        ADD_FAILURE() << "still " << s.dump() << ", waiting for " << state << " and scheme "
+                      << scheme;
+        return s;
+    };
+    ASSERT_EQ(post("/api/light", "0.1").status, 200);
+    json s = waitFor("night", 1);
+    EXPECT_EQ(s["daynight_forced"], false);
+    ASSERT_EQ(post("/api/light", "50000").status, 200);
+    s = waitFor("day", 0);
+    EXPECT_EQ(s["daynight_forced"], false);
+
+    // A state set by hand holds against the light until handed back.
+    Reply r = post("/api/daynight", "night");
+    ASSERT_EQ(r.status, 200);
+    EXPECT_EQ(json::parse(r.body, nullptr, false), json({{"state", "night"}, {"forced", true}}));
+    waitFor("night", 1);
+    r = post("/api/daynight", "auto");
+    ASSERT_EQ(r.status, 200);
+    EXPECT_EQ(json::parse(r.body, nullptr, false)["forced"], false);
+    waitFor("day", 0);
+    EXPECT_EQ(post("/api/daynight", "dusk").status, 400);
+}
+
 TEST_F(PictureService, LightIsSetAndFollowsTheClockAgain) {
     Reply r = post("/api/light", "250");
     ASSERT_EQ(r.status, 200) << r.body;

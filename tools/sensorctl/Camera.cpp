@@ -16,6 +16,7 @@
 #include "sim/SimHost.h"
 #include "diag/DeviceRoot.h"
 #include "sim/SimIsp.h"
+#include "sim/VirtualSensor.h"
 #include "storage/SensorFile.h"
 
 namespace fs = std::filesystem;
@@ -194,6 +195,9 @@ bool Camera::start(std::string& error) {
     sim::Isp::instance().runModule(objModule.getDetail());
     m_pController->init(objModule);
     m_bStarted = true;
+    // The ISP meters the scene's light whether or not anyone watches the
+    // picture, so that automatic day/night switches on its own.
+    sim::VirtualSensor::forChannel(ispChannel()).startLightMeter();
     // init reports a failure and goes on, as the library does for its host;
     // the camera checks what start-up left. Without a current scheme (no
     // room for the schemes, say) every later answer would be about nothing.
@@ -209,6 +213,8 @@ bool Camera::start(std::string& error) {
 }
 
 void Camera::stop() {
+    if (m_bStarted)
+        sim::VirtualSensor::forChannel(ispChannel()).stopLightMeter();
     if (m_bStarted && m_pController)
         m_pController->uinit();
     m_bStarted = false;

@@ -81,8 +81,8 @@ ApiParsed parseCall(ApiCall call, const ApiRequest& request, size_t schemes) {
         }
         case ApiCall::SetDayNight: {
             size_t nIndex = 0;
-            if (!readChoice(strText, {"day", "night"}, nIndex, error))
-                return refusedAt("the state is day or night", error, body.nOffset);
+            if (!readChoice(strText, {"day", "night", "auto"}, nIndex, error))
+                return refusedAt("the state is day, night or auto", error, body.nOffset);
             parsed.strText = strText;
             return parsed;
         }

@@ -147,6 +147,7 @@ private:
     void postReset(const ApiParsed&, httplib::Response&);
     void getClock(const ApiParsed&, httplib::Response&);
     void postClock(const ApiParsed&, httplib::Response&);
+    Json dayNightJson() const;
     void getDayNight(const ApiParsed&, httplib::Response&);
     void postDayNight(const ApiParsed&, httplib::Response&);
     void postFail(const ApiParsed&, httplib::Response&);
@@ -161,11 +162,8 @@ private:
     Camera& m_camera;
     std::mutex m_mutex;
     std::deque<Entry> m_trace;
-    uint64_t m_nLastSeq = 0;    // the newest entry's number
-    uint64_t m_nLastServed = 0; // where a trace call without a cursor starts
-    // What the simulated ISP reports as day/night (command 153): only this
-    // server sets it, and asking the controller would add a call to the trace.
-    bool m_bNight = false;
+    uint64_t m_nLastSeq = 0;             // the newest entry's number
+    uint64_t m_nLastServed = 0;          // where a trace call without a cursor starts
     static constexpr int kNoScheme = -2; // before the first look
     int m_nTracedScheme = kNoScheme;
     bool m_bOnvif = false; // the ONVIF paths are served
@@ -502,18 +500,31 @@ void Console::postClock(const ApiParsed& call, httplib::Response& res) {
     sendJson(res, json);
 }
 
-void Console::getDayNight(const ApiParsed&, httplib::Response& res) {
+// What the simulated ISP reports as day/night (command 153), read from the
+// simulated ISP itself: asking the controller would add a call to the trace.
+// "forced" while a state set here holds; otherwise the ISP's light meter
+// decides it.
+Json Console::dayNightJson() const {
+    const int nChannel = m_camera.ispChannel();
+    const sim::Isp& isp = sim::Isp::instance();
     Json json = Json::object();
-    json["state"] = m_bNight ? "night" : "day";
-    sendJson(res, json);
+    json["state"] = isp.dayNightState(nChannel) != 0 ? "night" : "day";
+    json["forced"] = isp.dayNightForced(nChannel);
+    return json;
 }
 
+void Console::getDayNight(const ApiParsed&, httplib::Response& res) {
+    sendJson(res, dayNightJson());
+}
+
+// "day" or "night" holds the state; "auto" hands it back to the light meter.
 void Console::postDayNight(const ApiParsed& call, httplib::Response& res) {
-    m_bNight = call.strText == "night";
-    sim::Isp::instance().setDayNight(m_camera.ispChannel(), m_bNight ? 1 : 0);
-    Json json = Json::object();
-    json["state"] = call.strText;
-    sendJson(res, json);
+    sim::Isp& isp = sim::Isp::instance();
+    if (call.strText == "auto")
+        isp.releaseDayNight(m_camera.ispChannel());
+    else
+        isp.setDayNight(m_camera.ispChannel(), call.strText == "night" ? 1 : 0);
+    sendJson(res, dayNightJson());
 }
 
 // Fault injection of the simulated ISP: "CMD RET" makes every call of CMD
@@ -560,7 +571,9 @@ void Console::getStatus(const ApiParsed&, httplib::Response& res) {
     json["schemes"] = m_camera.schemeCount();
     json["mode"] = nMode;
     json["clock"] = clockText(now.hour, now.minute);
-    json["daynight"] = m_bNight ? "night" : "day";
+    const Json dayNight = dayNightJson();
+    json["daynight"] = dayNight["state"];
+    json["daynight_forced"] = dayNight["forced"];
     json["trace"] = m_nLastSeq;
     sendJson(res, json);
 }

@@ -221,14 +221,19 @@ const std::vector<Shell::Verb>& Shell::verbs() {
              r = t;
              return true;
          }},
-        {"dn", "dn day|night", 1, 1, "set the simulated ISP's day/night state",
+        {"dn", "dn day|night|auto", 1, 1,
+         "hold the simulated ISP's day/night state, or let its light meter decide (auto)",
          [](Shell& s, std::string& r) {
              const std::string& w = s.m_args[0];
-             if (w != "day" && w != "night") {
-                 s.m_strError = "expected day or night: " + w;
+             if (w != "day" && w != "night" && w != "auto") {
+                 s.m_strError = "expected day, night or auto: " + w;
                  return false;
              }
-             sim::Isp::instance().setDayNight(s.m_camera.ispChannel(), w == "night" ? 1 : 0);
+             sim::Isp& isp = sim::Isp::instance();
+             if (w == "auto")
+                 isp.releaseDayNight(s.m_camera.ispChannel());
+             else
+                 isp.setDayNight(s.m_camera.ispChannel(), w == "night" ? 1 : 0);
              r = w;
              return true;
          }},
