@@ -154,6 +154,9 @@ public:
     // the ISP's values, and advances the frame counter. For tests, snapshots
     // and tools; a subscriber's frames come from the sensor's own thread.
     Frame renderFrame();
+    // The same into frame, reusing the buffer it has (no allocation once the
+    // size settles): what a caller drawing frame after frame uses.
+    void renderFrame(Frame& frame);
     // The number the next rendered frame will carry; set it to repeat a
     // picture (with reset() for the converging loops).
     uint64_t nextFrameNumber() const;
@@ -168,7 +171,8 @@ public:
     double frameRate() const;
 
     // Bytes the renderer holds now: its buffers, the scene drawn at the
-    // frame size, the temporal noise reduction's last frame and its tables.
+    // frame size, the temporal noise reduction's last frame, its tables and
+    // the latest frame it keeps.
     size_t rendererMemoryBytes() const;
 
     // A subscriber's callback, called on the sensor's thread for every frame

@@ -22,7 +22,10 @@ namespace {
 
 // Sample p blended towards the box mean by k / 256.
 inline uint16_t towardsMean(int32_t p, uint32_t box, float inverse, int32_t k) {
-    const int32_t mean = static_cast<int32_t>(static_cast<float>(box) * inverse + 0.5f);
+    // Through a signed integer (a box sum fits): the unsigned conversion to
+    // float takes several instructions a sample.
+    const int32_t mean =
+        static_cast<int32_t>(static_cast<float>(static_cast<int32_t>(box)) * inverse + 0.5f);
     return static_cast<uint16_t>(p + (((mean - p) * k) >> 8));
 }
 
@@ -65,9 +68,10 @@ void blendBox2(const uint16_t* __restrict src, const uint32_t* __restrict sums,
 // Blends a row towards the last frame's by k / 256 where the two are within
 // a sqrt(p) + b of each other (three times the noise and a small floor),
 // tested as (|d| - b)^2 < a^2 p, without a root; without a branch, as noise
-// makes the test unpredictable.
+// makes the test unpredictable. The result is also kept as the next frame's
+// last one, in the same pass.
 VSENSOR_ROW_KERNEL
-void temporalRow(uint16_t* __restrict out, const uint16_t* __restrict prev, size_t count, float a,
+void temporalRow(uint16_t* __restrict out, uint16_t* __restrict prev, size_t count, float a,
                  float b, int32_t k) {
     const float a2 = a * a;
     for (size_t i = 0; i < count; ++i) {
@@ -75,7 +79,9 @@ void temporalRow(uint16_t* __restrict out, const uint16_t* __restrict prev, size
         const int32_t d = static_cast<int32_t>(prev[i]) - p;
         const float e = static_cast<float>(d < 0 ? -d : d) - b;
         const int32_t still = (e < 0.0f) | (e * e < a2 * static_cast<float>(p));
-        out[i] = static_cast<uint16_t>(p + still * ((d * k) >> 8));
+        const uint16_t v = static_cast<uint16_t>(p + still * ((d * k) >> 8));
+        out[i] = v;
+        prev[i] = v;
     }
 }
 
@@ -159,7 +165,8 @@ private:
             uint16_t* __restrict prev = ctx.state.previous.data() + y * rowLen;
             if (m_k3 > 0)
                 temporalRow(out, prev, rowLen, 3.0f * ctx.noiseA, 3.0f * ctx.noiseB + 64.0f, m_k3);
-            std::copy(out, out + rowLen, prev);
+            else
+                std::copy(out, out + rowLen, prev);
         }
         return out;
     }

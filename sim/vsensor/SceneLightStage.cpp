@@ -81,21 +81,47 @@ inline float roughSqrt(float v) {
 // level's standard deviation a sqrt(v) + b (capped at the clip), rounded and
 // clamped to the sample range. Comparisons rather than std::min and
 // std::clamp, which the vectoriser does not take.
-inline uint16_t noisySample(float v, int16_t n, float a, float b) {
-    constexpr float kCap = 65535.0f / 1024.0f;
+// The clamp is on the rounded integer, where the vectoriser has a minimum
+// and a maximum in one instruction each (the float comparisons it cannot
+// turn into them): the same result, as rounding and clamping commute here
+// and the sum stays far inside an int32 (|n| <= 6 x 1024, sigma <= kCap).
+constexpr float kSigmaCap = 65535.0f / 1024.0f;
+template <bool Capped> inline uint16_t noisySampleOf(float v, int16_t n, float a, float b) {
     float sigma = a * roughSqrt(v) + b;
-    sigma = sigma < kCap ? sigma : kCap;
-    float x = v + static_cast<float>(n) * sigma;
-    x = x > 0.0f ? x : 0.0f;
-    x = x < 65535.0f ? x : 65535.0f;
-    return static_cast<uint16_t>(static_cast<int32_t>(x + 0.5f));
+    if (Capped)
+        sigma = sigma < kSigmaCap ? sigma : kSigmaCap;
+    int32_t q = static_cast<int32_t>(v + static_cast<float>(n) * sigma + 0.5f);
+    q = q < 0 ? 0 : q;
+    q = q > 65535 ? 65535 : q;
+    return static_cast<uint16_t>(q);
+}
+inline uint16_t noisySample(float v, int16_t n, float a, float b) {
+    return noisySampleOf<true>(v, n, a, b);
+}
+
+// A row with its noise; sigma never reaches the cap below the clip when
+// 256 a + b stays under it (the usual gains), and the cap is then left out.
+VSENSOR_ROW_KERNEL
+void captureRowUncapped(const uint16_t* __restrict clean, const int16_t* __restrict noise,
+                        uint16_t* __restrict dst, size_t count, float a, float b) {
+    for (size_t i = 0; i < count; ++i)
+        dst[i] = noisySampleOf<false>(static_cast<float>(clean[i]), noise[i], a, b);
 }
 
 VSENSOR_ROW_KERNEL
-void captureRow(const uint16_t* __restrict clean, const int16_t* __restrict noise,
-                uint16_t* __restrict dst, size_t count, float a, float b) {
+void captureRowCapped(const uint16_t* __restrict clean, const int16_t* __restrict noise,
+                      uint16_t* __restrict dst, size_t count, float a, float b) {
     for (size_t i = 0; i < count; ++i)
-        dst[i] = noisySample(static_cast<float>(clean[i]), noise[i], a, b);
+        dst[i] = noisySampleOf<true>(static_cast<float>(clean[i]), noise[i], a, b);
+}
+
+void captureRow(const uint16_t* clean, const int16_t* noise, uint16_t* dst, size_t count, float a,
+                float b) {
+    // roughSqrt(65535) is within 0.2 % of 256: 257 leaves room.
+    if (257.0f * a + b < kSigmaCap)
+        captureRowUncapped(clean, noise, dst, count, a, b);
+    else
+        captureRowCapped(clean, noise, dst, count, a, b);
 }
 
 class SceneLightStage : public Stage {

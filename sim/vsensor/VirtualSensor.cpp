@@ -232,6 +232,12 @@ double VirtualSensor::shake() const {
 }
 
 Frame VirtualSensor::renderFrame() {
+    Frame frame;
+    renderFrame(frame);
+    return frame;
+}
+
+void VirtualSensor::renderFrame(Frame& frame) {
     std::lock_guard<std::mutex> renderLock(m_pImpl->render);
     vsensor::Conditions conditions;
     int w = 0;
@@ -248,11 +254,17 @@ Frame VirtualSensor::renderFrame() {
     }
     conditions.lux = lux;
     const vsensor::IspView isp = vsensor::IspView::capture(m_pImpl->channel);
-    Frame frame;
     m_pImpl->pipeline.render(isp, conditions, number, w, h, frame);
+    // Copied into the buffer the latest frame already has: no allocation,
+    // and no page of it touched for the first time, once the size settles.
     std::lock_guard<std::mutex> lock(m_pImpl->settings);
-    m_pImpl->latest = frame;
-    return frame;
+    Frame& latest = m_pImpl->latest;
+    std::vector<uint8_t> pixels = std::move(latest.rgb);
+    pixels.assign(frame.rgb.begin(), frame.rgb.end());
+    std::vector<uint8_t> drawn = std::move(frame.rgb);
+    latest = frame; // the read-outs; both pixel buffers are aside
+    frame.rgb = std::move(drawn);
+    latest.rgb = std::move(pixels);
 }
 
 uint64_t VirtualSensor::nextFrameNumber() const {
@@ -281,7 +293,8 @@ double VirtualSensor::frameRate() const {
 
 size_t VirtualSensor::rendererMemoryBytes() const {
     std::lock_guard<std::mutex> renderLock(m_pImpl->render);
-    return m_pImpl->pipeline.memoryBytes();
+    std::lock_guard<std::mutex> lock(m_pImpl->settings);
+    return m_pImpl->pipeline.memoryBytes() + m_pImpl->latest.rgb.capacity();
 }
 
 int VirtualSensor::subscribe(FrameCallback callback) {
@@ -296,9 +309,11 @@ int VirtualSensor::subscribe(FrameCallback callback) {
         m_pImpl->stopRender = stop;
         m_pImpl->renderThread = std::thread([this, stop] {
             std::unique_lock<std::mutex> wait(m_pImpl->subscribers);
+            // One buffer for every frame the thread draws.
+            Frame frame;
             while (!*stop) {
                 wait.unlock();
-                const Frame frame = renderFrame();
+                renderFrame(frame);
                 {
                     std::lock_guard<std::mutex> calling(m_pImpl->calling);
                     for (auto& entry : m_pImpl->callbacks)
