@@ -114,7 +114,6 @@ public:
         const double blcWeight =
             1.0 + 15.0 * std::min<uint32_t>(100, isp.value(KEY_BLC_STRG, 50)) / 100.0;
         const bool ignoreBurnt = blc || ctx.hlcStrength > 0;
-        const uint16_t* px = ctx.linear->data();
 
         double sum = 0;
         double weights = 0;
@@ -124,7 +123,8 @@ public:
             const double fy = (y + 0.5) / h;
             for (int x = step / 2; x < w; x += step) {
                 const double fx = (x + 0.5) / w;
-                const uint16_t* p = px + (static_cast<size_t>(y) * w + x) * 3;
+                uint16_t p[3];
+                ctx.capturedAt(x, y, p);
                 const double level =
                     (0.299 * p[0] + 0.587 * p[1] + 0.114 * p[2]) / 65535.0 * ctx.headroom;
                 histogram[std::min(511, static_cast<int>(level * 511.0))]++;

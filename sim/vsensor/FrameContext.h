@@ -25,10 +25,11 @@ struct LoopState {
     bool afStarted = false;
     double afPosition = 0; // the lens's focus motor position in auto focus
     uint32_t lastFocusMode = 0xffffffffu;
-    std::vector<uint16_t> previous; // the last frame's linear picture (3D NR)
+    std::vector<uint8_t> previous; // the last frame's picture after 3D NR, rows as toned
     int previousWidth = 0;
     int previousHeight = 0;
-    double darkFloor = 0; // the darkest 2% level of the last frame (defog)
+    int previousOrientation = 0; // its mirror: 1 left-right, 2 upside down
+    double darkFloor = 0;        // the darkest 2% level of the last frame (defog)
     std::array<double, 3> channelMeans{{0.18, 0.18, 0.18}}; // last frame, linear
 };
 
@@ -83,21 +84,31 @@ struct FrameContext {
     // linear units at the level v (filled by the noise stage for the capture).
     float noiseA = 0;
     float noiseB = 0;
+    // The noise's standard deviation in 8-bit output levels at mid grey
+    // (filled by the tone stage from its curve, for the 3D reduction).
+    double outputNoise = 0;
 
     // --- Buffers ---
-    std::vector<uint16_t>* linear = nullptr; // RGB, 65535 = the sensor's clip
+    // The whole linear frame (RGB, 65535 = the sensor's clip), filled only
+    // when a stage works across rows on it (wholeFrame: the lens blurring);
+    // otherwise the capture gives each row as linearRow asks for it.
+    bool wholeFrame = false;
+    std::vector<uint16_t>* linear = nullptr;
     std::vector<uint16_t>* scratch = nullptr;
     std::vector<uint8_t>* out = nullptr; // RGB 8-bit
 
     // --- The rows of the picture after the capture ---
-    // The stages from noise reduction on work one row at a time, so that a
+    // The stages from tone and colour on work one row at a time, so that a
     // row passes through all of them while it is still in the processor's
     // caches; each publishes its step and the sharpening stage pulls the rows
     // through in order (rows 0 to height - 1, each once).
-    // Row y of the linear picture after noise reduction (the capture's row
-    // when it is off); valid until the next call.
+    // Row y of the linear picture (the capture's, or the lens's); valid
+    // until the next call.
     std::function<const uint16_t*(int y)> linearRow;
-    // Row y in 8-bit RGB after tone and colour, into dst.
+    // Pixel (x, y) as the sensor captured it (before the lens's blur), for
+    // the meters' sparse grids; set by the capture.
+    std::function<void(int x, int y, uint16_t* rgb)> capturedAt;
+    // Row y in 8-bit RGB after tone and colour and noise reduction, into dst.
     std::function<void(int y, uint8_t* dst)> toneRow;
     // The mirror (decided in prepare): rows reversed left to right as the
     // tone stage reads them (every step after is symmetric, so the picture

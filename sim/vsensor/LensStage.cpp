@@ -35,6 +35,11 @@ double zoomRatioOf(uint32_t position) {
 }
 
 class LensStage : public Stage {
+    // Two box passes of radius r/1.5 come near a disc of radius r.
+    static int boxRadius(const FrameContext& ctx) {
+        return static_cast<int>(std::lround(ctx.blurRadius / 1.5));
+    }
+
 public:
     const char* name() const override { return "lens"; }
 
@@ -58,11 +63,12 @@ public:
         const double scale = ctx.width / 1280.0;
         ctx.blurRadius = std::min(16.0 * scale, std::fabs(ctx.focusPosition - ctx.inFocusPosition) /
                                                     kFocusStepsPerPixel * scale);
+        // The blur works across rows, on the whole frame.
+        ctx.wholeFrame = boxRadius(ctx) > 0;
     }
 
     void process(FrameContext& ctx) override {
-        // Two box passes of radius r/1.5 come near a disc of radius r.
-        const int r = static_cast<int>(std::lround(ctx.blurRadius / 1.5));
+        const int r = boxRadius(ctx);
         if (r > 0) {
             boxBlur(ctx.linear->data(), ctx.linear->data(), ctx.width, ctx.height, r, *ctx.scratch);
             boxBlur(ctx.linear->data(), ctx.linear->data(), ctx.width, ctx.height, r, *ctx.scratch);

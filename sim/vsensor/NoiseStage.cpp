@@ -1,12 +1,17 @@
 // Noise and noise reduction. The sensor's noise (added by the capture from
 // this stage's model): shot noise sqrt(3.3 x gain x level) plus read noise
-// 10 x gain, in units of 1/65535 of the clip. 2D noise reduction
+// 10 x gain, in units of 1/65535 of the clip.
+//
+// Both reductions work on the 8-bit picture after tone and colour, where the
+// camera's gamma has made the noise nearly the same at every level, as an
+// ISP's noise reduction on its YUV picture does. 2D noise reduction
 // (KEY_2D_NR_SWITCH; KEY_2D_NR_MODE 0 automatic with KEY_2D_NR_STRG_A, else
 // KEY_2D_NR_STRG_M) blends each sample towards its box mean (radius 1, or 2
 // above half strength) by the strength; 3D noise reduction
 // (KEY_3D_NR_SWITCH; KEY_3D_NR_MODE 0 automatic with KEY_3D_NR_STRG_A, else
 // KEY_3D_NR_STRG_M) blends each sample towards the last frame's by 0.85 x
-// strength where they differ by less than three times the noise, so moving
+// strength where they differ by less than three times the picture's noise
+// (at mid grey, as the tone stage measures it) plus two levels, so moving
 // things do not smear. The automatic modes scale the strength with the gain
 // (30% at unit gain, full from 21 dB).
 #include <algorithm>
@@ -20,66 +25,68 @@ namespace vsensor {
 
 namespace {
 
-// Sample p blended towards the box mean by k / 256.
-inline uint16_t towardsMean(int32_t p, uint32_t box, float inverse, int32_t k) {
-    // Through a signed integer (a box sum fits): the unsigned conversion to
-    // float takes several instructions a sample.
-    const int32_t mean =
-        static_cast<int32_t>(static_cast<float>(static_cast<int32_t>(box)) * inverse + 0.5f);
-    return static_cast<uint16_t>(p + (((mean - p) * k) >> 8));
-}
+// 16-bit lanes throughout (sums of up to 25 bytes, products within int16),
+// so that the vectoriser packs sixteen samples a step.
 
 VSENSOR_ROW_KERNEL
-void startSums(uint32_t* __restrict sums, const uint16_t* __restrict row, size_t count) {
+void startSums(uint16_t* __restrict sums, const uint8_t* __restrict row, size_t count) {
     for (size_t i = 0; i < count; ++i)
         sums[i] = row[i];
 }
 
 VSENSOR_ROW_KERNEL
-void addToSums(uint32_t* __restrict sums, const uint16_t* __restrict row, size_t count) {
+void addToSums(uint16_t* __restrict sums, const uint8_t* __restrict row, size_t count) {
     for (size_t i = 0; i < count; ++i)
-        sums[i] += row[i];
+        sums[i] = static_cast<uint16_t>(sums[i] + row[i]);
 }
 
 VSENSOR_ROW_KERNEL
-void moveSums(uint32_t* __restrict sums, const uint16_t* __restrict entering,
-              const uint16_t* __restrict leaving, size_t count) {
+void moveSums(uint16_t* __restrict sums, const uint8_t* __restrict entering,
+              const uint8_t* __restrict leaving, size_t count) {
     for (size_t i = 0; i < count; ++i)
-        sums[i] += static_cast<uint32_t>(entering[i]) - leaving[i];
+        sums[i] = static_cast<uint16_t>(sums[i] + entering[i] - leaving[i]);
+}
+
+// Sample p blended towards the box mean by k / 128: the mean is the box sum
+// times m / 65536 (m = 65536 / box size, rounded), the blend within int16.
+inline uint8_t towardsMean(uint8_t p, uint16_t box, uint16_t m, int16_t k) {
+    const int16_t mean = static_cast<int16_t>((static_cast<uint32_t>(box) * m + 32768u) >> 16);
+    const int16_t diff = static_cast<int16_t>(mean - p);
+    return static_cast<uint8_t>(p + static_cast<int16_t>((diff * k) >> 7));
 }
 
 // Samples from..to of a row blended towards their 3x3 (blendBox1) or 5x5
 // (blendBox2) box, given the rows' sums down each column.
 VSENSOR_ROW_KERNEL
-void blendBox1(const uint16_t* __restrict src, const uint32_t* __restrict sums,
-               uint16_t* __restrict out, size_t from, size_t to, float inverse, int32_t k) {
+void blendBox1(const uint8_t* __restrict src, const uint16_t* __restrict sums,
+               uint8_t* __restrict out, size_t from, size_t to, uint16_t m, int16_t k) {
     for (size_t i = from; i < to; ++i)
-        out[i] = towardsMean(src[i], sums[i - 3] + sums[i] + sums[i + 3], inverse, k);
+        out[i] =
+            towardsMean(src[i], static_cast<uint16_t>(sums[i - 3] + sums[i] + sums[i + 3]), m, k);
 }
 
 VSENSOR_ROW_KERNEL
-void blendBox2(const uint16_t* __restrict src, const uint32_t* __restrict sums,
-               uint16_t* __restrict out, size_t from, size_t to, float inverse, int32_t k) {
+void blendBox2(const uint8_t* __restrict src, const uint16_t* __restrict sums,
+               uint8_t* __restrict out, size_t from, size_t to, uint16_t m, int16_t k) {
     for (size_t i = from; i < to; ++i)
         out[i] = towardsMean(
-            src[i], sums[i - 6] + sums[i - 3] + sums[i] + sums[i + 3] + sums[i + 6], inverse, k);
+            src[i],
+            static_cast<uint16_t>(sums[i - 6] + sums[i - 3] + sums[i] + sums[i + 3] + sums[i + 6]),
+            m, k);
 }
 
-// Blends a row towards the last frame's by k / 256 where the two are within
-// a sqrt(p) + b of each other (three times the noise and a small floor),
-// tested as (|d| - b)^2 < a^2 p, without a root; without a branch, as noise
-// makes the test unpredictable. The result is also kept as the next frame's
-// last one, in the same pass.
+// Blends a row towards the last frame's by k / 128 where the two differ by
+// less than the threshold, without a branch (noise makes the test
+// unpredictable); the result is also kept as the next frame's last one.
 VSENSOR_ROW_KERNEL
-void temporalRow(uint16_t* __restrict out, uint16_t* __restrict prev, size_t count, float a,
-                 float b, int32_t k) {
-    const float a2 = a * a;
+void temporalRow(uint8_t* __restrict out, uint8_t* __restrict prev, size_t count, int16_t threshold,
+                 int16_t k) {
     for (size_t i = 0; i < count; ++i) {
-        const int32_t p = out[i];
-        const int32_t d = static_cast<int32_t>(prev[i]) - p;
-        const float e = static_cast<float>(d < 0 ? -d : d) - b;
-        const int32_t still = (e < 0.0f) | (e * e < a2 * static_cast<float>(p));
-        const uint16_t v = static_cast<uint16_t>(p + still * ((d * k) >> 8));
+        const int16_t p = out[i];
+        const int16_t d = static_cast<int16_t>(prev[i] - p);
+        const int16_t magnitude = d < 0 ? static_cast<int16_t>(-d) : d;
+        const int16_t step = static_cast<int16_t>((d * k) >> 7);
+        const uint8_t v = static_cast<uint8_t>(p + (magnitude < threshold ? step : 0));
         out[i] = v;
         prev[i] = v;
     }
@@ -98,14 +105,16 @@ public:
         ctx.noiseB = static_cast<float>(10.0 * g / h);
     }
 
-    // Decides the strengths; the rows are reduced when the next stage pulls
-    // them (ctx.linearRow), 2D then 3D, and each result is kept as the 3D
+    // Decides the strengths and puts the reduction between tone and colour
+    // and the stages after it: the rows are reduced as they are pulled
+    // (ctx.toneRow), 2D then 3D, and each result is kept as the 3D
     // reduction's last frame.
     void process(FrameContext& ctx) override {
         const IspView& isp = ctx.isp;
         const double gainDb = 20.0 * std::log10(ctx.gainLinear);
         const double autoScale = std::clamp(0.3 + gainDb / 30.0, 0.3, 1.0);
-        const size_t count = static_cast<size_t>(ctx.width) * ctx.height * 3;
+        const size_t rowLen = static_cast<size_t>(ctx.width) * 3;
+        const size_t count = rowLen * ctx.height;
 
         m_k2 = 0;
         if (isp.value(KEY_2D_NR_SWITCH, 0) == 1) {
@@ -115,13 +124,16 @@ public:
                        100.0;
             if (automatic)
                 s *= autoScale;
-            m_k2 = static_cast<int32_t>(std::lround(s * 256.0));
+            m_k2 = static_cast<int16_t>(std::lround(s * 128.0));
             m_radius = s > 0.5 ? 2 : 1;
         }
 
         LoopState& st = ctx.state;
         m_k3 = 0;
         m_keep = false;
+        // The last frame as the rows come (mirrored as they are): a change of
+        // size or of the mirror leaves nothing to blend with for a frame.
+        const int orientation = (ctx.mirrorLeftRight ? 1 : 0) | (ctx.mirrorUpsideDown ? 2 : 0);
         if (isp.value(KEY_3D_NR_SWITCH, 0) == 1) {
             const bool automatic = isp.value(KEY_3D_NR_MODE, 0) == 0;
             double s = std::min<uint32_t>(
@@ -129,11 +141,14 @@ public:
                        100.0;
             if (automatic)
                 s *= autoScale;
-            if (st.previousWidth == ctx.width && st.previousHeight == ctx.height)
-                m_k3 = static_cast<int32_t>(std::lround(0.85 * s * 256.0));
+            if (st.previousWidth == ctx.width && st.previousHeight == ctx.height &&
+                st.previousOrientation == orientation)
+                m_k3 = static_cast<int16_t>(std::lround(0.85 * s * 128.0));
+            m_threshold = static_cast<int16_t>(std::lround(3.0 * ctx.outputNoise + 2.0));
             st.previous.resize(count);
             st.previousWidth = ctx.width;
             st.previousHeight = ctx.height;
+            st.previousOrientation = orientation;
             m_keep = true;
         } else if (!st.previous.empty()) {
             st.previous.clear();
@@ -142,92 +157,106 @@ public:
             st.previousHeight = 0;
         }
         if (m_k2 == 0 && !m_keep)
-            return; // the capture's rows as they are
-        const size_t rowLen = static_cast<size_t>(ctx.width) * 3;
-        m_row.resize(rowLen);
+            return; // the toned rows as they are
+        m_ring.resize(rowLen * kRingRows);
         m_sums.resize(rowLen);
-        ctx.linearRow = [this, &ctx, rowLen](int y) { return reduceRow(ctx, y, rowLen); };
+        m_pulled = -1;
+        m_tone = ctx.toneRow;
+        ctx.toneRow = [this, &ctx, rowLen](int y, uint8_t* dst) { reduceRow(ctx, y, rowLen, dst); };
     }
 
     size_t memoryBytes() const override {
-        return m_row.capacity() * sizeof(uint16_t) + m_sums.capacity() * sizeof(uint32_t);
+        return m_ring.capacity() + m_sums.capacity() * sizeof(uint16_t);
     }
 
 private:
-    const uint16_t* reduceRow(FrameContext& ctx, int y, size_t rowLen) {
-        const uint16_t* __restrict src = ctx.linear->data() + y * rowLen;
-        uint16_t* __restrict out = m_row.data();
-        if (m_k2 > 0)
-            spatialRow(ctx, y, rowLen);
-        else
-            std::copy(src, src + rowLen, out);
-        if (m_keep) {
-            uint16_t* __restrict prev = ctx.state.previous.data() + y * rowLen;
-            if (m_k3 > 0)
-                temporalRow(out, prev, rowLen, 3.0f * ctx.noiseA, 3.0f * ctx.noiseB + 64.0f, m_k3);
-            else
-                std::copy(out, out + rowLen, prev);
+    // Toned row y (edges repeated) from the ring of the last six (the box's
+    // five and the row leaving it), pulling the rows below it as needed; the
+    // rows are asked for in order.
+    const uint8_t* toned(int y, int h, size_t rowLen) {
+        y = std::clamp(y, 0, h - 1);
+        while (m_pulled < y) {
+            ++m_pulled;
+            m_tone(m_pulled, m_ring.data() + (m_pulled % kRingRows) * rowLen);
         }
-        return out;
+        return m_ring.data() + (y % kRingRows) * rowLen;
+    }
+
+    void reduceRow(FrameContext& ctx, int y, size_t rowLen, uint8_t* dst) {
+        const int h = ctx.height;
+        const int r = m_k2 > 0 ? m_radius : 0;
+        // The rows the box needs, pulled first (rows y - 3 .. y + 2 stay in
+        // the ring).
+        toned(y + r, h, rowLen);
+        const uint8_t* src = toned(y, h, rowLen);
+        if (m_k2 > 0)
+            spatialRow(y, h, rowLen, src, dst);
+        else
+            std::copy(src, src + rowLen, dst);
+        if (m_keep) {
+            uint8_t* prev = ctx.state.previous.data() + static_cast<size_t>(y) * rowLen;
+            if (m_k3 > 0)
+                temporalRow(dst, prev, rowLen, m_threshold, m_k3);
+            else
+                std::copy(dst, dst + rowLen, prev);
+        }
     }
 
     // Each sample blended towards the mean of its (2r + 1)^2 box, edges
     // repeated: the rows' sums down the column, then across.
-    void spatialRow(FrameContext& ctx, int y, size_t rowLen) {
+    void spatialRow(int y, int h, size_t rowLen, const uint8_t* src, uint8_t* out) {
         const int r = m_radius;
-        const int h = ctx.height;
-        const uint16_t* lin = ctx.linear->data();
-        uint32_t* __restrict sums = m_sums.data();
+        uint16_t* __restrict sums = m_sums.data();
         // The rows come in order: each row's column sums are the last row's
         // with one row entering below and one leaving above.
         if (y == 0) {
-            startSums(sums, lin + std::clamp(y - r, 0, h - 1) * rowLen, rowLen);
+            startSums(sums, toned(-r, h, rowLen), rowLen);
             for (int j = -r + 1; j <= r; ++j)
-                addToSums(sums, lin + std::clamp(y + j, 0, h - 1) * rowLen, rowLen);
+                addToSums(sums, toned(j, h, rowLen), rowLen);
         } else {
-            moveSums(sums, lin + std::min(y + r, h - 1) * rowLen,
-                     lin + std::max(y - r - 1, 0) * rowLen, rowLen);
+            moveSums(sums, toned(y + r, h, rowLen), toned(y - r - 1, h, rowLen), rowLen);
         }
-        const uint16_t* __restrict src = lin + y * rowLen;
-        uint16_t* __restrict out = m_row.data();
-        const float inverse = 1.0f / static_cast<float>((2 * r + 1) * (2 * r + 1));
-        const int32_t k = m_k2;
+        const int side = 2 * r + 1;
+        const uint16_t m = static_cast<uint16_t>(std::lround(65536.0 / (side * side)));
+        const int16_t k = m_k2;
         const size_t edge = static_cast<size_t>(r) * 3;
-        const auto blend = [&](size_t i, uint32_t box) {
-            out[i] = towardsMean(src[i], box, inverse, k);
-        };
         if (rowLen <= 2 * edge + 6) {
             for (size_t i = 0; i < rowLen; ++i)
-                blend(i, boxAt(sums, i, rowLen, r));
+                out[i] = towardsMean(src[i], boxAt(sums, i, rowLen, r), m, k);
             return;
         }
         if (r == 1)
-            blendBox1(src, sums, out, edge, rowLen - edge, inverse, k);
+            blendBox1(src, sums, out, edge, rowLen - edge, m, k);
         else
-            blendBox2(src, sums, out, edge, rowLen - edge, inverse, k);
+            blendBox2(src, sums, out, edge, rowLen - edge, m, k);
         for (size_t i = 0; i < edge; ++i) {
-            blend(i, boxAt(sums, i, rowLen, r));
-            blend(rowLen - 1 - i, boxAt(sums, rowLen - 1 - i, rowLen, r));
+            out[i] = towardsMean(src[i], boxAt(sums, i, rowLen, r), m, k);
+            const size_t j = rowLen - 1 - i;
+            out[j] = towardsMean(src[j], boxAt(sums, j, rowLen, r), m, k);
         }
     }
 
     // The box sum across at sample i with the edge pixels repeated.
-    static uint32_t boxAt(const uint32_t* sums, size_t i, size_t rowLen, int r) {
+    static uint16_t boxAt(const uint16_t* sums, size_t i, size_t rowLen, int r) {
         const int pixels = static_cast<int>(rowLen / 3);
         const int x = static_cast<int>(i / 3);
         const size_t c = i % 3;
         uint32_t box = 0;
         for (int j = -r; j <= r; ++j)
             box += sums[std::clamp(x + j, 0, pixels - 1) * 3 + c];
-        return box;
+        return static_cast<uint16_t>(box);
     }
 
-    int32_t m_k2 = 0;
+    int16_t m_k2 = 0; // in 1/128
     int m_radius = 1;
-    int32_t m_k3 = 0;
+    int16_t m_k3 = 0; // in 1/128
+    int16_t m_threshold = 0;
     bool m_keep = false;
-    std::vector<uint16_t> m_row;
-    std::vector<uint32_t> m_sums;
+    std::function<void(int, uint8_t*)> m_tone; // the rows as tone and colour gives them
+    int m_pulled = -1;                         // the last row taken from it
+    static constexpr int kRingRows = 6;
+    std::vector<uint8_t> m_ring; // the last toned rows
+    std::vector<uint16_t> m_sums;
 };
 
 } // namespace

@@ -5,10 +5,10 @@ namespace vsensor {
 
 // Every stage prepares in this order (each may use what the ones before it
 // decided), then every stage processes in the same order: the capture first,
-// the meters on the raw signal, the lens and noise reduction on the linear
-// picture, then tone and colour to 8 bits, sharpening and the mirror. From
-// noise reduction on the stages work row by row: each publishes its step in
-// the context and the sharpening stage pulls every row through them.
+// the meters on the raw signal, the lens on the linear picture, then tone and
+// colour to 8 bits, noise reduction, sharpening and the mirror. From tone and
+// colour on the stages work row by row: each publishes its step in the
+// context and the sharpening stage pulls every row through them.
 Pipeline::Pipeline() {
     m_stages.push_back(makeDayNightStage());
     m_stages.push_back(makeGeometryStage());
@@ -17,8 +17,8 @@ Pipeline::Pipeline() {
     m_stages.push_back(makeWhiteBalanceStage());
     m_stages.push_back(makeLensStage());
     m_stages.push_back(makeWdrDefogStage());
-    m_stages.push_back(makeNoiseStage());
     m_stages.push_back(makeToneColourStage());
+    m_stages.push_back(makeNoiseStage());
     m_stages.push_back(makeSharpenStage());
     m_stages.push_back(makeMirrorStage());
 }
@@ -30,7 +30,6 @@ void Pipeline::render(const IspView& isp, const Conditions& conditions, uint64_t
     ctx.frameNumber = number;
     ctx.width = w;
     ctx.height = h;
-    m_linear.resize(static_cast<size_t>(w) * h * 3);
     frame.rgb.resize(static_cast<size_t>(w) * h * 3);
     ctx.linear = &m_linear;
     ctx.scratch = &m_scratch;
@@ -60,10 +59,10 @@ void Pipeline::resetLoops() {
 }
 
 size_t Pipeline::memoryBytes() const {
-    size_t bytes = (m_linear.capacity() + m_scratch.capacity() + m_state.previous.capacity() +
-                    m_scene.refl.capacity() + m_scene.ir.capacity()) *
+    size_t bytes = (m_linear.capacity() + m_scratch.capacity() + m_scene.refl.capacity() +
+                    m_scene.ir.capacity()) *
                        sizeof(uint16_t) +
-                   m_scene.cls.capacity();
+                   m_scene.cls.capacity() + m_state.previous.capacity();
     for (const auto& stage : m_stages)
         bytes += stage->memoryBytes();
     return bytes;

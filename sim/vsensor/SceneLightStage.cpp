@@ -184,45 +184,42 @@ public:
 
         float ballU, ballV, ballR;
         ballAt(ctx.frameNumber, ballU, ballV, ballR);
-        const float bx = sc.xOf(ballU) - sc.margin - ctx.offsetX;
-        const float by = sc.yOf(ballV) - sc.margin - ctx.offsetY;
-        const float br = static_cast<float>(ballR * ctx.height * ctx.zoomRatio);
-
-        const int16_t* noise = noiseTable();
-        const uint32_t frame = static_cast<uint32_t>(ctx.frameNumber);
-        const int w = ctx.width;
-        const size_t rowLen = static_cast<size_t>(w) * 3;
+        m_frame.bx = sc.xOf(ballU) - sc.margin - ctx.offsetX;
+        m_frame.by = sc.yOf(ballV) - sc.margin - ctx.offsetY;
+        m_frame.br = static_cast<float>(ballR * ctx.height * ctx.zoomRatio);
+        m_frame.number = static_cast<uint32_t>(ctx.frameNumber);
+        m_frame.width = ctx.width;
+        m_frame.origin =
+            static_cast<size_t>(sc.margin + ctx.offsetY) * sc.stride + sc.margin + ctx.offsetX;
+        m_frame.stride = static_cast<size_t>(sc.stride);
         // The noise's standard deviation per level, with the table's 1/1024
         // folded in.
-        const float a = ctx.noiseA / 1024.0f;
-        const float b = ctx.noiseB / 1024.0f;
-        for (int y = 0; y < ctx.height; ++y) {
-            const size_t srcRow = static_cast<size_t>(y + sc.margin + ctx.offsetY) * sc.stride +
-                                  sc.margin + ctx.offsetX;
-            const uint16_t* __restrict clean = m_clean.data() + srcRow * 3;
-            const int16_t* __restrict rowNoise =
-                noise + rowHash(static_cast<uint32_t>(y), frame) % kNoiseSamples;
-            uint16_t* __restrict dst = ctx.linear->data() + y * rowLen;
-            captureRow(clean, rowNoise, dst, rowLen, a, b);
-            // The ball's span on this row, if it crosses it.
-            const float dy = y + 0.5f - by;
-            if (dy * dy >= br * br)
-                continue;
-            const float half = std::sqrt(br * br - dy * dy);
-            const int from = std::clamp(static_cast<int>(std::ceil(bx - half - 0.5f)), 0, w);
-            const int to = std::clamp(static_cast<int>(std::floor(bx + half - 0.5f)) + 1, from, w);
-            for (int x = from; x < to; ++x) {
-                const int32_t irPart = (kBallIr >> 4) * f.ir[kMedium] >> 12;
-                for (int c = 0; c < 3; ++c) {
-                    int32_t v = (kBallRefl[c] >> 4) * f.mul[kMedium][c] >> 12;
-                    v = std::min(v + f.add[kMedium][c] + irPart, 65535);
-                    dst[x * 3 + c] = noisySample(static_cast<float>(v), rowNoise[x * 3 + c], a, b);
-                }
-            }
+        m_frame.a = ctx.noiseA / 1024.0f;
+        m_frame.b = ctx.noiseB / 1024.0f;
+
+        ctx.capturedAt = [this](int x, int y, uint16_t* rgb) { pixelAt(x, y, rgb); };
+        const size_t rowLen = static_cast<size_t>(ctx.width) * 3;
+        if (ctx.wholeFrame) {
+            // The lens blurs across rows: the whole frame first.
+            ctx.linear->resize(rowLen * ctx.height);
+            for (int y = 0; y < ctx.height; ++y)
+                captureRowInto(y, ctx.linear->data() + y * rowLen);
+            return;
         }
+        // Otherwise each row is captured as the next stage asks for it, into
+        // one row that stays in the processor's caches.
+        ctx.linear->clear();
+        ctx.linear->shrink_to_fit();
+        m_row.resize(rowLen);
+        ctx.linearRow = [this](int y) {
+            captureRowInto(y, m_row.data());
+            return static_cast<const uint16_t*>(m_row.data());
+        };
     }
 
-    size_t memoryBytes() const override { return m_clean.capacity() * sizeof(uint16_t); }
+    size_t memoryBytes() const override {
+        return (m_clean.capacity() + m_row.capacity()) * sizeof(uint16_t);
+    }
 
 private:
     static constexpr uint16_t kBallRefl[3] = {static_cast<uint16_t>(0.70 * 65535),
@@ -264,8 +261,73 @@ private:
         }
     }
 
+    // Row y of the frame as the sensor captures it: the noise-free signal's
+    // window with the frame's noise, and the ball.
+    void captureRowInto(int y, uint16_t* __restrict dst) const {
+        const FrameGeometry& g = m_frame;
+        const size_t rowLen = static_cast<size_t>(g.width) * 3;
+        const uint16_t* clean = m_clean.data() + (g.origin + y * g.stride) * 3;
+        const int16_t* rowNoise = rowNoiseOf(y);
+        captureRow(clean, rowNoise, dst, rowLen, g.a, g.b);
+        // The ball's span on this row, if it crosses it.
+        const float dy = y + 0.5f - g.by;
+        if (dy * dy >= g.br * g.br)
+            return;
+        const float half = std::sqrt(g.br * g.br - dy * dy);
+        const int from = std::clamp(static_cast<int>(std::ceil(g.bx - half - 0.5f)), 0, g.width);
+        const int to =
+            std::clamp(static_cast<int>(std::floor(g.bx + half - 0.5f)) + 1, from, g.width);
+        for (int x = from; x < to; ++x)
+            ballPixel(rowNoise + x * 3, dst + x * 3);
+    }
+
+    // One pixel exactly as captureRowInto gives it, for the meters' grid.
+    void pixelAt(int x, int y, uint16_t* rgb) const {
+        const FrameGeometry& g = m_frame;
+        const int16_t* noise = rowNoiseOf(y) + x * 3;
+        const float dy = y + 0.5f - g.by;
+        if (dy * dy < g.br * g.br) {
+            const float half = std::sqrt(g.br * g.br - dy * dy);
+            const int from = static_cast<int>(std::ceil(g.bx - half - 0.5f));
+            const int to = static_cast<int>(std::floor(g.bx + half - 0.5f)) + 1;
+            if (x >= from && x < to) {
+                ballPixel(noise, rgb);
+                return;
+            }
+        }
+        const uint16_t* clean = m_clean.data() + (g.origin + y * g.stride + x) * 3;
+        for (int c = 0; c < 3; ++c)
+            rgb[c] = noisySample(static_cast<float>(clean[c]), noise[c], g.a, g.b);
+    }
+
+    const int16_t* rowNoiseOf(int y) const {
+        return noiseTable() + rowHash(static_cast<uint32_t>(y), m_frame.number) % kNoiseSamples;
+    }
+
+    void ballPixel(const int16_t* noise, uint16_t* rgb) const {
+        const Factors& f = m_factors;
+        const int32_t irPart = (kBallIr >> 4) * f.ir[kMedium] >> 12;
+        for (int c = 0; c < 3; ++c) {
+            int32_t v = (kBallRefl[c] >> 4) * f.mul[kMedium][c] >> 12;
+            v = std::min(v + f.add[kMedium][c] + irPart, 65535);
+            rgb[c] = noisySample(static_cast<float>(v), noise[c], m_frame.a, m_frame.b);
+        }
+    }
+
+    // Where this frame's window, noise and ball are.
+    struct FrameGeometry {
+        float bx = 0, by = 0, br = 0; // the ball's centre and radius in frame pixels
+        uint32_t number = 0;
+        int width = 0;
+        size_t origin = 0; // the window's first pixel in the noise-free signal
+        size_t stride = 0;
+        float a = 0, b = 0; // the noise model with the table's 1/1024
+    };
+
     Factors m_factors;
+    FrameGeometry m_frame;
     std::vector<uint16_t> m_clean;
+    std::vector<uint16_t> m_row;
 };
 
 } // namespace

@@ -141,6 +141,15 @@ public:
 
     // Publishes the row step; the sharpening stage pulls the rows through.
     void process(FrameContext& ctx) override {
+        // The sensor's noise at the level auto exposure aims for, as this
+        // curve passes it to the picture (green, or the luma when mono).
+        const double grey = kTargetLevel * 65535.0 / m_params.headroom;
+        const double sigma = ctx.noiseA * std::sqrt(grey) + ctx.noiseB;
+        const double gain = m_params.gain[m_params.mono ? 0 : 1];
+        const auto tone = [&](double v) {
+            return toneOf(std::max(0.0, v) / 65535.0 * m_params.headroom * gain, m_params) * 255.0;
+        };
+        ctx.outputNoise = (tone(grey + sigma) - tone(grey - sigma)) / 2.0;
         m_sat = static_cast<int32_t>(
             std::lround(std::min<uint32_t>(100, ctx.isp.value(KEY_SATURATION, 50)) * 256.0 / 50.0));
         const int w = ctx.width;

@@ -83,11 +83,11 @@ public:
         const int w = ctx.width;
         const int h = ctx.height;
         const int step = std::max(1, w / 160);
-        const uint16_t* px = ctx.linear->data();
         std::array<double, 3> sum{};
         for (int y = step / 2; y < h; y += step) {
             for (int x = step / 2; x < w; x += step) {
-                const uint16_t* p = px + (static_cast<size_t>(y) * w + x) * 3;
+                uint16_t p[3];
+                ctx.capturedAt(x, y, p);
                 if (p[0] > 60000 || p[1] > 60000 || p[2] > 60000)
                     continue;
                 for (int c = 0; c < 3; ++c)
