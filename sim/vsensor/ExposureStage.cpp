@@ -107,7 +107,6 @@ public:
         const IspView& isp = ctx.isp;
         const int w = ctx.width;
         const int h = ctx.height;
-        const int step = std::max(1, w / 160);
         const uint32_t area = isp.value(KEY_METER_AREA, 0);
         const bool blc = isp.value(KEY_BLC_SWITCH, 0) == 1;
         const uint32_t blcArea = isp.value(KEY_BLC_MODE, 0);
@@ -119,12 +118,11 @@ public:
         double weights = 0;
         std::array<uint32_t, 512> histogram{};
         uint32_t samples = 0;
-        for (int y = step / 2; y < h; y += step) {
-            const double fy = (y + 0.5) / h;
-            for (int x = step / 2; x < w; x += step) {
-                const double fx = (x + 0.5) / w;
-                uint16_t p[3];
-                ctx.capturedAt(x, y, p);
+        for (int j = 0; j < ctx.gridRows; ++j) {
+            const double fy = (ctx.gridY(j) + 0.5) / h;
+            for (int i = 0; i < ctx.gridColumns; ++i) {
+                const double fx = (ctx.gridX(i) + 0.5) / w;
+                const uint16_t* p = ctx.gridAt(i, j);
                 const double level =
                     (0.299 * p[0] + 0.587 * p[1] + 0.114 * p[2]) / 65535.0 * ctx.headroom;
                 histogram[std::min(511, static_cast<int>(level * 511.0))]++;

@@ -105,9 +105,20 @@ struct FrameContext {
     // Row y of the linear picture (the capture's, or the lens's); valid
     // until the next call.
     std::function<const uint16_t*(int y)> linearRow;
-    // Pixel (x, y) as the sensor captured it (before the lens's blur), for
-    // the meters' sparse grids; set by the capture.
-    std::function<void(int x, int y, uint16_t* rgb)> capturedAt;
+    // The meters' grid: every gridStep-th pixel across and down from
+    // (gridStep / 2, gridStep / 2), as the sensor captured it (before the
+    // lens's blur), RGB, row after row; filled by the capture.
+    static int gridStepFor(int width) { return width / 160 > 1 ? width / 160 : 1; }
+    int gridStep = 1;
+    int gridColumns = 0;
+    int gridRows = 0;
+    const uint16_t* grid = nullptr;
+    // Grid point (i, j) as RGB, and the pixel it stands for.
+    const uint16_t* gridAt(int i, int j) const {
+        return grid + (static_cast<size_t>(j) * gridColumns + i) * 3;
+    }
+    int gridX(int i) const { return gridStep / 2 + i * gridStep; }
+    int gridY(int j) const { return gridStep / 2 + j * gridStep; }
     // Row y in 8-bit RGB after tone and colour and noise reduction, into dst.
     std::function<void(int y, uint8_t* dst)> toneRow;
     // The mirror (decided in prepare): rows reversed left to right as the

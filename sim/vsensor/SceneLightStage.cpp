@@ -197,7 +197,16 @@ public:
         m_frame.a = ctx.noiseA / 1024.0f;
         m_frame.b = ctx.noiseB / 1024.0f;
 
-        ctx.capturedAt = [this](int x, int y, uint16_t* rgb) { pixelAt(x, y, rgb); };
+        // The meters' grid, once for both of them.
+        ctx.gridStep = FrameContext::gridStepFor(ctx.width);
+        ctx.gridColumns = (ctx.width - ctx.gridStep / 2 + ctx.gridStep - 1) / ctx.gridStep;
+        ctx.gridRows = (ctx.height - ctx.gridStep / 2 + ctx.gridStep - 1) / ctx.gridStep;
+        m_grid.resize(static_cast<size_t>(ctx.gridColumns) * ctx.gridRows * 3);
+        for (int j = 0; j < ctx.gridRows; ++j)
+            for (int i = 0; i < ctx.gridColumns; ++i)
+                pixelAt(ctx.gridX(i), ctx.gridY(j),
+                        m_grid.data() + (static_cast<size_t>(j) * ctx.gridColumns + i) * 3);
+        ctx.grid = m_grid.data();
         const size_t rowLen = static_cast<size_t>(ctx.width) * 3;
         if (ctx.wholeFrame) {
             // The lens blurs across rows: the whole frame first.
@@ -218,7 +227,7 @@ public:
     }
 
     size_t memoryBytes() const override {
-        return (m_clean.capacity() + m_row.capacity()) * sizeof(uint16_t);
+        return (m_clean.capacity() + m_row.capacity() + m_grid.capacity()) * sizeof(uint16_t);
     }
 
 private:
@@ -328,6 +337,7 @@ private:
     FrameGeometry m_frame;
     std::vector<uint16_t> m_clean;
     std::vector<uint16_t> m_row;
+    std::vector<uint16_t> m_grid;
 };
 
 } // namespace

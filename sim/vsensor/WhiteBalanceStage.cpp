@@ -80,14 +80,10 @@ public:
 
     void process(FrameContext& ctx) override {
         // Channel means of the unclipped picture, for the next frame's grey world.
-        const int w = ctx.width;
-        const int h = ctx.height;
-        const int step = std::max(1, w / 160);
         std::array<double, 3> sum{};
-        for (int y = step / 2; y < h; y += step) {
-            for (int x = step / 2; x < w; x += step) {
-                uint16_t p[3];
-                ctx.capturedAt(x, y, p);
+        for (int j = 0; j < ctx.gridRows; ++j) {
+            for (int i = 0; i < ctx.gridColumns; ++i) {
+                const uint16_t* p = ctx.gridAt(i, j);
                 if (p[0] > 60000 || p[1] > 60000 || p[2] > 60000)
                     continue;
                 for (int c = 0; c < 3; ++c)
