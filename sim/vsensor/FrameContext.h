@@ -28,8 +28,8 @@ struct LoopState {
     std::vector<uint8_t> previous; // the last frame's picture after 3D NR, rows as toned
     int previousWidth = 0;
     int previousHeight = 0;
-    int previousOrientation = 0; // its mirror: 1 left-right, 2 upside down
-    double darkFloor = 0;        // the darkest 2% level of the last frame (defog)
+    int previousKind = 0; // its mirror (1 left-right, 2 upside down), 4 monochrome
+    double darkFloor = 0; // the darkest 2% level of the last frame (defog)
     std::array<double, 3> channelMeans{{0.18, 0.18, 0.18}}; // last frame, linear
 };
 

@@ -139,8 +139,10 @@ public:
         m_k3 = 0;
         m_keep = false;
         // The last frame as the rows come (mirrored as they are): a change of
-        // size or of the mirror leaves nothing to blend with for a frame.
-        const int orientation = (ctx.mirrorLeftRight ? 1 : 0) | (ctx.mirrorUpsideDown ? 2 : 0);
+        // size, of the mirror or between colour and monochrome (the IR-cut
+        // filter moved) leaves nothing to blend with for a frame.
+        const int kind =
+            (ctx.mirrorLeftRight ? 1 : 0) | (ctx.mirrorUpsideDown ? 2 : 0) | (ctx.irCutOut ? 4 : 0);
         if (isp.value(KEY_3D_NR_SWITCH, 0) == 1) {
             const bool automatic = isp.value(KEY_3D_NR_MODE, 0) == 0;
             double s = std::min<uint32_t>(
@@ -149,13 +151,13 @@ public:
             if (automatic)
                 s *= autoScale;
             if (st.previousWidth == ctx.width && st.previousHeight == ctx.height &&
-                st.previousOrientation == orientation)
+                st.previousKind == kind)
                 m_k3 = static_cast<int16_t>(std::lround(0.85 * s * 128.0));
             m_threshold = static_cast<int16_t>(std::lround(3.0 * ctx.outputNoise + 2.0));
             st.previous.resize(count);
             st.previousWidth = ctx.width;
             st.previousHeight = ctx.height;
-            st.previousOrientation = orientation;
+            st.previousKind = kind;
             m_keep = true;
         } else if (!st.previous.empty()) {
             st.previous.clear();

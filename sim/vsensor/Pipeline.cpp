@@ -59,10 +59,9 @@ void Pipeline::resetLoops() {
 }
 
 size_t Pipeline::memoryBytes() const {
-    size_t bytes = (m_linear.capacity() + m_scratch.capacity() + m_scene.refl.capacity() +
-                    m_scene.ir.capacity()) *
-                       sizeof(uint16_t) +
-                   m_scene.cls.capacity() + m_state.previous.capacity();
+    size_t bytes = (m_linear.capacity() + m_scratch.capacity()) * sizeof(uint16_t) +
+                   m_scene.refl.capacity() + m_scene.ir.capacity() + m_scene.cls.capacity() +
+                   m_state.previous.capacity();
     for (const auto& stage : m_stages)
         bytes += stage->memoryBytes();
     return bytes;

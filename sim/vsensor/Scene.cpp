@@ -159,6 +159,15 @@ void ballAt(uint64_t frame, float& u, float& v, float& radius) {
     radius = 0.045f;
 }
 
+uint8_t reflectanceCode(float r) {
+    return static_cast<uint8_t>(std::lround(std::sqrt(std::clamp(r, 0.0f, 1.0f)) * 255.0f));
+}
+
+uint16_t reflectanceOf(uint8_t code) {
+    const double root = code / 255.0;
+    return static_cast<uint16_t>(std::lround(root * root * 65535.0));
+}
+
 void SceneCache::prepare(int frameWidth, int frameHeight, double zoomRatio) {
     const int newMargin = static_cast<int>(std::ceil(32.0 * frameWidth / 1280.0)) + 1;
     if (frameWidth == width && frameHeight == height && zoomRatio == zoom && newMargin == margin)
@@ -177,10 +186,10 @@ void SceneCache::prepare(int frameWidth, int frameHeight, double zoomRatio) {
         for (int cx = 0; cx < stride; ++cx) {
             const SceneSample s = sceneAt(uOf(cx), v);
             const size_t i = static_cast<size_t>(cy) * stride + cx;
-            refl[i * 3 + 0] = static_cast<uint16_t>(std::lround(s.r * 65535.0f));
-            refl[i * 3 + 1] = static_cast<uint16_t>(std::lround(s.g * 65535.0f));
-            refl[i * 3 + 2] = static_cast<uint16_t>(std::lround(s.b * 65535.0f));
-            ir[i] = static_cast<uint16_t>(std::lround(s.ir * 65535.0f));
+            refl[i * 3 + 0] = reflectanceCode(s.r);
+            refl[i * 3 + 1] = reflectanceCode(s.g);
+            refl[i * 3 + 2] = reflectanceCode(s.b);
+            ir[i] = reflectanceCode(s.ir);
             cls[i] = s.cls;
         }
     }

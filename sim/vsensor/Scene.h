@@ -40,15 +40,21 @@ extern const float kBallColour[3];
 
 // The scene sampled at a frame size and zoom, with a margin on every side
 // for the shake.
+// A reflectance 0..1 coded as the cache keeps it, and back (65535 = 1).
+uint8_t reflectanceCode(float r);
+uint16_t reflectanceOf(uint8_t code);
+
 struct SceneCache {
     int width = 0;
     int height = 0;
     int margin = 0;
     double zoom = 0;
-    int stride = 0;             // width + 2 margin
-    std::vector<uint16_t> refl; // RGB reflectance, 65535 = 1
-    std::vector<uint16_t> ir;   // infrared reflectance
-    std::vector<uint8_t> cls;   // SceneClass
+    int stride = 0; // width + 2 margin
+    // Reflectances coded as round(255 sqrt(r)): 8 bits that keep the dark
+    // surfaces' detail (steps of under 2 % about mid grey).
+    std::vector<uint8_t> refl; // RGB reflectance
+    std::vector<uint8_t> ir;   // infrared reflectance
+    std::vector<uint8_t> cls;  // SceneClass
 
     // Rebuilds when the size or zoom changed.
     void prepare(int frameWidth, int frameHeight, double zoomRatio);

@@ -257,16 +257,26 @@ private:
     void drawClean(const SceneCache& sc) {
 
         const Factors& f = m_factors;
+        // Each class's signal for each of the 256 reflectance codes: the
+        // drawing is then look-ups and one sum a sample.
+        auto& light = m_light;
+        auto& infrared = m_infrared;
+        for (int k = 0; k < kClassCount; ++k) {
+            for (int code = 0; code < 256; ++code) {
+                const int32_t r = reflectanceOf(static_cast<uint8_t>(code)) >> 4;
+                for (int c = 0; c < 3; ++c)
+                    light[k][c][code] = (r * f.mul[k][c] >> 12) + f.add[k][c];
+                infrared[k][code] = r * f.ir[k] >> 12;
+            }
+        }
         const size_t samples = sc.cls.size();
         m_clean.resize(samples * 3);
         for (size_t i = 0; i < samples; ++i) {
             const int k = sc.cls[i];
-            const int32_t irPart = (sc.ir[i] >> 4) * f.ir[k] >> 12;
-            for (int c = 0; c < 3; ++c) {
-                int32_t v = (sc.refl[i * 3 + c] >> 4) * f.mul[k][c] >> 12;
-                v = std::min(v + f.add[k][c] + irPart, 65535);
-                m_clean[i * 3 + c] = static_cast<uint16_t>(v);
-            }
+            const int32_t irPart = infrared[k][sc.ir[i]];
+            for (int c = 0; c < 3; ++c)
+                m_clean[i * 3 + c] = static_cast<uint16_t>(
+                    std::min(light[k][c][sc.refl[i * 3 + c]] + irPart, 65535));
         }
     }
 
@@ -334,6 +344,8 @@ private:
     };
 
     Factors m_factors;
+    int32_t m_light[kClassCount][3][256] = {}; // per class, channel and reflectance code
+    int32_t m_infrared[kClassCount][256] = {};
     FrameGeometry m_frame;
     std::vector<uint16_t> m_clean;
     std::vector<uint16_t> m_row;
