@@ -69,6 +69,11 @@ public:
 
     void process(FrameContext& ctx) override {
         const int r = boxRadius(ctx);
+        if (r == 0 && ctx.scratch->capacity() > 0) {
+            // In focus again: the blur's plane is given back.
+            ctx.scratch->clear();
+            ctx.scratch->shrink_to_fit();
+        }
         if (r > 0) {
             boxBlur(ctx.linear->data(), ctx.linear->data(), ctx.width, ctx.height, r, *ctx.scratch);
             boxBlur(ctx.linear->data(), ctx.linear->data(), ctx.width, ctx.height, r, *ctx.scratch);

@@ -155,6 +155,7 @@ public:
                 m_k3 = static_cast<int16_t>(std::lround(0.85 * s * 128.0));
             m_threshold = static_cast<int16_t>(std::lround(3.0 * ctx.outputNoise + 2.0));
             st.previous.resize(count);
+            st.previous.shrink_to_fit(); // after a smaller frame
             st.previousWidth = ctx.width;
             st.previousHeight = ctx.height;
             st.previousKind = kind;

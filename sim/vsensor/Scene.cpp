@@ -181,6 +181,10 @@ void SceneCache::prepare(int frameWidth, int frameHeight, double zoomRatio) {
     refl.assign(static_cast<size_t>(stride) * rows * 3, 0);
     ir.assign(static_cast<size_t>(stride) * rows, 0);
     cls.assign(static_cast<size_t>(stride) * rows, kMedium);
+    // A smaller frame gives back what the larger one held.
+    refl.shrink_to_fit();
+    ir.shrink_to_fit();
+    cls.shrink_to_fit();
     for (int cy = 0; cy < rows; ++cy) {
         const float v = vOf(cy);
         for (int cx = 0; cx < stride; ++cx) {

@@ -271,6 +271,7 @@ private:
         }
         const size_t samples = sc.cls.size();
         m_clean.resize(samples * 3);
+        m_clean.shrink_to_fit(); // after a smaller frame or zoom
         for (size_t i = 0; i < samples; ++i) {
             const int k = sc.cls[i];
             const int32_t irPart = infrared[k][sc.ir[i]];

@@ -261,6 +261,7 @@ void VirtualSensor::renderFrame(Frame& frame) {
     Frame& latest = m_pImpl->latest;
     std::vector<uint8_t> pixels = std::move(latest.rgb);
     pixels.assign(frame.rgb.begin(), frame.rgb.end());
+    pixels.shrink_to_fit(); // after a smaller frame
     std::vector<uint8_t> drawn = std::move(frame.rgb);
     latest = frame; // the read-outs; both pixel buffers are aside
     frame.rgb = std::move(drawn);
