@@ -140,11 +140,14 @@ public:
     // device clock's time).
     double illuminance() const;
 
-    // Fog density 0 (clear) .. 1 (thick); false with error outside.
+    static constexpr double kMaxFog = 1.0;
+    static constexpr double kMaxShake = 32.0;
+
+    // Fog density 0 (clear) .. kMaxFog (thick); false with error outside.
     bool setFog(double density, std::string& error);
     double fog() const;
-    // Camera shake amplitude in pixels of a 1280-wide frame, 0..32; false
-    // with error outside.
+    // Camera shake amplitude in pixels of a 1280-wide frame, 0..kMaxShake;
+    // false with error outside.
     bool setShake(double pixels, std::string& error);
     double shake() const;
 

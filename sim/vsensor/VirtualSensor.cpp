@@ -18,6 +18,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <sstream>
 #include <thread>
 
 #include "host/KPDeviceTime.h"
@@ -54,6 +55,13 @@ bool minutesBetween(int now, int from, int to) {
     if (from < to)
         return now >= from && now < to;
     return now >= from || now < to;
+}
+
+// A limit as a reader types it: "200000", "0.5".
+std::string numberText(double value) {
+    std::ostringstream out;
+    out << value;
+    return out.str();
 }
 
 } // namespace
@@ -173,8 +181,8 @@ int VirtualSensor::height() const {
 
 bool VirtualSensor::setIlluminance(double lux, std::string& error) {
     if (!(lux >= kMinLux && lux <= kMaxLux)) {
-        error =
-            "illuminance " + std::to_string(lux) + " lux refused: it must lie from 0 to 200000 lux";
+        error = "illuminance " + std::to_string(lux) + " lux refused: it must lie from " +
+                numberText(kMinLux) + " to " + numberText(kMaxLux) + " lux";
         return false;
     }
     std::lock_guard<std::mutex> lock(m_pImpl->settings);
@@ -199,8 +207,9 @@ double VirtualSensor::illuminance() const {
 }
 
 bool VirtualSensor::setFog(double density, std::string& error) {
-    if (!(density >= 0.0 && density <= 1.0)) {
-        error = "fog density " + std::to_string(density) + " refused: it must lie from 0 to 1";
+    if (!(density >= 0.0 && density <= kMaxFog)) {
+        error = "fog density " + std::to_string(density) + " refused: it must lie from 0 to " +
+                numberText(kMaxFog);
         return false;
     }
     std::lock_guard<std::mutex> lock(m_pImpl->settings);
@@ -215,9 +224,9 @@ double VirtualSensor::fog() const {
 }
 
 bool VirtualSensor::setShake(double pixels, std::string& error) {
-    if (!(pixels >= 0.0 && pixels <= 32.0)) {
-        error =
-            "camera shake " + std::to_string(pixels) + " px refused: it must lie from 0 to 32 px";
+    if (!(pixels >= 0.0 && pixels <= kMaxShake)) {
+        error = "camera shake " + std::to_string(pixels) + " px refused: it must lie from 0 to " +
+                numberText(kMaxShake) + " px";
         return false;
     }
     std::lock_guard<std::mutex> lock(m_pImpl->settings);

@@ -9,6 +9,7 @@
 #include <ostream>
 
 #include "Camera.h"
+#include "SceneInput.h"
 #include "controller/SensorKeys.h"
 #include "sim/SimIsp.h"
 #include "sim/VirtualSensor.h"
@@ -28,63 +29,38 @@ std::string decimalText(double value, int digits) {
 }
 
 // A value the sensor keeps (light, fog, shake): read it without an argument,
-// set it from a number with one; the sensor judges the range.
-bool numberSetting(VerbContext& c, std::string& r, const char* szUnit,
-                   bool (sim::VirtualSensor::*set)(double, std::string&),
-                   double (sim::VirtualSensor::*get)() const) {
-    sim::VirtualSensor& sensor = sensorOf(c);
-    if (!c.args.empty()) {
-        double d = 0;
-        if (!parseDecimal(c.args[0], d)) {
-            c.error = "not a number: " + c.args[0];
-            return false;
-        }
-        if (!(sensor.*set)(d, c.error))
-            return false;
-    }
-    r = decimalText((sensor.*get)(), 2) + szUnit;
-    return true;
+// set it with one.
+bool sceneVerb(VerbContext& c, SceneValue which) {
+    return c.args.empty() || setSceneValue(sensorOf(c), which, c.args[0], c.error);
 }
 
 bool lightVerb(VerbContext& c, std::string& r) {
-    sim::VirtualSensor& sensor = sensorOf(c);
-    if (!c.args.empty()) {
-        if (c.args[0] == "clock") {
-            sensor.followDayCurve();
-        } else {
-            double d = 0;
-            if (!parseDecimal(c.args[0], d)) {
-                c.error = "expected lux or clock: " + c.args[0];
-                return false;
-            }
-            if (!sensor.setIlluminance(d, c.error))
-                return false;
-        }
-    }
+    if (!sceneVerb(c, SceneValue::Light))
+        return false;
+    const sim::VirtualSensor& sensor = sensorOf(c);
     r = decimalText(sensor.illuminance(), 1) + " lux" +
         (sensor.followsDayCurve() ? " (clock)" : " (fixed)");
     return true;
 }
 
 bool fogVerb(VerbContext& c, std::string& r) {
-    return numberSetting(c, r, "", &sim::VirtualSensor::setFog, &sim::VirtualSensor::fog);
+    if (!sceneVerb(c, SceneValue::Fog))
+        return false;
+    r = decimalText(sensorOf(c).fog(), 2);
+    return true;
 }
 
 bool shakeVerb(VerbContext& c, std::string& r) {
-    return numberSetting(c, r, " px", &sim::VirtualSensor::setShake, &sim::VirtualSensor::shake);
+    if (!sceneVerb(c, SceneValue::Shake))
+        return false;
+    r = decimalText(sensorOf(c).shake(), 2) + " px";
+    return true;
 }
 
 bool sizeVerb(VerbContext& c, std::string& r) {
     sim::VirtualSensor& sensor = sensorOf(c);
-    if (!c.args.empty()) {
-        int w = 0, h = 0;
-        if (!parseFrameSize(c.args[0], w, h)) {
-            c.error = "not a size WIDTHxHEIGHT: " + c.args[0];
-            return false;
-        }
-        if (!sensor.setFrameSize(w, h, c.error))
-            return false;
-    }
+    if (!c.args.empty() && !setSceneSize(sensor, c.args[0], c.error))
+        return false;
     r = std::to_string(sensor.width()) + "x" + std::to_string(sensor.height());
     return true;
 }
@@ -150,41 +126,27 @@ bool statsVerb(VerbContext& c, std::string& r) {
 
 } // namespace
 
-bool parseDecimal(const std::string& text, double& value) {
-    if (text.empty() || std::isspace(static_cast<unsigned char>(text[0])))
-        return false;
-    errno = 0;
-    char* end = nullptr;
-    value = std::strtod(text.c_str(), &end);
-    return errno == 0 && *end == '\0' && std::isfinite(value);
-}
-
-bool parseFrameSize(const std::string& text, int& width, int& height) {
-    const size_t x = text.find('x');
-    if (x == std::string::npos || x == 0 || x + 1 >= text.size() || x > 6 || text.size() - x > 7)
-        return false;
-    for (size_t i = 0; i < text.size(); ++i)
-        if (i != x && !std::isdigit(static_cast<unsigned char>(text[i])))
-            return false;
-    width = std::atoi(text.substr(0, x).c_str());
-    height = std::atoi(text.substr(x + 1).c_str());
-    return true;
-}
-
 std::string shutterText(unsigned shutter) {
     return shutter == 0 ? std::string("unknown") : "1/" + std::to_string(shutter) + " s";
 }
 
 const std::vector<PictureVerb>& pictureVerbs() {
+    // The ranges in the help are the sensor's own.
+    static const std::string light = "the scene's light in lux (" +
+                                     sceneValueRange(SceneValue::Light) +
+                                     "), or follow the clock's day curve";
+    static const std::string fog =
+        "the fog (" + sceneValueRange(SceneValue::Fog) + ", 0 clear), or set it";
+    static const std::string shake =
+        "the camera shake (" + sceneValueRange(SceneValue::Shake) + " pixels), or set it";
+    static const std::string size = "the picture size (" + sceneSizeRange() + ", even), or set it";
     static const std::vector<PictureVerb> verbs = {
         {"snapshot", "snapshot PATH", 1, -1, "write the current picture to PATH as JPEG",
          snapshotVerb},
-        {"light", "light [LUX|clock]", 0, 1,
-         "the scene's light in lux (0..200000), or follow the clock's day curve", lightVerb},
-        {"fog", "fog [DENSITY]", 0, 1, "the fog, 0 (clear) .. 1 (thick), or set it", fogVerb},
-        {"shake", "shake [PIXELS]", 0, 1, "the camera shake, 0..32 pixels, or set it", shakeVerb},
-        {"size", "size [WxH]", 0, 1, "the picture size, 16x16 .. 1920x1080 (even), or set it",
-         sizeVerb},
+        {"light", "light [LUX|clock]", 0, 1, light.c_str(), lightVerb},
+        {"fog", "fog [DENSITY]", 0, 1, fog.c_str(), fogVerb},
+        {"shake", "shake [PIXELS]", 0, 1, shake.c_str(), shakeVerb},
+        {"size", "size [WxH]", 0, 1, size.c_str(), sizeVerb},
         {"stats", "stats", 0, 0,
          "render a picture and list its statistics and what the ISP chose; = its number",
          statsVerb},

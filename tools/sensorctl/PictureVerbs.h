@@ -38,12 +38,6 @@ struct PictureVerb {
 
 const std::vector<PictureVerb>& pictureVerbs();
 
-// A decimal number, all of the text, finite; false otherwise.
-bool parseDecimal(const std::string& text, double& value);
-
-// "WIDTHxHEIGHT" as two decimal integers; false for any other text.
-bool parseFrameSize(const std::string& text, int& width, int& height);
-
 // The shutter as the list names it: "1/50 s".
 std::string shutterText(unsigned shutter);
 

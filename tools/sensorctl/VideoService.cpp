@@ -20,6 +20,7 @@
 #include "ToolInput.h"
 #include "controller/SensorKeys.h"
 #include "sim/SimIsp.h"
+#include "SceneInput.h"
 #include "sim/VirtualSensor.h"
 
 namespace sensorctl {
@@ -282,50 +283,30 @@ struct VideoService::Impl {
 
     // The scene the sensor films. Bodies are plain text like the settings
     // API's: a number, "clock" for the light, WIDTHxHEIGHT for the size.
-    void postLight(const httplib::Request& req, httplib::Response& res) {
-        const std::string strBody = withoutBlanks(req.body).strText;
+    void postScene(const httplib::Request& req, httplib::Response& res, SceneValue which) {
         std::string strError;
         sim::VirtualSensor& s = sensor();
-        double dLux = 0;
-        if (strBody == "clock") {
-            s.followDayCurve();
-        } else if (!parseDecimal(strBody, dLux)) {
-            sendError(res, 400, "expected lux (0..200000) or clock: " + strBody);
-            return;
-        } else if (!s.setIlluminance(dLux, strError)) {
+        if (!setSceneValue(s, which, withoutBlanks(req.body).strText, strError)) {
             sendError(res, 400, strError);
             return;
         }
-        sendJson(res,
-                 {{"lux", rounded(s.illuminance(), 2)}, {"follows_clock", s.followsDayCurve()}});
-    }
-
-    void postNumber(const httplib::Request& req, httplib::Response& res, const char* szName,
-                    bool (sim::VirtualSensor::*set)(double, std::string&),
-                    double (sim::VirtualSensor::*get)() const) {
-        const std::string strBody = withoutBlanks(req.body).strText;
-        double d = 0;
-        std::string strError;
-        if (!parseDecimal(strBody, d)) {
-            sendError(res, 400, std::string("expected a number for ") + szName + ": " + strBody);
-            return;
+        switch (which) {
+            case SceneValue::Light:
+                sendJson(res, {{"lux", rounded(s.illuminance(), 2)},
+                               {"follows_clock", s.followsDayCurve()}});
+                return;
+            case SceneValue::Fog:
+                sendJson(res, {{"fog", rounded(s.fog(), 3)}});
+                return;
+            case SceneValue::Shake:
+                sendJson(res, {{"shake", rounded(s.shake(), 3)}});
+                return;
         }
-        if (!(sensor().*set)(d, strError)) {
-            sendError(res, 400, strError);
-            return;
-        }
-        sendJson(res, {{szName, rounded((sensor().*get)(), 3)}});
     }
 
     void postSize(const httplib::Request& req, httplib::Response& res) {
-        const std::string strBody = withoutBlanks(req.body).strText;
-        int w = 0, h = 0;
         std::string strError;
-        if (!parseFrameSize(strBody, w, h)) {
-            sendError(res, 400, "not a size WIDTHxHEIGHT: " + strBody);
-            return;
-        }
-        if (!sensor().setFrameSize(w, h, strError)) {
+        if (!setSceneSize(sensor(), withoutBlanks(req.body).strText, strError)) {
             sendError(res, 400, strError);
             return;
         }
@@ -366,13 +347,14 @@ void VideoService::install(httplib::Server& server) {
     server.Get("/snapshot.jpg", bind(&Impl::getSnapshot));
     server.Get("/api/picture", bind(&Impl::getPicture));
     server.Post("/api/picture", wrongMethod("GET"));
-    server.Post("/api/light", bind(&Impl::postLight));
-    server.Post("/api/fog", [p](const httplib::Request& req, httplib::Response& res) {
-        p->postNumber(req, res, "fog", &sim::VirtualSensor::setFog, &sim::VirtualSensor::fog);
-    });
-    server.Post("/api/shake", [p](const httplib::Request& req, httplib::Response& res) {
-        p->postNumber(req, res, "shake", &sim::VirtualSensor::setShake, &sim::VirtualSensor::shake);
-    });
+    const auto scene = [p](SceneValue which) {
+        return [p, which](const httplib::Request& req, httplib::Response& res) {
+            p->postScene(req, res, which);
+        };
+    };
+    server.Post("/api/light", scene(SceneValue::Light));
+    server.Post("/api/fog", scene(SceneValue::Fog));
+    server.Post("/api/shake", scene(SceneValue::Shake));
     server.Post("/api/size", bind(&Impl::postSize));
     for (const char* szPath : {"/api/light", "/api/fog", "/api/shake", "/api/size"})
         server.Get(szPath, wrongMethod("POST"));
