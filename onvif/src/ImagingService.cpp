@@ -925,9 +925,9 @@ Result ImagingService::move(const XmlNode& p_objOp) {
     } else {
         return invalidSettings("no Absolute, Relative or Continuous move");
     }
-    // A move through the service takes the focus out of automatic, as the
-    // imaging standard has it, so that the automatic focus does not undo it;
-    // a continuous speed of 0 only stops and leaves the mode.
+    // A move through the service takes the focus out of automatic, as ONVIF
+    // Imaging has it, so that the automatic focus does not undo the move; a
+    // continuous speed of 0 only stops and leaves the mode.
     if (!(pCont && d == 0) && !manualFocus(*pStyle))
         return SoapFault::receiver("ter:Action", "", "the focus mode could not be set to manual");
     bool bOk = false;
