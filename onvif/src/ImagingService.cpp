@@ -406,6 +406,24 @@ const FieldMap* fieldOfKey(unsigned p_nKey) {
     return nullptr;
 }
 
+// A field beside a mode the style does not offer (a level without its
+// switch): the schema requires the mode in the element that holds both, so
+// the field is left out with it.
+bool lacksItsMode(const FieldMap& p_objField, const StyleOffers& p_objStyle) {
+    const std::string path = p_objField.path;
+    const std::string parent = path.substr(0, path.rfind('/') + 1);
+    if (parent.empty())
+        return false;
+    for (const FieldMap& f : imagingFieldMap()) {
+        const std::string other = f.path;
+        if (&f != &p_objField && other.compare(0, parent.size(), parent) == 0 &&
+            (other.substr(parent.size()) == "Mode" ||
+             other.substr(parent.size()) == "AutoFocusMode"))
+            return !offered(f, p_objStyle);
+    }
+    return false;
+}
+
 // The element that holds the day/night boundaries and the response time.
 const char* const kIrCutPath = "Extension/Extension/IrCutFilterAutoAdjustment";
 
@@ -509,9 +527,12 @@ bool sourceMatches(const XmlNode& p_objOp, const std::string& p_strToken) {
 std::string ImagingService::capabilitiesXml() {
     const FieldMap* pDis = fieldOfKey(KEY_ANTI_SHAKE_SWITCH);
     const bool bDis = pDis && offered(*pDis, *offers());
+    // The presets are the schemes, and SetImagingSettings writes into the
+    // current one: the active preset takes the new settings (adaptable).
+    const bool bPresets = m_objConfig.schemeCount > 0;
     return std::string("<timg:Capabilities ImageStabilization=\"") + (bDis ? "true" : "false") +
-           "\" Presets=\"" + (m_objConfig.schemeCount > 0 ? "true" : "false") +
-           "\" AdaptablePreset=\"false\"/>";
+           "\" Presets=\"" + (bPresets ? "true" : "false") + "\" AdaptablePreset=\"" +
+           (bPresets ? "true" : "false") + "\"/>";
 }
 
 Result ImagingService::getServiceCapabilities(const XmlNode&) {
@@ -561,7 +582,7 @@ void readSettings(ISensorController& p_objController, const StyleOffers& style, 
                 bIrCutDone = true;
                 continue;
             }
-            if (!offered(f, style))
+            if (!offered(f, style) || lacksItsMode(f, style))
                 continue;
             int nValue = 0;
             if (!p_objController.getParameter(static_cast<int>(f.key), nValue))
@@ -614,6 +635,12 @@ std::string optionPath(const FieldMap& p_objField) {
         {"IrCutFilter", "IrCutFilterModes"},
         {"WhiteBalance/CrGain", "WhiteBalance/YrGain"},
         {"WhiteBalance/CbGain", "WhiteBalance/YbGain"},
+        {"Extension/Extension/Extension/Defogging/Mode",
+         "Extension/Extension/Extension/DefoggingOptions/Mode"},
+        {"Extension/Extension/Extension/Defogging/Level",
+         "Extension/Extension/Extension/DefoggingOptions/Level"},
+        {"Extension/Extension/Extension/NoiseReduction/Level",
+         "Extension/Extension/Extension/NoiseReductionOptions/Level"},
     };
     for (const auto& r : renames)
         if (path == r.first)
@@ -664,8 +691,14 @@ Result ImagingService::getOptions(const XmlNode& p_objOp) {
                                           "</tt:IrCutFilterAutoAdjustment>");
                 continue;
             }
-            if (!offered(f, style))
+            if (lacksItsMode(f, style))
                 continue;
+            if (!offered(f, style)) {
+                // DefoggingOptions says whether there is a level, also when not.
+                if (f.key == KEY_DEFLG_STRG)
+                    nest.leaf(optionPath(f), element("Level", "false"));
+                continue;
+            }
             const Offer& o = *style.find(f.key);
             const std::string path = optionPath(f);
             const std::string name = lastPart(path);
@@ -688,13 +721,6 @@ Result ImagingService::getOptions(const XmlNode& p_objOp) {
                     break;
                 default:
                     break;
-            }
-            // Defogging's mode list is one comma-separated text.
-            if (path == "Extension/Extension/Extension/Defogging/Mode") {
-                std::string list;
-                for (const EnumValue* ev : offeredTokens(f, o))
-                    list += (list.empty() ? "" : ",") + std::string(ev->token);
-                xml = element(name, list);
             }
             nest.leaf(path, xml);
         }
@@ -872,46 +898,77 @@ Result ImagingService::move(const XmlNode& p_objOp) {
     std::lock_guard<std::mutex> lock(m_objChangeMutex);
     if (!sourceMatches(p_objOp, m_objConfig.videoSourceToken))
         return noSource();
-    if (!offers()->hasLens())
+    const std::shared_ptr<const StyleOffers> pStyle = offers();
+    if (!pStyle->hasLens())
         return SoapFault::receiver("ter:ActionNotSupported", "ter:NoImagingForSource",
                                    "this camera has no focus lens");
     const XmlNode* pFocus = p_objOp.child("Focus");
     if (!pFocus)
         return invalidSettings("no Focus move");
+    // The move is read whole before the lens is touched.
+    const XmlNode* pAbs = pFocus->child("Absolute");
+    const XmlNode* pRel = pAbs ? nullptr : pFocus->child("Relative");
+    const XmlNode* pCont = pAbs || pRel ? nullptr : pFocus->child("Continuous");
     double d = 0;
-    bool bOk = false;
-    if (const XmlNode* pAbs = pFocus->child("Absolute")) {
+    if (pAbs) {
         const XmlNode* pPos = pAbs->child("Position");
         if (!pPos || !parseFloat(pPos->text, d) || d < kFocusMin || d > kFocusMax)
             return invalidSettings("Absolute Position is missing or out of range");
-        bOk = m_objController.setFocusValue(static_cast<int>(std::lround(d)));
-    } else if (const XmlNode* pRel = pFocus->child("Relative")) {
+    } else if (pRel) {
         const XmlNode* pDist = pRel->child("Distance");
         if (!pDist || !parseFloat(pDist->text, d) || d < -kFocusMax || d > kFocusMax)
             return invalidSettings("Relative Distance is missing or out of range");
+    } else if (pCont) {
+        const XmlNode* pSpeed = pCont->child("Speed");
+        if (!pSpeed || !parseFloat(pSpeed->text, d) || d < -1 || d > 1)
+            return invalidSettings("Continuous Speed is missing or out of range");
+    } else {
+        return invalidSettings("no Absolute, Relative or Continuous move");
+    }
+    // A move through the service takes the focus out of automatic, as ONVIF
+    // Imaging has it, so that the automatic focus does not undo the move; a
+    // continuous speed of 0 only stops and leaves the mode.
+    if (!(pCont && d == 0) && !manualFocus(*pStyle))
+        return SoapFault::receiver("ter:Action", "", "the focus mode could not be set to manual");
+    bool bOk = false;
+    if (pAbs) {
+        bOk = m_objController.setFocusValue(static_cast<int>(std::lround(d)));
+    } else if (pRel) {
         int nPos = 0;
         if (m_objController.getFocusValue(nPos)) {
             long nTarget = nPos + std::lround(d);
             nTarget = std::max<long>(kFocusMin, std::min<long>(kFocusMax, nTarget));
             bOk = m_objController.setFocusValue(static_cast<int>(nTarget));
         }
-    } else if (const XmlNode* pCont = pFocus->child("Continuous")) {
-        const XmlNode* pSpeed = pCont->child("Speed");
-        if (!pSpeed || !parseFloat(pSpeed->text, d) || d < -1 || d > 1)
-            return invalidSettings("Continuous Speed is missing or out of range");
-        if (d == 0) {
-            m_bMoving = false;
-            bOk = m_objController.setPTZRunState(0);
-        } else {
-            bOk = d > 0 ? m_objController.focusFar() : m_objController.focusNear();
-            m_bMoving = bOk;
-        }
+    } else if (d == 0) {
+        m_bMoving = false;
+        bOk = m_objController.setPTZRunState(0);
     } else {
-        return invalidSettings("no Absolute, Relative or Continuous move");
+        bOk = d > 0 ? m_objController.focusFar() : m_objController.focusNear();
+        m_bMoving = bOk;
     }
     if (!bOk)
         return SoapFault::receiver("ter:Action", "", "the lens refused the move");
     return "<timg:MoveResponse/>";
+}
+
+bool ImagingService::manualFocus(const StyleOffers& p_objStyle) {
+    const FieldMap* pMode = fieldOfKey(KEY_AUTO_FOCUS_MODE);
+    if (!pMode || !offered(*pMode, p_objStyle))
+        return true; // no focus mode to leave
+    int nOld = 0;
+    if (!m_objController.getParameter(KEY_AUTO_FOCUS_MODE, nOld))
+        return false;
+    int nManual = 0;
+    std::string why;
+    if (!fromOnvif(*pMode, *p_objStyle.find(KEY_AUTO_FOCUS_MODE), "MANUAL", nOld, nManual, why))
+        return true; // the camera offers no manual mode: the lens moves as it is
+    if (nManual == nOld)
+        return true;
+    // As SetImagingSettings writes a field: one pair text through the cache.
+    return m_objController.setParameters("(" + std::to_string(KEY_AUTO_FOCUS_MODE) + "," +
+                                             std::to_string(nManual) + ")",
+                                         true) == 0;
 }
 
 Result ImagingService::stop(const XmlNode& p_objOp) {
@@ -939,8 +996,8 @@ namespace {
 
 std::string presetXml(int p_nScheme) {
     return "<timg:Preset token=\"" + std::string(kPresetPrefix) + std::to_string(p_nScheme) +
-           "\" type=\"Custom\">" + element("Name", "Scheme " + std::to_string(p_nScheme)) +
-           "</timg:Preset>";
+           "\" type=\"Custom\"><timg:Name>Scheme " + std::to_string(p_nScheme) +
+           "</timg:Name></timg:Preset>";
 }
 
 } // namespace

@@ -75,7 +75,10 @@ SoapFault SoapFault::notWellFormed(std::string p_strReason) {
 }
 
 SoapFault SoapFault::bodyTooLarge(size_t p_nLimit) {
-    return notWellFormed("request body exceeds " + std::to_string(p_nLimit) + " bytes");
+    // Refused unread, so nothing is known of its XML: the arguments are what
+    // the device will not take (more than any operation carries).
+    return sender("ter:InvalidArgs", "",
+                  "request body exceeds " + std::to_string(p_nLimit) + " bytes");
 }
 
 // Text helpers ------------------------------------------------------------------

@@ -498,7 +498,61 @@ TEST_F(ImagingTest, CapabilitiesAnnouncePresetsAndStabilisation) {
     start();
     const std::string body = call("GetServiceCapabilities/>").body;
     EXPECT_NE(std::string::npos, body.find("ImageStabilization=\"true\""));
-    EXPECT_NE(std::string::npos, body.find("Presets=\"true\""));
+    EXPECT_NE(std::string::npos, body.find(" Presets=\"true\""));
+}
+
+TEST_F(ImagingTest, SettingsChangeTheActivePresetSoPresetsAreAdaptable) {
+    start();
+    EXPECT_NE(std::string::npos,
+              call("GetServiceCapabilities/>").body.find("AdaptablePreset=\"true\""));
+    const auto preset = [this](const std::string& token) {
+        return call("SetCurrentPreset><timg:VideoSourceToken>VideoSource_1"
+                    "</timg:VideoSourceToken><timg:PresetToken>" +
+                    token + "</timg:PresetToken></timg:SetCurrentPreset>")
+            .status;
+    };
+    ASSERT_EQ(200, preset("Scheme_1"));
+    ASSERT_EQ(200, set("<tt:Brightness>71</tt:Brightness>").status);
+    ASSERT_EQ(200, preset("Scheme_2"));
+    EXPECT_EQ("50", textAt(settings().body, "Brightness"));
+    // Back on the preset the settings went to: it holds them.
+    ASSERT_EQ(200, preset("Scheme_1"));
+    EXPECT_EQ("71", textAt(settings().body, "Brightness"));
+}
+
+TEST_F(ImagingTest, PresetNamesAreInTheImagingNamespace) {
+    start();
+    // imaging.wsdl: ImagingPreset's Name is timg:Name (of type tt:Name).
+    for (const char* op : {"GetPresets", "GetCurrentPreset"}) {
+        const HttpReply r = call(std::string(op) +
+                                 "><timg:VideoSourceToken>VideoSource_1</timg:VideoSourceToken>"
+                                 "</timg:" +
+                                 op + ">");
+        const soapcheck::Answer answer(r.body);
+        const TiXmlElement* pPreset = soapcheck::child(answer.first(), "Preset");
+        ASSERT_NE(nullptr, pPreset) << r.body;
+        const TiXmlElement* pName = soapcheck::child(pPreset, "Name");
+        ASSERT_NE(nullptr, pName) << r.body;
+        EXPECT_EQ("http://www.onvif.org/ver20/imaging/wsdl", soapcheck::namespaceOf(pName))
+            << r.body;
+        EXPECT_STREQ("Scheme 0", pName->GetText()) << r.body;
+    }
+}
+
+TEST_F(ImagingTest, DefogAndNoiseReductionOptionsCarryTheSchemasNames) {
+    start();
+    const std::string body = options().body;
+    // ImagingOptions20Extension3 (under Extension/Extension/Extension):
+    // DefoggingOptions with one Mode per mode and a boolean Level, then
+    // NoiseReductionOptions with a boolean Level.
+    EXPECT_NE(std::string::npos,
+              body.find("<tt:Extension><tt:DefoggingOptions><tt:Mode>OFF</tt:Mode>"
+                        "<tt:Mode>ON</tt:Mode><tt:Level>true</tt:Level></tt:DefoggingOptions>"
+                        "<tt:NoiseReductionOptions><tt:Level>true</tt:Level>"
+                        "</tt:NoiseReductionOptions></tt:Extension>"))
+        << body;
+    EXPECT_FALSE(hasElement(body, "Defogging"));
+    EXPECT_FALSE(hasElement(body, "NoiseReduction"));
 }
 
 TEST_F(ImagingTest, ABoxCameraHasNoFocusMoves) {
@@ -564,6 +618,49 @@ TEST_F(ImagingTest, FocusMovesAreLensCommands) {
     EXPECT_EQ(std::string::npos, item.find("<option index=\"1000\""));
     EXPECT_NE(std::string::npos,
               options().body.find("<tt:NearLimit><tt:Min>0.1</tt:Min><tt:Max>6</tt:Max>"));
+}
+
+TEST_F(ImagingTest, AFocusMoveTakesTheFocusOutOfAutomatic) {
+    start(true);
+    const std::string head =
+        "Move><timg:VideoSourceToken>VideoSource_1</timg:VideoSourceToken><timg:Focus>";
+    const std::string tail = "</timg:Focus></timg:Move>";
+    ASSERT_EQ(0, cam.ctl->setParameter(KEY_AUTO_FOCUS_MODE, 0, true));
+    sim::Isp::instance().clearTrace();
+    // A continuous speed of 0 only stops: the mode stays.
+    ASSERT_EQ(200,
+              call(head + "<tt:Continuous><tt:Speed>0</tt:Speed></tt:Continuous>" + tail).status);
+    EXPECT_EQ(0, value(KEY_AUTO_FOCUS_MODE));
+    EXPECT_EQ("AUTO", textAt(settings().body, "Focus/AutoFocusMode"));
+
+    // An absolute move: the mode goes to manual (2) first, then the lens.
+    ASSERT_EQ(
+        200,
+        call(head + "<tt:Absolute><tt:Position>300</tt:Position></tt:Absolute>" + tail).status);
+    EXPECT_EQ(2, value(KEY_AUTO_FOCUS_MODE));
+    EXPECT_EQ("MANUAL", textAt(settings().body, "Focus/AutoFocusMode"));
+    const auto calls = camtest::setCalls();
+    size_t nMode = calls.size();
+    size_t nLens = calls.size();
+    for (size_t i = 0; i < calls.size(); ++i) {
+        if (calls[i].cmd == 1536 && nMode == calls.size())
+            nMode = i;
+        if (calls[i].cmd == 1552 && nLens == calls.size())
+            nLens = i;
+    }
+    ASSERT_LT(nMode, calls.size());
+    EXPECT_EQ(2u, calls[nMode].words.at(0));
+    EXPECT_LT(nMode, nLens);
+
+    // From semi-automatic (1, also AUTO) a continuous move does the same.
+    ASSERT_EQ(0, cam.ctl->setParameter(KEY_AUTO_FOCUS_MODE, 1, true));
+    ASSERT_EQ(200,
+              call(head + "<tt:Continuous><tt:Speed>0.5</tt:Speed></tt:Continuous>" + tail).status);
+    EXPECT_EQ(2, value(KEY_AUTO_FOCUS_MODE));
+    ASSERT_EQ(0, cam.ctl->setParameter(KEY_AUTO_FOCUS_MODE, 0, true));
+    ASSERT_EQ(200,
+              call(head + "<tt:Relative><tt:Distance>5</tt:Distance></tt:Relative>" + tail).status);
+    EXPECT_EQ(2, value(KEY_AUTO_FOCUS_MODE));
 }
 
 TEST_F(ImagingTest, AWrongPasswordChangesNothing) {

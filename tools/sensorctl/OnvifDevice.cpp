@@ -23,6 +23,14 @@ constexpr int kWidth = 1920;
 constexpr int kHeight = 1080;
 constexpr int kFrameRate = 25;
 
+// The versions of the service WSDLs whose operations these services answer
+// and whose schemas their answers follow: devicemgmt.wsdl 26.06 (with Core
+// 26.06) and media.wsdl 21.06. The imaging service states its own.
+constexpr int kDeviceMajor = 26;
+constexpr int kDeviceMinor = 6;
+constexpr int kMediaMajor = 21;
+constexpr int kMediaMinor = 6;
+
 std::string open(const char* szElement, const char* szPrefix, const char* szNs) {
     return std::string("<") + szPrefix + ":" + szElement + " xmlns:" + szPrefix + "=\"" + szNs +
            "\" xmlns:tt=\"" + ns::kTt + "\">";
@@ -94,14 +102,20 @@ std::string systemDateAndTimeResponse(const KPDateTime& now) {
            close("GetSystemDateAndTimeResponse", "tds");
 }
 
-bool capabilitiesResponse(const std::string& strHost, const std::string& strCategory,
+bool capabilitiesResponse(const std::string& strHost, const std::vector<std::string>& categories,
                           std::string& strOut) {
-    const bool bAll = strCategory.empty() || strCategory == "All";
-    const bool bDevice = bAll || strCategory == "Device";
-    const bool bMedia = bAll || strCategory == "Media";
-    const bool bImaging = bAll || strCategory == "Imaging";
-    if (!bDevice && !bMedia && !bImaging)
-        return false;
+    // No category asks for all of them; several ask for their union.
+    bool bDevice = categories.empty();
+    bool bMedia = categories.empty();
+    bool bImaging = categories.empty();
+    for (const std::string& strCategory : categories) {
+        const bool bAll = strCategory == "All";
+        if (!bAll && strCategory != "Device" && strCategory != "Media" && strCategory != "Imaging")
+            return false;
+        bDevice = bDevice || bAll || strCategory == "Device";
+        bMedia = bMedia || bAll || strCategory == "Media";
+        bImaging = bImaging || bAll || strCategory == "Imaging";
+    }
     strOut = open("GetCapabilitiesResponse", "tds", ns::kTds) + "<tds:Capabilities>";
     if (bDevice)
         strOut += "<tt:Device>" +
@@ -111,7 +125,8 @@ bool capabilitiesResponse(const std::string& strHost, const std::string& strCate
                   "<tt:System>" + tt("DiscoveryResolve", "false") + tt("DiscoveryBye", "false") +
                   tt("RemoteDiscovery", "false") + tt("SystemBackup", "false") +
                   tt("SystemLogging", "false") + tt("FirmwareUpgrade", "false") +
-                  "<tt:SupportedVersions>" + tt("Major", "2") + tt("Minor", "60") +
+                  "<tt:SupportedVersions>" + tt("Major", std::to_string(kDeviceMajor)) +
+                  tt("Minor", std::to_string(kDeviceMinor)) +
                   "</tt:SupportedVersions></tt:System>" + "<tt:Security>" + tt("TLS1.1", "false") +
                   tt("TLS1.2", "false") + tt("OnboardKeyGeneration", "false") +
                   tt("AccessPolicyConfig", "false") + tt("X.509Token", "false") +
@@ -136,11 +151,15 @@ std::string servicesResponse(const std::string& strHost, bool bIncludeCapability
                              const std::string& strImagingCapabilities) {
     return open("GetServicesResponse", "tds", ns::kTds) +
            service(ns::kTds, serviceAddress(strHost, kDevicePath),
-                   bIncludeCapability ? deviceCapabilitiesOfService() : "", 2, 60) +
+                   bIncludeCapability ? deviceCapabilitiesOfService() : "", kDeviceMajor,
+                   kDeviceMinor) +
            service(ns::kTrt, serviceAddress(strHost, kMediaPath),
-                   bIncludeCapability ? mediaCapabilitiesOfService() : "", 2, 60) +
+                   bIncludeCapability ? mediaCapabilitiesOfService() : "", kMediaMajor,
+                   kMediaMinor) +
            service(ns::kTimg, serviceAddress(strHost, sensor_onvif::ImagingService::kPath),
-                   bIncludeCapability ? strImagingCapabilities : "", 2, 60) +
+                   bIncludeCapability ? strImagingCapabilities : "",
+                   sensor_onvif::ImagingService::kVersionMajor,
+                   sensor_onvif::ImagingService::kVersionMinor) +
            close("GetServicesResponse", "tds");
 }
 

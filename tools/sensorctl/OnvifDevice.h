@@ -5,6 +5,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "host/KPDeviceTime.h"
 
@@ -37,9 +38,10 @@ std::string serviceAddress(const std::string& strHost, const char* szPath);
 // The device clock as the camera's UTC time (it keeps no time zone).
 std::string systemDateAndTimeResponse(const KPDateTime& now);
 
-// Category "All", "Device", "Media" or "Imaging"; any other category is a
-// service this camera does not have: false.
-bool capabilitiesResponse(const std::string& strHost, const std::string& strCategory,
+// The capabilities of every category asked for ("All", "Device", "Media",
+// "Imaging"; none asked means all). A category among them that names a
+// service this camera does not have (PTZ, Events, Analytics): false.
+bool capabilitiesResponse(const std::string& strHost, const std::vector<std::string>& categories,
                           std::string& strOut);
 
 // The device, media and imaging services; with their capabilities when asked.

@@ -91,8 +91,11 @@ void OnvifServices::Impl::addDevice() {
         },
         false);
     endpoint.addOperation(kDevicePath, "GetCapabilities", [this](const Request& req) -> Result {
+        std::vector<std::string> categories;
+        for (const sensor_onvif::XmlNode* pCategory : req.op.childrenNamed("Category"))
+            categories.push_back(pCategory->text);
         std::string strOut;
-        if (!onvif::capabilitiesResponse(strHost, childText(req.op, "Category"), strOut))
+        if (!onvif::capabilitiesResponse(strHost, categories, strOut))
             return sensor_onvif::SoapFault::receiver("ter:ActionNotSupported", "ter:NoSuchService",
                                                      "The camera has no such service");
         return strOut;

@@ -328,8 +328,11 @@ void Console::install(httplib::Server& server) {
             if (!res.body.empty())
                 return httplib::Server::HandlerResponse::Unhandled;
 #ifdef SENSORCTL_HAVE_ONVIF
-            // An ONVIF client gets its refusal as a SOAP fault.
+            // An ONVIF client gets its refusal as a SOAP fault, with the
+            // status SOAP 1.2 gives a Sender fault (400), as the endpoint
+            // answers a body over its own limit.
             if (m_bOnvif && res.status == 413 && req.path.rfind("/onvif/", 0) == 0) {
+                res.status = 400;
                 res.set_content(onvifTooLargeFault(kMaxBody), sensor_onvif::kSoapContentType);
                 return httplib::Server::HandlerResponse::Handled;
             }

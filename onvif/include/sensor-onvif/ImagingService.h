@@ -72,6 +72,10 @@ public:
     // Focus positions of Absolute and Relative moves: the lens motor's steps.
     static constexpr int kFocusMin = 0;
     static constexpr int kFocusMax = 65535;
+    // The version of the imaging service WSDL whose operations and answers
+    // this service implements (imaging.wsdl 19.06), for GetServices.
+    static constexpr int kVersionMajor = 19;
+    static constexpr int kVersionMinor = 6;
 
     explicit ImagingService(ISensorController& p_objController,
                             ImagingConfig p_objConfig = ImagingConfig());
@@ -105,6 +109,10 @@ private:
     // from the controller anew and kept.
     std::shared_ptr<const StyleOffers> offers(bool p_bFresh = false);
     void forgetOffers();
+    // Sets the focus mode to manual through the controller's keys when the
+    // style offers a manual mode and another holds; false when the
+    // controller refused.
+    bool manualFocus(const StyleOffers& p_objStyle);
 
     ISensorController& m_objController;
     ImagingConfig m_objConfig;

@@ -72,9 +72,10 @@ struct SENSOR_ONVIF_API SoapFault {
 
     static SoapFault sender(std::string p_strSub, std::string p_strSub2, std::string p_strReason);
     static SoapFault receiver(std::string p_strSub, std::string p_strSub2, std::string p_strReason);
-    // A request body over p_nLimit bytes, refused unparsed.
     // A request that is not a well-formed SOAP message, with the reason.
     static SoapFault notWellFormed(std::string p_strReason);
+    // A request body over p_nLimit bytes, refused unparsed: env:Sender /
+    // ter:InvalidArgs.
     static SoapFault bodyTooLarge(size_t p_nLimit);
 };
 
