@@ -16,6 +16,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Camera.h"
+#include "WebAuth.h"
 #include "PictureVerbs.h"
 #include "ToolInput.h"
 #include "controller/SensorKeys.h"
@@ -349,11 +350,15 @@ VideoService::~VideoService() {
     m_pImpl->endAll();
 }
 
-void VideoService::install(httplib::Server& server) {
+void VideoService::install(httplib::Server& server, const WebAuth& auth) {
     Impl* p = m_pImpl.get();
+    const WebAuth* pAuth = &auth;
     using Handler = void (Impl::*)(const httplib::Request&, httplib::Response&);
-    const auto bind = [p](Handler h) {
-        return [p, h](const httplib::Request& req, httplib::Response& res) { (p->*h)(req, res); };
+    const auto bind = [p, pAuth](Handler h) {
+        return [p, pAuth, h](const httplib::Request& req, httplib::Response& res) {
+            if (pAuth->admit(req, res))
+                (p->*h)(req, res);
+        };
     };
     // The other method on a path of ours gets 405 with the one it takes.
     const auto wrongMethod = [](const char* szAllow) {
@@ -367,11 +372,14 @@ void VideoService::install(httplib::Server& server) {
     server.Get("/api/picture", bind(&Impl::getPicture));
     server.Post("/api/picture", wrongMethod("GET"));
     server.Post("/api/light", bind(&Impl::postLight));
-    server.Post("/api/fog", [p](const httplib::Request& req, httplib::Response& res) {
-        p->postNumber(req, res, "fog", &sim::VirtualSensor::setFog, &sim::VirtualSensor::fog);
+    server.Post("/api/fog", [p, pAuth](const httplib::Request& req, httplib::Response& res) {
+        if (pAuth->admit(req, res))
+            p->postNumber(req, res, "fog", &sim::VirtualSensor::setFog, &sim::VirtualSensor::fog);
     });
-    server.Post("/api/shake", [p](const httplib::Request& req, httplib::Response& res) {
-        p->postNumber(req, res, "shake", &sim::VirtualSensor::setShake, &sim::VirtualSensor::shake);
+    server.Post("/api/shake", [p, pAuth](const httplib::Request& req, httplib::Response& res) {
+        if (pAuth->admit(req, res))
+            p->postNumber(req, res, "shake", &sim::VirtualSensor::setShake,
+                          &sim::VirtualSensor::shake);
     });
     server.Post("/api/size", bind(&Impl::postSize));
     for (const char* szPath : {"/api/light", "/api/fog", "/api/shake", "/api/size"})
@@ -392,7 +400,7 @@ namespace sensorctl {
 struct VideoService::Impl {};
 VideoService::VideoService(Camera&) {}
 VideoService::~VideoService() = default;
-void VideoService::install(httplib::Server&) {}
+void VideoService::install(httplib::Server&, const WebAuth&) {}
 void VideoService::boundSendBuffer(int) {}
 
 } // namespace sensorctl
