@@ -141,7 +141,7 @@ int main(int argc, char** argv) {
             return std::string("<EchoResponse xmlns=\"") + kNsBench + "\">" +
                    std::string(nSize, 'y') + "</EchoResponse>";
         },
-        true);
+        sensor_onvif::AccessClass::ReadMedia);
 
     httplib::Server server;
     server.set_tcp_nodelay(true);

@@ -93,6 +93,27 @@ std::string quoted(const std::string& p_strText) {
     return out + "\"";
 }
 
+// A target with its %XX escapes decoded: two spellings of one target (a
+// client that escapes a comma on the request line but not in its uri) are
+// the same request.
+std::string percentDecoded(const std::string& p_strText) {
+    auto hexValue = [](char c) {
+        const char l = lower(c);
+        return l >= '0' && l <= '9' ? l - '0' : (l >= 'a' && l <= 'f' ? l - 'a' + 10 : -1);
+    };
+    std::string out;
+    for (size_t i = 0; i < p_strText.size(); ++i) {
+        if (p_strText[i] == '%' && i + 2 < p_strText.size() && hexValue(p_strText[i + 1]) >= 0 &&
+            hexValue(p_strText[i + 2]) >= 0) {
+            out += static_cast<char>(hexValue(p_strText[i + 1]) * 16 + hexValue(p_strText[i + 2]));
+            i += 2;
+        } else {
+            out += p_strText[i];
+        }
+    }
+    return out;
+}
+
 std::string randomHex(size_t p_nBytes) {
     std::vector<unsigned char> bytes(p_nBytes);
     if (RAND_bytes(bytes.data(), static_cast<int>(p_nBytes)) != 1) {
@@ -344,7 +365,7 @@ DigestVerdict DigestAuthenticator::verify(const std::string& p_strMethod,
         return refuse(Outcome::Malformed, "qop=auth needs an 8-digit nc and a cnonce");
     if (f.opaque != m_strOpaque)
         return refuse(Outcome::WrongOpaque, "not the camera's opaque");
-    if (f.uri != p_strUri)
+    if (f.uri != p_strUri && percentDecoded(f.uri) != percentDecoded(p_strUri))
         return refuse(Outcome::WrongUri, "the uri is not the request's");
 
     // An unknown user costs the same hashing as a known one.
