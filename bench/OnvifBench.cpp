@@ -71,12 +71,19 @@ public:
         testsupport::OnvifReply reply;
         for (int nTry = 0; nTry < 2; ++nTry) {
             httplib::Headers headers;
-            if (!bOpen && !m_strChallenge.empty()) {
+            if (!bOpen && !m_strNonce.empty()) {
                 char szNc[9];
                 std::snprintf(szNc, sizeof(szNc), "%08x", ++m_nCount);
-                digestcheck::Answer a(m_strUser, m_strPassword, "POST", strPath);
-                a.nc = szNc;
-                headers.emplace("Authorization", digestcheck::authorization(m_strChallenge, a));
+                const std::string strCnonce = "0a4f113b";
+                headers.emplace("Authorization",
+                                "Digest username=\"" + m_strUser + "\", realm=\"" + m_strRealm +
+                                    "\", nonce=\"" + m_strNonce + "\", uri=\"" + strPath +
+                                    "\", algorithm=" + m_strAlgorithm + ", qop=auth, nc=" + szNc +
+                                    ", cnonce=\"" + strCnonce + "\", response=\"" +
+                                    digestcheck::response(m_strAlgorithm, m_strUser, m_strRealm,
+                                                          m_strPassword, "POST", strPath,
+                                                          m_strNonce, szNc, strCnonce) +
+                                    "\", opaque=\"" + m_strOpaque + "\"");
             }
             auto res = m_http.Post(strPath.c_str(), headers, strEnvelope,
                                    "application/soap+xml; charset=utf-8");
@@ -86,7 +93,12 @@ public:
             reply.body = res->body;
             if (res->status != 401 || bOpen)
                 break;
-            m_strChallenge = res->get_header_value("WWW-Authenticate");
+            // Read once per challenge, not per request.
+            const std::string strChallenge = res->get_header_value("WWW-Authenticate");
+            m_strRealm = digestcheck::param(strChallenge, "realm");
+            m_strNonce = digestcheck::param(strChallenge, "nonce");
+            m_strOpaque = digestcheck::param(strChallenge, "opaque");
+            m_strAlgorithm = digestcheck::param(strChallenge, "algorithm");
             m_nCount = 0;
         }
         return reply;
@@ -96,7 +108,10 @@ private:
     httplib::Client m_http;
     std::string m_strUser;
     std::string m_strPassword;
-    std::string m_strChallenge;
+    std::string m_strRealm;
+    std::string m_strNonce;
+    std::string m_strOpaque;
+    std::string m_strAlgorithm;
     unsigned m_nCount = 0;
 };
 
