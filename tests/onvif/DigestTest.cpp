@@ -6,7 +6,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdio>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "sensor-onvif/Digest.h"
 #include "tests/support/DigestCheck.h"
@@ -337,6 +340,45 @@ TEST(DigestNonces, AFloodOfChallengesKeepsTheTableBounded) {
     nNow += 301;
     auth.challenge();
     EXPECT_EQ(1u, auth.nonceCount());
+}
+
+} // namespace
+
+namespace {
+
+TEST(DigestNonces, ClientsAtOnceEachKeepTheirOwnCount) {
+    DigestConfig config;
+    config.maxNonces = 64;
+    config.clock = [] { return 7LL; };
+    DigestAuthenticator auth({{"u", "p", UserLevel::User}, {"w", "q", UserLevel::Operator}},
+                             config);
+    constexpr int kThreads = 8;
+    constexpr int kRequests = 100;
+    std::atomic<int> nAccepted{0};
+    std::atomic<int> nReplaysRefused{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            const std::string challenge = auth.challenge()[t % 2];
+            digestcheck::Answer a(t % 2 ? "w" : "u", t % 2 ? "q" : "p", "GET", "/video.mjpg");
+            for (int i = 1; i <= kRequests; ++i) {
+                char szNc[9];
+                std::snprintf(szNc, sizeof(szNc), "%08x", i);
+                a.nc = szNc;
+                const std::string field = digestcheck::authorization(challenge, a);
+                if (auth.verify("GET", "/video.mjpg", field).accepted())
+                    ++nAccepted;
+                // The same request twice: the second is a replay.
+                if (auth.verify("GET", "/video.mjpg", field).outcome == Outcome::Replayed)
+                    ++nReplaysRefused;
+            }
+        });
+    }
+    for (std::thread& t : threads)
+        t.join();
+    EXPECT_EQ(kThreads * kRequests, nAccepted.load());
+    EXPECT_EQ(kThreads * kRequests, nReplaysRefused.load());
+    EXPECT_EQ(static_cast<size_t>(kThreads), auth.nonceCount());
 }
 
 } // namespace
