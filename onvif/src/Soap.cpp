@@ -692,7 +692,7 @@ HttpReply SoapEndpoint::handle(const std::string& p_strServicePath, const std::s
         return faultReply(SoapFault::receiver("ter:ActionNotSupported", "",
                                               "operation " + op.name + " is not supported"));
     if (!levelMayAccess(eLevel, eClass))
-        return faultReply(notAuthorized(std::string("an ") + userLevelName(eLevel) +
+        return faultReply(notAuthorized(std::string("a user of level ") + userLevelName(eLevel) +
                                         " may not call " + op.name + " (" +
                                         accessClassName(eClass) + ")"));
     const std::string user = pUser ? pUser->name : std::string();

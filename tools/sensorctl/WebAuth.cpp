@@ -44,7 +44,7 @@ bool WebAuth::admit(const httplib::Request& req, httplib::Response& res) const {
         bRead ? sensor_onvif::AccessClass::ReadMedia : sensor_onvif::AccessClass::Actuate;
     if (!sensor_onvif::levelMayAccess(verdict.user->level, eClass)) {
         refuse(res, 403,
-               std::string("an ") + sensor_onvif::userLevelName(verdict.user->level) +
+               std::string("a user of level ") + sensor_onvif::userLevelName(verdict.user->level) +
                    " may not change the camera");
         return false;
     }
