@@ -174,6 +174,28 @@ TEST_F(ServeDigest, WithoutCredentialsOnlyPreAuthAnswers) {
     }
 }
 
+TEST_F(ServeDigest, OversizedAndTruncatedAuthorizationGet401AndAChallenge) {
+    const std::string strBody = deviceOp("GetDeviceInformation");
+    const std::string fields[] = {
+        "Digest username=\"eye\", realm=\"sensorctl\", nonce=\"" + std::string(5000, 'a') +
+            "\", uri=\"/onvif/device_service\", response=\"00\"",
+        "Digest username=\"eye\", realm=\"sensorctl\", nonce=\"abc",
+        "Digest username=\"eye\", realm=",
+    };
+    for (const std::string& field : fields) {
+        for (const char* szPath : {kDevice, "/api/status"}) {
+            std::vector<std::string> args = {"-H", "Authorization: " + field};
+            if (std::string(szPath) == kDevice)
+                args.insert(args.end(),
+                            {"-H", "Content-Type: application/soap+xml", "--data-binary", strBody});
+            const CurlAnswer a = curl(m_serve.port(), szPath, args);
+            EXPECT_EQ(401, a.nStatus) << szPath << " " << field.substr(0, 60);
+        }
+    }
+    // The server still answers a right digest afterwards.
+    EXPECT_EQ(200, curl(m_serve.port(), kDevice, soapArgs("eye:3ye", strBody)).nStatus);
+}
+
 TEST_F(ServeDigest, TheConsolePageApiAndPictureAskForTheSameUsers) {
     for (const char* szPath : {"/", "/api/status", "/snapshot.jpg", "/api/picture"}) {
         EXPECT_EQ(401, curl(m_serve.port(), szPath, {}).nStatus) << szPath;
