@@ -31,6 +31,7 @@
 #include "bench/BenchmarkMain.h"
 #include "sensor-onvif/ImagingService.h"
 #include "sensor-onvif/Soap.h"
+#include "tests/support/DigestCheck.h"
 #include "tests/support/OnvifClient.h"
 
 namespace {
@@ -40,8 +41,106 @@ const char* const kPassword = "bench-secret";
 const char* const kImaging = sensor_onvif::ImagingService::kPath;
 const char* const kNsImaging = "http://www.onvif.org/ver20/imaging/wsdl";
 const char* const kNsBench = "urn:sensor-bench:echo";
+const char* const kDevice = "/onvif/device_service";
 
 std::unique_ptr<testsupport::OnvifClient> g_pClient;
+
+std::string echoBody(const std::string& strLike, size_t nAnswer);
+
+// A client with HTTP digest as a browser or curl keeps it: one challenge,
+// then each request with the next nonce count (a new challenge only when the
+// nonce goes stale), so the figure is the camera's check and not a second
+// round trip.
+class DigestClient {
+public:
+    DigestClient(int nPort, std::string strUser, std::string strPassword)
+        : m_http("127.0.0.1", nPort), m_strUser(std::move(strUser)),
+          m_strPassword(std::move(strPassword)) {
+        m_http.set_keep_alive(true);
+        m_http.set_tcp_nodelay(true);
+        m_http.set_read_timeout(10, 0);
+    }
+
+    // A POST of the envelope around body; with credentials unless bOpen.
+    testsupport::OnvifReply call(const std::string& strPath, const std::string& strBody,
+                                 bool bOpen = false) {
+        const std::string strEnvelope =
+            "<?xml version=\"1.0\" encoding=\"UTF-8\"?><s:Envelope "
+            "xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\"><s:Body>" +
+            strBody + "</s:Body></s:Envelope>";
+        testsupport::OnvifReply reply;
+        for (int nTry = 0; nTry < 2; ++nTry) {
+            httplib::Headers headers;
+            if (!bOpen && !m_strNonce.empty()) {
+                char szNc[9];
+                std::snprintf(szNc, sizeof(szNc), "%08x", ++m_nCount);
+                const std::string strCnonce = "0a4f113b";
+                headers.emplace("Authorization",
+                                "Digest username=\"" + m_strUser + "\", realm=\"" + m_strRealm +
+                                    "\", nonce=\"" + m_strNonce + "\", uri=\"" + strPath +
+                                    "\", algorithm=" + m_strAlgorithm + ", qop=auth, nc=" + szNc +
+                                    ", cnonce=\"" + strCnonce + "\", response=\"" +
+                                    digestcheck::response(m_strAlgorithm, m_strUser, m_strRealm,
+                                                          m_strPassword, "POST", strPath,
+                                                          m_strNonce, szNc, strCnonce) +
+                                    "\", opaque=\"" + m_strOpaque + "\"");
+            }
+            auto res = m_http.Post(strPath.c_str(), headers, strEnvelope,
+                                   "application/soap+xml; charset=utf-8");
+            if (!res)
+                return reply;
+            reply.status = res->status;
+            reply.body = res->body;
+            if (res->status != 401 || bOpen)
+                break;
+            // Read once per challenge, not per request.
+            const std::string strChallenge = res->get_header_value("WWW-Authenticate");
+            m_strRealm = digestcheck::param(strChallenge, "realm");
+            m_strNonce = digestcheck::param(strChallenge, "nonce");
+            m_strOpaque = digestcheck::param(strChallenge, "opaque");
+            m_strAlgorithm = digestcheck::param(strChallenge, "algorithm");
+            m_nCount = 0;
+        }
+        return reply;
+    }
+
+private:
+    httplib::Client m_http;
+    std::string m_strUser;
+    std::string m_strPassword;
+    std::string m_strRealm;
+    std::string m_strNonce;
+    std::string m_strOpaque;
+    std::string m_strAlgorithm;
+    unsigned m_nCount = 0;
+};
+
+std::unique_ptr<DigestClient> g_pDigest;
+
+std::string servicesBody() {
+    return "<tds:GetServices xmlns:tds=\"http://www.onvif.org/ver10/device/wsdl\">"
+           "<tds:IncludeCapability>true</tds:IncludeCapability></tds:GetServices>";
+}
+
+// The echo body whose whole answer is as long as the answer to strLike, both
+// sent by the digest client (bOpen: without credentials, on strPath).
+std::string matchingDigestEcho(const char* szPath, const std::string& strLike, bool bOpen) {
+    const size_t nTarget = g_pDigest->call(szPath, strLike, bOpen).body.size();
+    const size_t nEmpty = g_pDigest->call(szPath, echoBody(strLike, 0), bOpen).body.size();
+    return echoBody(strLike, nTarget > nEmpty ? nTarget - nEmpty : 0);
+}
+
+void runDigest(benchmark::State& state, const char* szPath, const std::string& strBody,
+               bool bOpen) {
+    for (auto _ : state) {
+        const testsupport::OnvifReply r = g_pDigest->call(szPath, strBody, bOpen);
+        if (r.status != 200) {
+            state.SkipWithError(("answer " + std::to_string(r.status) + ": " + r.body).c_str());
+            return;
+        }
+        benchmark::DoNotOptimize(r.body.data());
+    }
+}
 
 std::string getBody() {
     return std::string("<timg:GetImagingSettings xmlns:timg=\"") + kNsImaging +
@@ -113,6 +212,8 @@ void printSummary(std::ostream& out, const std::map<std::string, Figure>& figure
     row("GetImagingSettings", "GetImagingSettings", 1.5);
     row("SetImagingSettings, Brightness", "SetImagingSettings", 1.5);
     row("  the same, ForcePersistence true", "SetImagingSettings_persist", 0);
+    row("GetImagingSettings, HTTP digest", "GetImagingSettings_digest", 1.5);
+    row("GetServices, no credentials", "GetServices_open", 1.5);
 }
 
 } // namespace
@@ -130,7 +231,8 @@ int main(int argc, char** argv) {
     sensorctl::OnvifSetup setup;
     setup.strUser = kUser;
     setup.strPassword = kPassword;
-    setup.facts = {"bench", "bench", "1", "1", "1"};
+    setup.facts = {"bench", "bench", "1",
+                   "1",     "1",     "urn:uuid:00000000-0000-5000-8000-000000000001"};
     sensorctl::OnvifServices services(*objCamera.ctl, setup);
     // The floor's operation, on the imaging path with the same security.
     services.endpoint().addOperation(
@@ -141,7 +243,18 @@ int main(int argc, char** argv) {
             return std::string("<EchoResponse xmlns=\"") + kNsBench + "\">" +
                    std::string(nSize, 'y') + "</EchoResponse>";
         },
-        true);
+        sensor_onvif::AccessClass::ReadMedia);
+    // The same echo open to anybody on the device path: the floor of the
+    // operations that need no credentials.
+    services.endpoint().addOperation(
+        kDevice, "Echo",
+        [](const sensor_onvif::Request& req) -> sensor_onvif::Result {
+            const sensor_onvif::XmlNode* pSize = req.op.child("Size");
+            const size_t nSize = pSize ? std::strtoul(pSize->text.c_str(), nullptr, 10) : 0;
+            return std::string("<EchoResponse xmlns=\"") + kNsBench + "\">" +
+                   std::string(nSize, 'y') + "</EchoResponse>";
+        },
+        sensor_onvif::AccessClass::PreAuth);
 
     httplib::Server server;
     server.set_tcp_nodelay(true);
@@ -158,7 +271,11 @@ int main(int argc, char** argv) {
     if (!g_pClient->syncClock())
         return 1;
 
+    g_pDigest.reset(new DigestClient(nPort, kUser, kPassword));
     const std::string strGet = getBody();
+    const std::string strGetDigestEcho = matchingDigestEcho(kImaging, strGet, false);
+    const std::string strServices = servicesBody();
+    const std::string strServicesEcho = matchingDigestEcho(kDevice, strServices, true);
     const std::string strGetEcho = matchingEcho(strGet);
     const std::string strSet = setBody(41, false);
     const std::string strSetEcho = matchingEcho(strSet);
@@ -185,12 +302,21 @@ int main(int argc, char** argv) {
     add("SetImagingSettings_persist/echo_floor",
         [&](benchmark::State& s) { run(s, [&] { return strSetPersistEcho; }); });
 
+    add("GetImagingSettings_digest",
+        [&](benchmark::State& s) { runDigest(s, kImaging, strGet, false); });
+    add("GetImagingSettings_digest/echo_floor",
+        [&](benchmark::State& s) { runDigest(s, kImaging, strGetDigestEcho, false); });
+    add("GetServices_open", [&](benchmark::State& s) { runDigest(s, kDevice, strServices, true); });
+    add("GetServices_open/echo_floor",
+        [&](benchmark::State& s) { runDigest(s, kDevice, strServicesEcho, true); });
+
     bench::FigureReporter objReporter(out);
     benchmark::RunSpecifiedBenchmarks(&objReporter);
     printSummary(out, objReporter.figures());
     out.flush();
 
     g_pClient.reset();
+    g_pDigest.reset();
     server.stop();
     listener.join();
     objCamera.stop();

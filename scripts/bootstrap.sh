@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs the Debian packages this project builds and tests with, only those
+# Installs the Debian packages this project builds and tests with (curl: the
+# digest client of the serve tests), only those
 # missing. A mirror that fails part of 'apt-get update' does not stop us while
 # the packages still install.
 #   scripts/bootstrap.sh            build and test tools
@@ -7,7 +8,7 @@
 set -uo pipefail
 
 packages=(cmake g++ make libtinyxml-dev libssl-dev libgtest-dev libgmock-dev libbenchmark-dev
-          libcpp-httplib-dev libturbojpeg0-dev nlohmann-json3-dev pkg-config "$@")
+          libcpp-httplib-dev libturbojpeg0-dev nlohmann-json3-dev pkg-config curl "$@")
 
 missing=()
 for p in "${packages[@]}"; do

@@ -33,12 +33,13 @@ source scripts/serve-e2e.sh
 # A camera with a motorised lens, so that focus moves reach the ISP.
 serve_start ci-onvif "$build" \
   --time-scale 0.1 --detail "(sensor=IMX327)(lens=motor)(max_scheme=4)(isInfrared=1)" \
-  --onvif-user "$user" --onvif-password "$password"
+  --onvif-user "$user" --onvif-password "$password" --user "viewer:$password-v:User"
 port=$serve_port
 
 status=0
 (cd tests/e2e && SENSORCTL_URL="http://127.0.0.1:$port/" ONVIF_USER="$user" \
-  ONVIF_PASSWORD="$password" timeout 180 node onvif.e2e.mjs) || status=$?
+  ONVIF_PASSWORD="$password" ONVIF_VIEWER_PASSWORD="$password-v" timeout 180 node onvif.e2e.mjs) ||
+  status=$?
 
 # Debian's python3-zeep lives beside the system's python3. A skip (77: zeep
 # or lxml missing) proves nothing here, so any status but 0 fails.

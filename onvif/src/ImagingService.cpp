@@ -495,23 +495,28 @@ void ImagingService::forgetOffers() {
 
 void ImagingService::registerOn(SoapEndpoint& p_objEndpoint) {
     using Member = Result (ImagingService::*)(const XmlNode&);
-    const std::pair<const char*, Member> ops[] = {
-        {"GetServiceCapabilities", &ImagingService::getServiceCapabilities},
-        {"GetImagingSettings", &ImagingService::getImagingSettings},
-        {"SetImagingSettings", &ImagingService::setImagingSettings},
-        {"GetOptions", &ImagingService::getOptions},
-        {"GetMoveOptions", &ImagingService::getMoveOptions},
-        {"Move", &ImagingService::move},
-        {"Stop", &ImagingService::stop},
-        {"GetStatus", &ImagingService::getStatus},
-        {"GetPresets", &ImagingService::getPresets},
-        {"GetCurrentPreset", &ImagingService::getCurrentPreset},
-        {"SetCurrentPreset", &ImagingService::setCurrentPreset},
+    struct Op {
+        const char* name;
+        Member fn;
+        AccessClass eClass; // who may call it (levelMayAccess)
     };
-    for (const auto& op : ops) {
-        const Member fn = op.second;
-        p_objEndpoint.addOperation(kPath, op.first,
-                                   [this, fn](const Request& r) { return (this->*fn)(r.op); });
+    const Op ops[] = {
+        {"GetServiceCapabilities", &ImagingService::getServiceCapabilities, AccessClass::PreAuth},
+        {"GetImagingSettings", &ImagingService::getImagingSettings, AccessClass::ReadMedia},
+        {"SetImagingSettings", &ImagingService::setImagingSettings, AccessClass::Actuate},
+        {"GetOptions", &ImagingService::getOptions, AccessClass::ReadMedia},
+        {"GetMoveOptions", &ImagingService::getMoveOptions, AccessClass::ReadMedia},
+        {"Move", &ImagingService::move, AccessClass::Actuate},
+        {"Stop", &ImagingService::stop, AccessClass::Actuate},
+        {"GetStatus", &ImagingService::getStatus, AccessClass::ReadMedia},
+        {"GetPresets", &ImagingService::getPresets, AccessClass::ReadMedia},
+        {"GetCurrentPreset", &ImagingService::getCurrentPreset, AccessClass::ReadMedia},
+        {"SetCurrentPreset", &ImagingService::setCurrentPreset, AccessClass::Actuate},
+    };
+    for (const Op& op : ops) {
+        const Member fn = op.fn;
+        p_objEndpoint.addOperation(
+            kPath, op.name, [this, fn](const Request& r) { return (this->*fn)(r.op); }, op.eClass);
     }
 }
 

@@ -456,14 +456,13 @@ void convert(const TiXmlElement* p_pElem, const NsMap& p_objParent, XmlNode& p_o
 
 struct Operation {
     Handler handler;
-    bool bAuth;
+    AccessClass eClass;
 };
 
 } // namespace
 
 struct SoapEndpoint::Impl {
-    std::string user;
-    std::string password;
+    std::shared_ptr<DigestAuthenticator> digest;
     Clock clock;
     std::map<std::string, std::map<std::string, Operation>> services;
 
@@ -472,48 +471,62 @@ struct SoapEndpoint::Impl {
     std::unordered_map<std::string, long long> nonces;
     std::deque<std::pair<std::string, long long>> nonceOrder;
 
-    // Empty when the request carries a valid token, else the fault's reason.
-    std::string authenticate(const XmlNode* p_pHeader, long long p_nWindow, size_t p_nMaxNonces);
+    // The user of a valid token, or null with the fault's reason.
+    const CameraUser* authenticate(const XmlNode* p_pSecurity, long long p_nWindow,
+                                   size_t p_nMaxNonces, std::string& p_strWhy);
 };
 
-std::string SoapEndpoint::Impl::authenticate(const XmlNode* p_pHeader, long long p_nWindow,
-                                             size_t p_nMaxNonces) {
+namespace {
+
+// The request's WS-Security header block, or null.
+const XmlNode* securityOf(const XmlNode* p_pHeader) {
     const XmlNode* pSecurity = nullptr;
     if (p_pHeader)
         for (const XmlNode& c : p_pHeader->children)
             if (c.name == "Security" && c.ns == ns::kWsse)
                 pSecurity = &c;
-    if (!pSecurity)
-        return "no WS-Security header";
-    const XmlNode* pToken = pSecurity->child("UsernameToken");
+    return pSecurity;
+}
+
+} // namespace
+
+const CameraUser* SoapEndpoint::Impl::authenticate(const XmlNode* p_pSecurity, long long p_nWindow,
+                                                   size_t p_nMaxNonces, std::string& p_strWhy) {
+    auto refuse = [&p_strWhy](const char* p_szWhy) -> const CameraUser* {
+        p_strWhy = p_szWhy;
+        return nullptr;
+    };
+    const XmlNode* pToken = p_pSecurity->child("UsernameToken");
     if (!pToken)
-        return "no UsernameToken";
+        return refuse("no UsernameToken");
     const XmlNode* pUser = pToken->child("Username");
     const XmlNode* pPassword = pToken->child("Password");
     const XmlNode* pNonce = pToken->child("Nonce");
     const XmlNode* pCreated = pToken->child("Created");
     if (!pUser || !pPassword || !pNonce || !pCreated)
-        return "incomplete UsernameToken";
+        return refuse("incomplete UsernameToken");
     const std::string* pType = pPassword->attr("Type");
     if (!pType || pType->size() < 15 ||
         pType->compare(pType->size() - 15, 15, "#PasswordDigest") != 0)
-        return "only PasswordDigest is accepted";
+        return refuse("only PasswordDigest is accepted");
     std::string nonce;
     if (!base64Decode(pNonce->text, nonce) || nonce.empty())
-        return "bad nonce";
+        return refuse("bad nonce");
     long long nCreated = 0;
     if (!parseDateTime(pCreated->text, nCreated))
-        return "bad Created";
+        return refuse("bad Created");
     const long long nNow = clock ? clock() : 0;
     if (nCreated < nNow - p_nWindow || nCreated > nNow + p_nWindow)
-        return "Created is outside the accepted window";
-    const std::string expected = passwordDigest(nonce, pCreated->text, password);
+        return refuse("Created is outside the accepted window");
+    // An unknown user costs the same hashing as a known one.
+    const CameraUser* pCameraUser = digest->user(pUser->text);
+    const std::string expected =
+        passwordDigest(nonce, pCreated->text, pCameraUser ? pCameraUser->password : "");
     const std::string given = trim(pPassword->text);
-    const bool bUserOk = pUser->text == user;
     const bool bDigestOk = given.size() == expected.size() &&
                            CRYPTO_memcmp(given.data(), expected.data(), given.size()) == 0;
-    if (!bUserOk || !bDigestOk)
-        return "wrong user name or password";
+    if (!pCameraUser || !bDigestOk)
+        return refuse("wrong user name or password");
 
     std::lock_guard<std::mutex> lock(nonceMutex);
     // Forget nonces that left the window: a replay of those fails on Created.
@@ -523,27 +536,49 @@ std::string SoapEndpoint::Impl::authenticate(const XmlNode* p_pHeader, long long
         nonceOrder.pop_front();
     }
     if (nonces.count(nonce))
-        return "nonce already used";
+        return refuse("nonce already used");
     nonces.emplace(nonce, nNow);
     nonceOrder.emplace_back(nonce, nNow);
-    return std::string();
+    return pCameraUser;
 }
 
 SoapEndpoint::SoapEndpoint(std::string p_strUser, std::string p_strPassword, Clock p_fnClock,
                            SoapLimits p_objLimits)
+    : SoapEndpoint(std::make_shared<DigestAuthenticator>(std::vector<CameraUser>{CameraUser{
+                       std::move(p_strUser), std::move(p_strPassword), UserLevel::Administrator}}),
+                   std::move(p_fnClock), p_objLimits) {}
+
+SoapEndpoint::SoapEndpoint(std::shared_ptr<DigestAuthenticator> p_pDigest, Clock p_fnClock,
+                           SoapLimits p_objLimits)
     : m_pImpl(new Impl), m_objLimits(p_objLimits) {
-    m_pImpl->user = std::move(p_strUser);
-    m_pImpl->password = std::move(p_strPassword);
+    m_pImpl->digest = p_pDigest ? std::move(p_pDigest)
+                                : std::make_shared<DigestAuthenticator>(std::vector<CameraUser>());
     m_pImpl->clock = std::move(p_fnClock);
 }
 
 SoapEndpoint::~SoapEndpoint() = default;
 
+DigestAuthenticator& SoapEndpoint::digest() {
+    return *m_pImpl->digest;
+}
+
 void SoapEndpoint::addOperation(const std::string& p_strServicePath,
                                 const std::string& p_strOperation, Handler p_fnHandler,
-                                bool p_bAuth) {
+                                AccessClass p_eClass) {
     m_pImpl->services[p_strServicePath][p_strOperation] =
-        Operation{std::move(p_fnHandler), p_bAuth};
+        Operation{std::move(p_fnHandler), p_eClass};
+}
+
+bool SoapEndpoint::accessClassOf(const std::string& p_strServicePath,
+                                 const std::string& p_strOperation, AccessClass& p_eClass) const {
+    const auto itService = m_pImpl->services.find(p_strServicePath);
+    if (itService == m_pImpl->services.end())
+        return false;
+    const auto itOp = itService->second.find(p_strOperation);
+    if (itOp == itService->second.end())
+        return false;
+    p_eClass = itOp->second.eClass;
+    return true;
 }
 
 bool SoapEndpoint::hasService(const std::string& p_strServicePath) const {
@@ -553,7 +588,7 @@ bool SoapEndpoint::hasService(const std::string& p_strServicePath) const {
 namespace {
 
 HttpReply faultReply(const SoapFault& p_objFault) {
-    return HttpReply{faultStatus(p_objFault), faultEnvelope(p_objFault)};
+    return HttpReply{faultStatus(p_objFault), faultEnvelope(p_objFault), {}};
 }
 
 HttpReply notWellFormed(const std::string& p_strReason) {
@@ -563,10 +598,23 @@ HttpReply notWellFormed(const std::string& p_strReason) {
 } // namespace
 
 HttpReply SoapEndpoint::handle(const std::string& p_strServicePath, const std::string& p_strBody) {
+    return handle(p_strServicePath, p_strBody, HttpAuth());
+}
+
+HttpReply SoapEndpoint::handle(const std::string& p_strServicePath, const std::string& p_strBody,
+                               const HttpAuth& p_objHttp) {
     if (p_strBody.size() > m_objLimits.maxBody)
         return faultReply(SoapFault::bodyTooLarge(m_objLimits.maxBody));
-    if (trim(p_strBody).empty())
+    if (trim(p_strBody).empty()) {
+        // A digest client's first, empty request probes for the challenge.
+        if (p_objHttp.authorization.empty()) {
+            HttpReply reply = notWellFormed("empty request body");
+            reply.status = 401;
+            reply.wwwAuthenticate = m_pImpl->digest->challenge(false);
+            return reply;
+        }
         return notWellFormed("empty request body");
+    }
     if (p_strBody.find('\0') != std::string::npos)
         return notWellFormed("NUL byte in the request body");
     if (!nestingWithin(p_strBody, m_objLimits.maxDepth))
@@ -606,26 +654,57 @@ HttpReply SoapEndpoint::handle(const std::string& p_strServicePath, const std::s
         if (itOp != itService->second.end())
             pOperation = &itOp->second;
     }
-    // Unknown operations are authenticated too: nobody learns what the
-    // device offers without credentials.
-    std::string user;
-    if (!pOperation || pOperation->bAuth) {
-        const std::string why =
-            m_pImpl->authenticate(pHeader, m_objLimits.timeWindow, m_objLimits.maxNonces);
-        if (!why.empty())
-            return faultReply(
-                SoapFault::sender("ter:NotAuthorized", "", "Sender not authorized: " + why));
-        user = m_pImpl->user;
+    // Unknown operations need credentials too: nobody learns what the device
+    // offers without them.
+    const AccessClass eClass = pOperation ? pOperation->eClass : AccessClass::ReadSystem;
+    const XmlNode* pSecurity = securityOf(pHeader);
+    const CameraUser* pUser = nullptr;
+    auto notAuthorized = [](const std::string& p_strWhy) {
+        return SoapFault::sender("ter:NotAuthorized", "", "Sender not authorized: " + p_strWhy);
+    };
+    // The HTTP credentials first, then the WS ones (a client should not send
+    // both; when it does, both must hold and the WS user is the one served).
+    if (!p_objHttp.authorization.empty()) {
+        const DigestVerdict verdict =
+            m_pImpl->digest->verify(p_objHttp.method, p_objHttp.uri, p_objHttp.authorization);
+        if (!verdict.accepted()) {
+            HttpReply reply = faultReply(notAuthorized(verdict.reason));
+            reply.status = 401;
+            reply.wwwAuthenticate =
+                m_pImpl->digest->challenge(verdict.outcome == DigestVerdict::Outcome::Stale);
+            return reply;
+        }
+        pUser = verdict.user;
     }
+    if (pSecurity && (pUser || eClass != AccessClass::PreAuth)) {
+        std::string why;
+        pUser =
+            m_pImpl->authenticate(pSecurity, m_objLimits.timeWindow, m_objLimits.maxNonces, why);
+        if (!pUser)
+            return faultReply(notAuthorized(why));
+    }
+    if (!pUser && eClass != AccessClass::PreAuth) {
+        // Without credentials a client is taken to mean digest.
+        HttpReply reply = faultReply(notAuthorized("no credentials"));
+        reply.status = 401;
+        reply.wwwAuthenticate = m_pImpl->digest->challenge(false);
+        return reply;
+    }
+    const UserLevel eLevel = pUser ? pUser->level : UserLevel::Anonymous;
     if (!pOperation)
         return faultReply(SoapFault::receiver("ter:ActionNotSupported", "",
                                               "operation " + op.name + " is not supported"));
-    Request request{p_strServicePath, op.name, op, user};
+    if (!levelMayAccess(eLevel, eClass))
+        return faultReply(notAuthorized(std::string("a user of level ") + userLevelName(eLevel) +
+                                        " may not call " + op.name + " (" +
+                                        accessClassName(eClass) + ")"));
+    const std::string user = pUser ? pUser->name : std::string();
+    Request request{p_strServicePath, op.name, op, user, eLevel};
     try {
         const Result result = pOperation->handler(request);
         if (result.isFault())
             return faultReply(result.fault());
-        return HttpReply{200, responseEnvelope(result.xml())};
+        return HttpReply{200, responseEnvelope(result.xml()), {}};
     } catch (const std::exception& e) {
         return faultReply(SoapFault::receiver("ter:Action", "", e.what()));
     }

@@ -297,6 +297,16 @@ class Checker:
         offset = device_now - datetime.datetime.utcnow()
         token = OffsetUsernameToken(self.user, self.password, offset)
         self.fault(dev0, "GetDeviceInformation", "NotAuthorized")
+        # What a client may ask before it authenticates.
+        self.call(dev0, "GetServices", IncludeCapability=False)
+        self.call(dev0, "GetCapabilities")
+        self.call(dev0, "GetServiceCapabilities")
+        self.call(dev0, "GetWsdlUrl")
+        anon_name = self.call(dev0, "GetHostname")
+        self.check(bool(anon_name.Name), "GetHostname answered no name")
+        reference = self.call(dev0, "GetEndpointReference")
+        self.check(str(reference.GUID).startswith("urn:uuid:"),
+                   "GetEndpointReference answered %s" % reference.GUID)
 
         dev = self.client("ver10/device/wsdl/devicemgmt.wsdl", token).create_service(
             device_binding, device_url)
@@ -333,7 +343,11 @@ class Checker:
         # The versions of the service WSDLs these answers are checked against.
         self.check(versions[NS["timg"]] == (19, 6),
                    "the imaging service announces %s.%s" % versions[NS["timg"]])
-        self.fault(dev, "GetHostname", "ActionNotSupported")
+        self.call(dev, "SetHostname", Name="camera-under-test")
+        self.check(self.call(dev, "GetHostname").Name == "camera-under-test",
+                   "SetHostname was not kept")
+        self.fault(dev, "SetHostname", "InvalidHostname", Name="not a name")
+        self.fault(dev, "GetDNS", "ActionNotSupported")
 
         # The media service's two operations, which lead a client to the source.
         media = self.client("ver10/media/wsdl/media.wsdl", token).create_service(
@@ -347,6 +361,11 @@ class Checker:
         img = self.client("ver20/imaging/wsdl/imaging.wsdl", token).create_service(
             imaging_binding, imaging_url)
         self.call(img, "GetServiceCapabilities")
+        # Each service's capabilities are open to anybody too.
+        self.call(self.client("ver10/media/wsdl/media.wsdl").create_service(
+            "{%s}MediaBinding" % NS["trt"], found[NS["trt"]].XAddr), "GetServiceCapabilities")
+        self.call(self.client("ver20/imaging/wsdl/imaging.wsdl").create_service(
+            imaging_binding, imaging_url), "GetServiceCapabilities")
         options = self.call(img, "GetOptions", VideoSourceToken=SOURCE)
         settings = self.call(img, "GetImagingSettings", VideoSourceToken=SOURCE)
         # Every field written back as it was read, then one changed.

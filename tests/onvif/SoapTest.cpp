@@ -21,17 +21,24 @@ const char* kPath = "/onvif/test_service";
 class SoapTest : public ::testing::Test {
 protected:
     SoapTest() : m_endpoint(kUser, kPassword, [this] { return m_nClock.load(); }) {
-        m_endpoint.addOperation(kPath, "Echo", [this](const Request& r) -> Result {
-            ++m_nCalls;
-            const XmlNode* pValue = r.op.child("Value");
-            return "<tt:EchoResponse>" + xmlEscape(pValue ? pValue->text : "") +
-                   "</tt:EchoResponse>";
-        });
         m_endpoint.addOperation(
-            kPath, "Open", [](const Request&) -> Result { return "<tt:OpenResponse/>"; }, false);
-        m_endpoint.addOperation(kPath, "Refuse", [](const Request&) -> Result {
-            return SoapFault::sender("ter:InvalidArgVal", "ter:SettingsInvalid", "no");
-        });
+            kPath, "Echo",
+            [this](const Request& r) -> Result {
+                ++m_nCalls;
+                const XmlNode* pValue = r.op.child("Value");
+                return "<tt:EchoResponse>" + xmlEscape(pValue ? pValue->text : "") +
+                       "</tt:EchoResponse>";
+            },
+            AccessClass::ReadMedia);
+        m_endpoint.addOperation(
+            kPath, "Open", [](const Request&) -> Result { return "<tt:OpenResponse/>"; },
+            AccessClass::PreAuth);
+        m_endpoint.addOperation(
+            kPath, "Refuse",
+            [](const Request&) -> Result {
+                return SoapFault::sender("ter:InvalidArgVal", "ter:SettingsInvalid", "no");
+            },
+            AccessClass::Actuate);
     }
 
     std::atomic<long long> m_nClock{kNow};
@@ -95,9 +102,11 @@ TEST_F(SoapTest, AnOpenOperationNeedsNoCredentials) {
     EXPECT_NE(std::string::npos, r.body.find("<tt:OpenResponse/>"));
 }
 
-TEST_F(SoapTest, AMissingHeaderIsNotAuthorized) {
+TEST_F(SoapTest, NoCredentialsIsA401WithDigestChallenges) {
     const HttpReply r = m_endpoint.handle(kPath, envelope("", "<Echo xmlns=\"urn:x\"/>"));
-    EXPECT_EQ(400, r.status);
+    EXPECT_EQ(401, r.status);
+    ASSERT_EQ(2u, r.wwwAuthenticate.size());
+    EXPECT_EQ(0u, r.wwwAuthenticate[0].rfind("Digest ", 0));
     EXPECT_TRUE(soapcheck::isFaultWith(r.body, "env:Sender"));
     EXPECT_TRUE(soapcheck::isFaultWith(r.body, "ter:NotAuthorized"));
     EXPECT_EQ(0, m_nCalls.load());
@@ -302,9 +311,10 @@ TEST(SoapText, DigestOfThePublishedExampleIsItsPasswordDigest) {
 
 TEST(SoapText, ThePublishedExampleTokenIsAcceptedAndAChangedDigestIsNot) {
     SoapEndpoint endpoint("user", kExamplePassword, [] { return kExampleTime + 10; });
-    endpoint.addOperation(kPath, "Echo", [](const Request&) -> Result {
-        return "<tt:EchoResponse>ok</tt:EchoResponse>";
-    });
+    endpoint.addOperation(
+        kPath, "Echo",
+        [](const Request&) -> Result { return "<tt:EchoResponse>ok</tt:EchoResponse>"; },
+        AccessClass::ReadMedia);
     std::string wrong = kExampleDigest;
     wrong[0] = 'u';
     const HttpReply refused = endpoint.handle(kPath, exampleRequest(wrong));

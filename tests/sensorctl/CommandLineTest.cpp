@@ -3,6 +3,7 @@
 // camera that cannot start says so and exits 1; a kept temporary root is
 // named.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <regex>
@@ -20,7 +21,7 @@ using testsupport::ToolRun;
 
 struct BadLine {
     std::vector<std::string> args;
-    const char* szMessage; // the whole line on standard error
+    std::string strMessage; // the whole line on standard error
 };
 
 TEST(SensorctlCommandLine, BadNumbersAreRefusedWithExitCode2) {
@@ -66,9 +67,42 @@ TEST(SensorctlCommandLine, BadNumbersAreRefusedWithExitCode2) {
         const ToolRun run = runSensorctl(line.args, "quit\n");
         ASSERT_TRUE(run.bExited) << strLine;
         EXPECT_EQ(run.nExitCode, 2) << strLine;
-        EXPECT_EQ(run.strOutput, std::string(line.szMessage) + "\n") << strLine;
+        EXPECT_EQ(run.strOutput, line.strMessage + "\n") << strLine;
     }
 }
+
+#if SENSORCTL_HAS_ONVIF
+TEST(SensorctlCommandLine, BadUsersAreRefusedWithExitCode2) {
+    char szFile[] = "/tmp/sensorctl-users-XXXXXX";
+    const int fd = ::mkstemp(szFile);
+    ASSERT_GE(fd, 0);
+    const std::string strText = "# users\r\nanna:pw:Operator\r\n\nbert:pw:Boss\n";
+    ASSERT_EQ(::write(fd, strText.data(), strText.size()), static_cast<ssize_t>(strText.size()));
+    ::close(fd);
+    const std::string strFile = szFile;
+    const BadLine lines[] = {
+        {{"serve", "--user", "anna:pw"},
+         "sensorctl: --user: a user is written name:password:level"},
+        {{"serve", "--user", "anna:pw:Root"},
+         "sensorctl: --user: unknown user level \"Root\" (Administrator, Operator or User)"},
+        {{"serve", "--user", "anna::User"},
+         "sensorctl: --user: a user's name and password must not be empty"},
+        {{"serve", "--user", "anna:p:User", "--onvif-user", "anna", "--onvif-password", "q"},
+         "sensorctl: the user anna is given twice"},
+        {{"serve", "--users", strFile},
+         "sensorctl: the users file " + strFile +
+             ", line 4: unknown user level \"Boss\" (Administrator, Operator or User)"},
+        {{"serve", "--users"}, "sensorctl: missing value for --users"},
+    };
+    for (const BadLine& line : lines) {
+        const ToolRun run = runSensorctl(line.args, "");
+        ASSERT_TRUE(run.bExited);
+        EXPECT_EQ(run.nExitCode, 2) << line.args.back();
+        EXPECT_EQ(run.strOutput, line.strMessage + "\n");
+    }
+    ::unlink(szFile);
+}
+#endif
 
 // A module detail asking for four thousand million schemes: the controller
 // finds no room for them and reports it. The detail is the library's to

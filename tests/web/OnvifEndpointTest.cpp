@@ -80,23 +80,58 @@ TEST_F(OnvifEndpoint, SystemDateAndTimeAnswersWithoutCredentials) {
 
 TEST_F(OnvifEndpoint, SystemDateAndTimeIsTheSimulatedClock) {
     httplib::Client http("127.0.0.1", m_serve.port());
+    http.set_digest_auth(kUser, kPassword);
     ASSERT_TRUE(http.Post("/api/clock", "21:07", "text/plain"));
     const OnvifReply r = client().call(kDevice, deviceOp("GetSystemDateAndTime"), false);
     EXPECT_EQ(r.text("Hour"), "21");
     EXPECT_EQ(r.text("Minute"), "7");
 }
 
-TEST_F(OnvifEndpoint, EveryOtherOperationNeedsCredentials) {
-    for (const std::string& body :
-         {deviceOp("GetDeviceInformation"), deviceOp("GetCapabilities"), deviceOp("GetScopes"),
-          deviceOp("GetServices", "<tds:IncludeCapability>false</tds:IncludeCapability>")}) {
+TEST_F(OnvifEndpoint, EveryOtherOperationAsksForDigestCredentials) {
+    for (const std::string& body : {deviceOp("GetDeviceInformation"), deviceOp("GetScopes"),
+                                    deviceOp("SetHostname", "<tds:Name>cam</tds:Name>")}) {
         const OnvifReply r = client().call(kDevice, body, false);
-        EXPECT_EQ(r.status, 400) << body;
+        EXPECT_EQ(r.status, 401) << body;
         EXPECT_NE(r.subcodes().find("ter:NotAuthorized"), std::string::npos) << r.body;
     }
-    const OnvifReply media = client().call(kMedia, mediaOp("GetProfiles"), false);
-    EXPECT_EQ(media.status, 400);
-    EXPECT_NE(media.subcodes().find("ter:NotAuthorized"), std::string::npos) << media.body;
+    for (const auto& call :
+         {std::make_pair(kMedia, mediaOp("GetProfiles")),
+          std::make_pair(kImaging, std::string("<GetImagingSettings xmlns=\"http://www.onvif.org/"
+                                               "ver20/imaging/wsdl\"><VideoSourceToken>"
+                                               "VideoSource_1</VideoSourceToken>"
+                                               "</GetImagingSettings>"))}) {
+        const OnvifReply r = client().call(call.first, call.second, false);
+        EXPECT_EQ(r.status, 401) << call.second;
+        EXPECT_NE(r.subcodes().find("ter:NotAuthorized"), std::string::npos) << r.body;
+    }
+}
+
+TEST_F(OnvifEndpoint, PreAuthOperationsAnswerWithoutCredentials) {
+    const std::pair<const char*, std::string> calls[] = {
+        {kDevice, deviceOp("GetSystemDateAndTime")},
+        {kDevice, deviceOp("GetCapabilities", "<tds:Category>All</tds:Category>")},
+        {kDevice, deviceOp("GetServices", "<tds:IncludeCapability>true</tds:IncludeCapability>")},
+        {kDevice, deviceOp("GetServiceCapabilities")},
+        {kDevice, deviceOp("GetWsdlUrl")},
+        {kDevice, deviceOp("GetHostname")},
+        {kDevice, deviceOp("GetEndpointReference")},
+        {kMedia, mediaOp("GetServiceCapabilities")},
+        {kImaging, "<GetServiceCapabilities xmlns=\"http://www.onvif.org/ver20/imaging/wsdl\"/>"},
+    };
+    for (const auto& call : calls) {
+        const OnvifReply r = client().call(call.first, call.second, false);
+        EXPECT_EQ(r.status, 200) << call.second << "\n" << r.body;
+        EXPECT_FALSE(r.isFault()) << r.body;
+    }
+    EXPECT_EQ(client().call(kDevice, deviceOp("GetHostname"), false).text("Name"), "sensorctl");
+    EXPECT_EQ(client()
+                  .call(kDevice, deviceOp("GetEndpointReference"), false)
+                  .text("GUID")
+                  .rfind("urn:uuid:", 0),
+              0u);
+    // The device says it takes digest.
+    const OnvifReply caps = client().call(kDevice, deviceOp("GetServiceCapabilities"), false);
+    EXPECT_NE(caps.body.find("HttpDigest=\"true\""), std::string::npos) << caps.body;
 }
 
 TEST_F(OnvifEndpoint, AWrongPasswordIsRefused) {
@@ -211,7 +246,7 @@ TEST_F(OnvifEndpoint, ImagingSettingsOfTheSourceAnswer) {
 }
 
 TEST_F(OnvifEndpoint, OtherOperationsAreNotSupported) {
-    for (const auto& call : {std::make_pair(std::string(kDevice), deviceOp("GetHostname")),
+    for (const auto& call : {std::make_pair(std::string(kDevice), deviceOp("GetNTP")),
                              std::make_pair(std::string(kDevice), deviceOp("SystemReboot")),
                              std::make_pair(std::string(kMedia), mediaOp("GetStreamUri"))}) {
         const OnvifReply r = client().call(call.first, call.second);
@@ -230,7 +265,8 @@ TEST_F(OnvifEndpoint, AnyEnvelopePrefixWorks) {
 
 TEST_F(OnvifEndpoint, BadBodiesGetFaultsAndTheServerKeepsAnswering) {
     std::string strBody;
-    EXPECT_EQ(plainStatus("POST", kDevice, &strBody, ""), 400);
+    // An empty body without credentials is a digest client's probe: 401.
+    EXPECT_EQ(plainStatus("POST", kDevice, &strBody, ""), 401);
     EXPECT_TRUE(soapcheck::Answer(strBody).isFault()) << strBody;
     EXPECT_EQ(plainStatus("POST", kDevice, &strBody, "<not xml"), 400);
     EXPECT_TRUE(soapcheck::Answer(strBody).hasCode("ter:WellFormed")) << strBody;
@@ -256,6 +292,11 @@ TEST(OnvifEndpointOff, WithoutCredentialsTheOnvifPathsAreNotServed) {
     EXPECT_EQ(client.call(kDevice, deviceOp("GetSystemDateAndTime"), false).status, 404);
     EXPECT_EQ(client.call(kImaging, "<GetImagingSettings/>").status, 404);
     EXPECT_NE(serve.output().find("ONVIF off"), std::string::npos) << serve.output();
+    // Without users the console stays open.
+    httplib::Client http("127.0.0.1", serve.port());
+    auto res = http.Get("/api/status");
+    ASSERT_TRUE(res);
+    EXPECT_EQ(res->status, 200);
 }
 
 TEST(OnvifEndpointOff, CredentialsComeFromAFile) {

@@ -187,6 +187,9 @@ std::string consoleCall(int port, const std::string& method, const std::string& 
                         const std::string& body = "") {
     httplib::Client http("127.0.0.1", port);
     http.set_read_timeout(10, 0);
+    // A camera with users asks for them on its console too (HTTP digest,
+    // computed by the HTTP library's client).
+    http.set_digest_auth(kUser, kPassword);
     auto res =
         method == "GET" ? http.Get(path.c_str()) : http.Post(path.c_str(), body, "text/plain");
     return res && res->status == 200 ? res->body : "";

@@ -4,6 +4,10 @@
 
 #include "ToolInput.h"
 
+#ifdef SENSORCTL_HAVE_ONVIF
+#include "sensor-onvif/Access.h"
+#endif
+
 namespace sensorctl {
 
 namespace {
@@ -48,12 +52,18 @@ const char* const kUsage =
     "  --time-scale F      multiply the worker's waits by F, 0 to 1000 (default 1)\n"
     "  --data DIR          the sample device tree to populate from\n"
     "\n"
-    "ONVIF credentials of serve (WS-Security UsernameToken, PasswordDigest;\n"
-    "without them ONVIF is off):\n"
+    "users of serve (HTTP digest or WS-Security UsernameToken; without any\n"
+    "user ONVIF is off and the settings page is open to anybody):\n"
+    "  --user NAME:PASSWORD:LEVEL\n"
+    "                      a user; LEVEL is Administrator, Operator or User\n"
+    "                      (the password is everything between the first and\n"
+    "                      the last colon); may be given more than once\n"
+    "  --users FILE        one NAME:PASSWORD:LEVEL per line (blank lines and\n"
+    "                      lines beginning with # are skipped)\n"
     "  --onvif-user U --onvif-password P\n"
     "  --onvif-credentials FILE\n"
-    "                      FILE's first line is USER:PASSWORD (the password is\n"
-    "                      everything after the first colon)\n";
+    "                      an Administrator; FILE's first line is USER:PASSWORD\n"
+    "                      (the password is everything after the first colon)\n";
 
 // The value after option i, taken out of the arguments with it.
 bool takeValue(std::vector<std::string>& args, size_t i, std::string& value, std::string& error) {
@@ -164,6 +174,89 @@ bool takeOnvifOptions(std::vector<std::string>& args, sensorctl::ServeOptions& o
     return true;
 }
 
+// Reads one user "NAME:PASSWORD:LEVEL"; the level's name comes back in the
+// camera's spelling.
+bool readUser(const std::string& text, ServeUser& user, std::string& error) {
+#ifdef SENSORCTL_HAVE_ONVIF
+    sensor_onvif::CameraUser parsed;
+    if (!sensor_onvif::parseUserSpec(text, parsed, error))
+        return false;
+    user.strName = parsed.name;
+    user.strPassword = parsed.password;
+    user.strLevel = sensor_onvif::userLevelName(parsed.level);
+    return true;
+#else
+    (void)text;
+    (void)user;
+    error = "built without libsensor-onvif, serve has no users";
+    return false;
+#endif
+}
+
+// Takes --user and --users out of the arguments, and adds the ONVIF
+// credentials as an Administrator. A name given twice is refused.
+bool takeUserOptions(std::vector<std::string>& args, ServeOptions& o, std::string& error) {
+    for (size_t i = 0; i < args.size(); ++i) {
+        const bool bOne = args[i] == "--user";
+        if (!bOne && args[i] != "--users")
+            continue;
+        const std::string strOption = args[i];
+        std::string strValue;
+        if (!takeValue(args, i, strValue, error))
+            return false;
+        --i;
+        if (bOne) {
+            ServeUser user;
+            if (!readUser(strValue, user, error)) {
+                error = "--user: " + error;
+                return false;
+            }
+            o.users.push_back(user);
+            continue;
+        }
+        std::string strText;
+        if (!sensorctl::readWholeFile(strValue, strText)) {
+            error = "cannot read the users file " + strValue;
+            return false;
+        }
+        size_t nLine = 0;
+        for (size_t pos = 0; pos < strText.size();) {
+            size_t nEnd = strText.find('\n', pos);
+            if (nEnd == std::string::npos)
+                nEnd = strText.size();
+            std::string strLine = strText.substr(pos, nEnd - pos);
+            pos = nEnd + 1;
+            ++nLine;
+            if (!strLine.empty() && strLine.back() == '\r')
+                strLine.pop_back();
+            if (strLine.empty() || strLine[0] == '#')
+                continue;
+            ServeUser user;
+            if (!readUser(strLine, user, error)) {
+                error =
+                    "the users file " + strValue + ", line " + std::to_string(nLine) + ": " + error;
+                return false;
+            }
+            o.users.push_back(user);
+        }
+    }
+    if (!o.strOnvifUser.empty())
+        o.users.push_back(ServeUser{o.strOnvifUser, o.strOnvifPassword, "Administrator"});
+    for (size_t i = 0; i < o.users.size(); ++i)
+        for (size_t j = 0; j < i; ++j)
+            if (o.users[i].strName == o.users[j].strName) {
+                error = "the user " + o.users[i].strName + " is given twice";
+                return false;
+            }
+#ifndef SENSORCTL_HAVE_ONVIF
+    if (!o.users.empty()) {
+        error = "built without libsensor-onvif, serve has no users";
+        return false;
+    }
+#endif
+    return true;
+}
+
 bool readCameraOptions(const std::vector<std::string>& args, CameraOptions& o, std::string& error) {
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
@@ -231,8 +324,9 @@ bool readCameraCommand(const std::string& command, const std::vector<std::string
                        CameraCommand& out, std::string& error) {
     std::vector<std::string> args = argsIn;
     out.strCommand = command;
-    if (command == "serve" && (!takePortOption(args, out.serve.nPort, error) ||
-                               !takeOnvifOptions(args, out.serve, error)))
+    if (command == "serve" &&
+        (!takePortOption(args, out.serve.nPort, error) ||
+         !takeOnvifOptions(args, out.serve, error) || !takeUserOptions(args, out.serve, error)))
         return false;
     out.bEcho = command == "shell" && takeEchoOption(args);
     return readCameraOptions(args, out.camera, error);

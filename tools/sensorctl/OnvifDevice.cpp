@@ -55,7 +55,8 @@ std::string deviceCapabilitiesOfService() {
     return "<tds:Capabilities>"
            "<tds:Network IPFilter=\"false\" ZeroConfiguration=\"false\" IPVersion6=\"false\" "
            "DynDNS=\"false\"/>"
-           "<tds:Security UsernameToken=\"true\" HttpDigest=\"false\" TLS1.2=\"false\"/>"
+           "<tds:Security UsernameToken=\"true\" HttpDigest=\"true\" TLS1.2=\"false\" "
+           "DefaultAccessPolicy=\"true\" HashingAlgorithms=\"SHA-256 MD5\"/>"
            "<tds:System DiscoveryResolve=\"false\" DiscoveryBye=\"false\" "
            "RemoteDiscovery=\"false\" SystemBackup=\"false\" SystemLogging=\"false\" "
            "FirmwareUpgrade=\"false\"/>"
@@ -161,6 +162,38 @@ std::string servicesResponse(const std::string& strHost, bool bIncludeCapability
                    sensor_onvif::ImagingService::kVersionMajor,
                    sensor_onvif::ImagingService::kVersionMinor) +
            close("GetServicesResponse", "tds");
+}
+
+std::string deviceServiceCapabilitiesResponse() {
+    return open("GetServiceCapabilitiesResponse", "tds", ns::kTds) + deviceCapabilitiesOfService() +
+           close("GetServiceCapabilitiesResponse", "tds");
+}
+
+std::string mediaServiceCapabilitiesResponse() {
+    return open("GetServiceCapabilitiesResponse", "trt", ns::kTrt) + mediaCapabilitiesOfService() +
+           close("GetServiceCapabilitiesResponse", "trt");
+}
+
+std::string wsdlUrlResponse() {
+    return open("GetWsdlUrlResponse", "tds", ns::kTds) +
+           "<tds:WsdlUrl>http://www.onvif.org/ver10/device/wsdl/devicemgmt.wsdl</tds:WsdlUrl>" +
+           close("GetWsdlUrlResponse", "tds");
+}
+
+std::string hostnameResponse(const std::string& strName) {
+    return open("GetHostnameResponse", "tds", ns::kTds) + "<tds:HostnameInformation>" +
+           tt("FromDHCP", "false") + tt("Name", sensor_onvif::xmlEscape(strName)) +
+           "</tds:HostnameInformation>" + close("GetHostnameResponse", "tds");
+}
+
+std::string setHostnameResponse() {
+    return open("SetHostnameResponse", "tds", ns::kTds) + close("SetHostnameResponse", "tds");
+}
+
+std::string endpointReferenceResponse(const std::string& strGuid) {
+    return open("GetEndpointReferenceResponse", "tds", ns::kTds) + "<tds:GUID>" +
+           sensor_onvif::xmlEscape(strGuid) + "</tds:GUID>" +
+           close("GetEndpointReferenceResponse", "tds");
 }
 
 std::string deviceInformationResponse(const DeviceFacts& facts) {

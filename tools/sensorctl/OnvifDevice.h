@@ -24,6 +24,7 @@ struct DeviceFacts {
     std::string strFirmwareVersion;
     std::string strSerialNumber;
     std::string strHardwareId;
+    std::string strEndpointReference; // "urn:uuid:...", the device's lasting name
 };
 
 // The paths of the device and media services (the imaging service's is
@@ -48,6 +49,15 @@ bool capabilitiesResponse(const std::string& strHost, const std::vector<std::str
 // strImagingCapabilities is the imaging service's capabilities element.
 std::string servicesResponse(const std::string& strHost, bool bIncludeCapability,
                              const std::string& strImagingCapabilities);
+
+// The device and media services' own capabilities (GetServiceCapabilities).
+std::string deviceServiceCapabilitiesResponse();
+std::string mediaServiceCapabilitiesResponse();
+
+std::string wsdlUrlResponse();
+std::string hostnameResponse(const std::string& strName);
+std::string setHostnameResponse();
+std::string endpointReferenceResponse(const std::string& strGuid);
 
 std::string deviceInformationResponse(const DeviceFacts& facts);
 std::string scopesResponse(const DeviceFacts& facts);

@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "OnvifDevice.h"
 
@@ -18,11 +19,15 @@ class Server;
 
 namespace sensor_onvif {
 class SoapEndpoint;
-}
+class DigestAuthenticator;
+} // namespace sensor_onvif
 
 namespace sensorctl {
 
 struct OnvifSetup {
+    // The camera's users and nonces, shared with the console; when null, one
+    // Administrator of strUser and strPassword.
+    std::shared_ptr<sensor_onvif::DigestAuthenticator> pDigest;
     std::string strUser;
     std::string strPassword;
     onvif::DeviceFacts facts;
@@ -39,11 +44,14 @@ public:
     struct Answer {
         int nStatus = 200;
         std::string strBody;
+        std::vector<std::string> wwwAuthenticate; // a 401's challenges
     };
     // One POST to an ONVIF path; strHost is the client's Host header, from
-    // which the service addresses are built.
+    // which the service addresses are built; strTarget and strAuthorization
+    // the request line's target and the Authorization header, for digest.
     Answer answer(const std::string& strPath, const std::string& strHost,
-                  const std::string& strBody);
+                  const std::string& strBody, const std::string& strTarget = std::string(),
+                  const std::string& strAuthorization = std::string());
 
     // The endpoint, for what a benchmark adds beside the services.
     sensor_onvif::SoapEndpoint& endpoint();

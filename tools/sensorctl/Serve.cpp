@@ -2,6 +2,7 @@
 
 #include "ConsoleRequest.h"
 #include "VideoService.h"
+#include "WebAuth.h"
 
 #include <pthread.h>
 #include <signal.h>
@@ -45,6 +46,7 @@
 
 #ifdef SENSORCTL_HAVE_ONVIF
 #include "OnvifServer.h"
+#include "sensor-onvif/Digest.h"
 #include "sensor-onvif/Soap.h"
 #endif
 
@@ -113,7 +115,7 @@ std::string nameOf(int cmd) {
 // coherently (a set's ISP calls interleaved with another request's).
 class Console {
 public:
-    explicit Console(Camera& camera) : m_camera(camera) {}
+    Console(Camera& camera, const WebAuth& auth) : m_camera(camera), m_auth(auth) {}
 
     void install(httplib::Server& server);
 #ifdef SENSORCTL_HAVE_ONVIF
@@ -160,6 +162,7 @@ private:
     };
 
     Camera& m_camera;
+    const WebAuth& m_auth;
     std::mutex m_mutex;
     std::deque<Entry> m_trace;
     uint64_t m_nLastSeq = 0;             // the newest entry's number
@@ -265,6 +268,8 @@ void Console::stopDrain() {
 }
 
 void Console::handle(const httplib::Request& req, httplib::Response& res) {
+    if (!m_auth.admit(req, res))
+        return;
     ApiRequest request;
     request.strMethod = req.method;
     request.strPath = req.path;
@@ -591,6 +596,14 @@ onvif::DeviceFacts deviceFacts(Camera& camera) {
     facts.strFirmwareVersion = SENSORCTL_VERSION;
     facts.strSerialNumber = "SIM-" + std::to_string(camera.channel());
     facts.strHardwareId = objInfo.getHardwareCode().empty() ? "sim" : objInfo.getHardwareCode();
+    // A name-based UUID: the same camera and channel always answer the same.
+    const std::string h = sensor_onvif::digestHex(
+        sensor_onvif::DigestAlgorithm::Sha256,
+        "sensorctl/" + facts.strModel + "/" + facts.strHardwareId + "/" + facts.strSerialNumber);
+    const char variant = "89ab"[std::strtoul(h.substr(16, 1).c_str(), nullptr, 16) & 3];
+    facts.strEndpointReference = "urn:uuid:" + h.substr(0, 8) + "-" + h.substr(8, 4) + "-5" +
+                                 h.substr(13, 3) + "-" + variant + h.substr(17, 3) + "-" +
+                                 h.substr(20, 12);
     return facts;
 }
 #endif
@@ -635,17 +648,32 @@ int runServe(Camera& camera, const ServeOptions& options) {
         VideoService::boundSendBuffer(sock);
     });
     server.set_write_timeout(5, 0);
-    Console console(camera);
+    const bool bOnvif = !options.users.empty();
+    WebAuth auth;
+#ifdef SENSORCTL_HAVE_ONVIF
+    std::shared_ptr<sensor_onvif::DigestAuthenticator> pDigest;
+    if (bOnvif) {
+        std::vector<sensor_onvif::CameraUser> users;
+        for (const ServeUser& u : options.users) {
+            sensor_onvif::CameraUser user{u.strName, u.strPassword, sensor_onvif::UserLevel::User};
+            sensor_onvif::userLevelFromName(u.strLevel, user.level);
+            users.push_back(user);
+        }
+        sensor_onvif::DigestConfig config;
+        config.realm = "sensorctl";
+        pDigest = std::make_shared<sensor_onvif::DigestAuthenticator>(users, config);
+        auth = WebAuth(pDigest);
+    }
+#endif
+    Console console(camera, auth);
     console.install(server);
     VideoService video(camera);
-    video.install(server);
-    const bool bOnvif = !options.strOnvifUser.empty();
+    video.install(server, auth);
 #ifdef SENSORCTL_HAVE_ONVIF
     std::unique_ptr<OnvifServices> pOnvif;
     if (bOnvif) {
         OnvifSetup setup;
-        setup.strUser = options.strOnvifUser;
-        setup.strPassword = options.strOnvifPassword;
+        setup.pDigest = pDigest;
         setup.facts = deviceFacts(camera);
         setup.nSchemeCount = static_cast<int>(camera.schemeCount());
         pOnvif.reset(new OnvifServices(camera.controller(), setup));
@@ -669,12 +697,18 @@ int runServe(Camera& camera, const ServeOptions& options) {
     std::cout << "sensorctl serve: device root " << camera.root() << "\n"
               << "sensorctl serve: listening on http://127.0.0.1:" << nPort << "/" << std::endl;
 #ifdef SENSORCTL_HAVE_ONVIF
-    if (bOnvif)
+    if (bOnvif) {
+        std::string strUsers;
+        for (const ServeUser& u : options.users)
+            strUsers += (strUsers.empty() ? "" : ", ") + u.strName;
         std::cout << "sensorctl serve: ONVIF at http://127.0.0.1:" << nPort << onvif::kDevicePath
-                  << ", user " << options.strOnvifUser << std::endl;
-    else
+                  << (options.users.size() == 1 ? ", user " : ", users ") << strUsers << std::endl
+                  << "sensorctl serve: the settings page asks for HTTP digest credentials"
+                  << std::endl;
+    } else
 #endif
-        std::cout << "sensorctl serve: ONVIF off (no credentials)" << std::endl;
+        std::cout << "sensorctl serve: ONVIF off (no credentials)" << std::endl
+                  << "sensorctl serve: the settings page is open to anybody" << std::endl;
 
     // The signals stay blocked everywhere; this thread alone takes them and
     // stops the server, which returns from listen on the main thread.

@@ -3,15 +3,26 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "Camera.h"
 
 namespace sensorctl {
 
+// One of the camera's users; the level is "Administrator", "Operator" or
+// "User".
+struct ServeUser {
+    std::string strName;
+    std::string strPassword;
+    std::string strLevel;
+};
+
 struct ServeOptions {
     int nPort = 8080; // 0: any free port; the one taken is printed at start
-    // The ONVIF services answer only when a user is set: without credentials
-    // the ONVIF paths are not served at all.
+    // The camera's users (--user, --users, and the ONVIF credentials as an
+    // Administrator). With none, ONVIF is off and the console is open; with
+    // any, ONVIF answers and the console asks for HTTP digest credentials.
+    std::vector<ServeUser> users;
     std::string strOnvifUser;
     std::string strOnvifPassword;
 };

@@ -16,6 +16,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Camera.h"
+#include "WebAuth.h"
 #include "PictureVerbs.h"
 #include "ToolInput.h"
 #include "controller/SensorKeys.h"
@@ -330,11 +331,15 @@ VideoService::~VideoService() {
     m_pImpl->endAll();
 }
 
-void VideoService::install(httplib::Server& server) {
+void VideoService::install(httplib::Server& server, const WebAuth& auth) {
     Impl* p = m_pImpl.get();
+    const WebAuth* pAuth = &auth;
     using Handler = void (Impl::*)(const httplib::Request&, httplib::Response&);
-    const auto bind = [p](Handler h) {
-        return [p, h](const httplib::Request& req, httplib::Response& res) { (p->*h)(req, res); };
+    const auto bind = [p, pAuth](Handler h) {
+        return [p, pAuth, h](const httplib::Request& req, httplib::Response& res) {
+            if (pAuth->admit(req, res))
+                (p->*h)(req, res);
+        };
     };
     // The other method on a path of ours gets 405 with the one it takes.
     const auto wrongMethod = [](const char* szAllow) {
@@ -347,9 +352,10 @@ void VideoService::install(httplib::Server& server) {
     server.Get("/snapshot.jpg", bind(&Impl::getSnapshot));
     server.Get("/api/picture", bind(&Impl::getPicture));
     server.Post("/api/picture", wrongMethod("GET"));
-    const auto scene = [p](SceneValue which) {
-        return [p, which](const httplib::Request& req, httplib::Response& res) {
-            p->postScene(req, res, which);
+    const auto scene = [p, pAuth](SceneValue which) {
+        return [p, pAuth, which](const httplib::Request& req, httplib::Response& res) {
+            if (pAuth->admit(req, res))
+                p->postScene(req, res, which);
         };
     };
     server.Post("/api/light", scene(SceneValue::Light));
@@ -374,7 +380,7 @@ namespace sensorctl {
 struct VideoService::Impl {};
 VideoService::VideoService(Camera&) {}
 VideoService::~VideoService() = default;
-void VideoService::install(httplib::Server&) {}
+void VideoService::install(httplib::Server&, const WebAuth&) {}
 void VideoService::boundSendBuffer(int) {}
 
 } // namespace sensorctl

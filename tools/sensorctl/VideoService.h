@@ -21,6 +21,7 @@ class Server;
 namespace sensorctl {
 
 class Camera;
+class WebAuth;
 
 class VideoService {
 public:
@@ -32,9 +33,10 @@ public:
     VideoService(const VideoService&) = delete;
     VideoService& operator=(const VideoService&) = delete;
 
-    // Adds the paths to the server. The server ends the streams when it
-    // stops (between two frames), before it joins its threads.
-    void install(httplib::Server& server);
+    // Adds the paths to the server, each behind auth (which must outlive the
+    // server's use of them). The server ends the streams when it stops
+    // (between two frames), before it joins its threads.
+    void install(httplib::Server& server, const WebAuth& auth);
 
     // Bounds a socket's kernel send buffer, so that a stalled viewer holds
     // about one frame in the kernel before frames are skipped. The server's

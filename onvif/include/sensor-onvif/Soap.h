@@ -16,11 +16,8 @@
 #include <utility>
 #include <vector>
 
-#if defined(SENSOR_ONVIF_BUILD)
-#define SENSOR_ONVIF_API __attribute__((visibility("default")))
-#else
-#define SENSOR_ONVIF_API
-#endif
+#include "sensor-onvif/Access.h"
+#include "sensor-onvif/Digest.h"
 
 namespace sensor_onvif {
 
@@ -80,9 +77,20 @@ struct SENSOR_ONVIF_API SoapFault {
 };
 
 // An HTTP answer: status and body; the content type is always kSoapContentType.
+// A 401 carries the values of its WWW-Authenticate headers.
 struct HttpReply {
     int status;
     std::string body;
+    std::vector<std::string> wwwAuthenticate;
+};
+
+// What the HTTP layer saw of a request, for digest authentication: the method
+// and target of its request line and its Authorization header (empty when
+// none).
+struct HttpAuth {
+    std::string method = "POST";
+    std::string uri;
+    std::string authorization;
 };
 
 // What a handler sees.
@@ -90,7 +98,8 @@ struct Request {
     std::string servicePath; // "/onvif/imaging_service"
     std::string operation;   // the operation's local name, "GetImagingSettings"
     const XmlNode& op;       // the operation element (the Body's only child)
-    std::string user;        // the authenticated user, empty for an open operation
+    std::string user;        // the authenticated user, empty without credentials
+    UserLevel level = UserLevel::Anonymous;
 };
 
 // A handler's answer: the response element's XML (e.g.
@@ -122,30 +131,53 @@ struct SoapLimits {
     size_t maxNonces = 100000;  // remembered nonces (oldest dropped first)
 };
 
-// The SOAP endpoint of one device: every service path and operation, one set
-// of credentials. handle() may be called from any number of threads at once.
+// The SOAP endpoint of one device: every service path and operation with its
+// access class, and the device's users. handle() may be called from any
+// number of threads at once.
+//
+// A request is authenticated by HTTP digest (its Authorization header) or by
+// a WS-Security UsernameToken, and then authorized by its user's level and
+// the operation's access class (levelMayAccess):
+// - no credentials for an operation that needs them: 401 with the digest
+//   challenges and an env:Sender / ter:NotAuthorized fault;
+// - a digest that fails: 401 with fresh challenges (stale=true when only the
+//   nonce had expired);
+// - a UsernameToken that fails: 400, env:Sender / ter:NotAuthorized;
+// - a user whose level may not call the operation: 400, env:Sender /
+//   ter:NotAuthorized (new credentials of the same user would not help).
 class SENSOR_ONVIF_API SoapEndpoint {
 public:
-    // Credentials are always required: operations added with bAuth true are
-    // refused (ter:NotAuthorized) without a valid UsernameToken for this user.
+    // One user, an Administrator; digest with the default configuration.
     SoapEndpoint(std::string p_strUser, std::string p_strPassword, Clock p_fnClock,
+                 SoapLimits p_objLimits = SoapLimits());
+    // The users and nonces of p_pDigest, which a host may share with its other
+    // HTTP paths.
+    SoapEndpoint(std::shared_ptr<DigestAuthenticator> p_pDigest, Clock p_fnClock,
                  SoapLimits p_objLimits = SoapLimits());
     ~SoapEndpoint();
     SoapEndpoint(const SoapEndpoint&) = delete;
     SoapEndpoint& operator=(const SoapEndpoint&) = delete;
 
-    // Registers (or replaces) an operation of a service. Not thread-safe
-    // against handle(): register everything before serving.
+    // Registers (or replaces) an operation of a service with its access class.
+    // Not thread-safe against handle(): register everything before serving.
     void addOperation(const std::string& p_strServicePath, const std::string& p_strOperation,
-                      Handler p_fnHandler, bool p_bAuth = true);
+                      Handler p_fnHandler, AccessClass p_eClass);
     // True when at least one operation is registered under this path.
     bool hasService(const std::string& p_strServicePath) const;
+    // The access class of an operation; false when it is not registered.
+    bool accessClassOf(const std::string& p_strServicePath, const std::string& p_strOperation,
+                       AccessClass& p_eClass) const;
 
-    // One HTTP POST: parse, authenticate, dispatch. Faults: env:Sender ->
-    // HTTP 400, env:Receiver -> HTTP 500; success -> HTTP 200.
+    // One HTTP POST: parse, authenticate, authorize, dispatch. Faults:
+    // env:Sender -> HTTP 400, env:Receiver -> HTTP 500; success -> HTTP 200;
+    // missing or failed digest credentials -> 401 (see above).
+    HttpReply handle(const std::string& p_strServicePath, const std::string& p_strBody,
+                     const HttpAuth& p_objHttp);
+    // The same without HTTP credentials.
     HttpReply handle(const std::string& p_strServicePath, const std::string& p_strBody);
 
     const SoapLimits& limits() const { return m_objLimits; }
+    DigestAuthenticator& digest();
 
 private:
     struct Impl;
