@@ -53,7 +53,14 @@ const char* const kUsage =
     "  --onvif-user U --onvif-password P\n"
     "  --onvif-credentials FILE\n"
     "                      FILE's first line is USER:PASSWORD (the password is\n"
-    "                      everything after the first colon)\n";
+    "                      everything after the first colon)\n"
+    "\n"
+    "WS-Discovery of serve (with ONVIF only; Probe and Resolve answered for\n"
+    "this machine's clients, on the group 239.255.255.250 and by unicast):\n"
+    "  --discovery-port N  UDP port, 0 to 65535 (default 3702; 0: any free port)\n"
+    "  --no-discovery      answer no Probe or Resolve\n"
+    "  --announce          send Hello at start and Bye at stop to\n"
+    "                      239.255.255.250:3702 (default: no announcements)\n";
 
 // The value after option i, taken out of the arguments with it.
 bool takeValue(std::vector<std::string>& args, size_t i, std::string& value, std::string& error) {
@@ -164,6 +171,34 @@ bool takeOnvifOptions(std::vector<std::string>& args, sensorctl::ServeOptions& o
     return true;
 }
 
+// Takes the WS-Discovery options of serve out of the arguments.
+bool takeDiscoveryOptions(std::vector<std::string>& args, sensorctl::ServeOptions& o,
+                          std::string& error) {
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == "--no-discovery" || args[i] == "--announce") {
+            if (args[i] == "--announce")
+                o.bAnnounce = true;
+            else
+                o.bDiscovery = false;
+            args.erase(args.begin() + static_cast<long>(i));
+            --i;
+        } else if (args[i] == "--discovery-port") {
+            std::string strValue;
+            long nPort = 0;
+            if (!takeValue(args, i, strValue, error) ||
+                !readOptionInteger("--discovery-port", strValue, 0, 65535, nPort, error))
+                return false;
+            o.nDiscoveryPort = static_cast<int>(nPort);
+            --i;
+        }
+    }
+    if (o.bAnnounce && !o.bDiscovery) {
+        error = "--announce and --no-discovery do not go together";
+        return false;
+    }
+    return true;
+}
+
 bool readCameraOptions(const std::vector<std::string>& args, CameraOptions& o, std::string& error) {
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
@@ -232,7 +267,8 @@ bool readCameraCommand(const std::string& command, const std::vector<std::string
     std::vector<std::string> args = argsIn;
     out.strCommand = command;
     if (command == "serve" && (!takePortOption(args, out.serve.nPort, error) ||
-                               !takeOnvifOptions(args, out.serve, error)))
+                               !takeOnvifOptions(args, out.serve, error) ||
+                               !takeDiscoveryOptions(args, out.serve, error)))
         return false;
     out.bEcho = command == "shell" && takeEchoOption(args);
     return readCameraOptions(args, out.camera, error);

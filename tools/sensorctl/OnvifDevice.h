@@ -5,6 +5,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "host/KPDeviceTime.h"
 
@@ -48,6 +49,8 @@ std::string servicesResponse(const std::string& strHost, bool bIncludeCapability
                              const std::string& strImagingCapabilities);
 
 std::string deviceInformationResponse(const DeviceFacts& facts);
+// The camera's fixed scopes, which GetScopes lists and WS-Discovery offers.
+std::vector<std::string> deviceScopes(const DeviceFacts& facts);
 std::string scopesResponse(const DeviceFacts& facts);
 
 // The media service: one fixed profile over the one video source.

@@ -1,6 +1,7 @@
 #include "Serve.h"
 
 #include "ConsoleRequest.h"
+#include "ToolInput.h"
 #include "VideoService.h"
 
 #include <pthread.h>
@@ -44,6 +45,7 @@
 #include "diag/DeviceRoot.h"
 
 #ifdef SENSORCTL_HAVE_ONVIF
+#include "Discovery.h"
 #include "OnvifServer.h"
 #include "sensor-onvif/Soap.h"
 #endif
@@ -577,6 +579,38 @@ onvif::DeviceFacts deviceFacts(Camera& camera) {
     facts.strHardwareId = objInfo.getHardwareCode().empty() ? "sim" : objInfo.getHardwareCode();
     return facts;
 }
+
+// WS-Discovery for the device service at nPort. The endpoint reference is
+// named after this machine and the camera, so it stays the same at every
+// start. Null when discovery is off or its port cannot be had; serve goes on.
+std::unique_ptr<DiscoveryService> startDiscovery(const onvif::DeviceFacts& facts, int nPort,
+                                                 const ServeOptions& options) {
+    if (!options.bDiscovery) {
+        std::cout << "sensorctl serve: WS-Discovery off" << std::endl;
+        return nullptr;
+    }
+    std::string strMachine;
+    readWholeFile("/etc/machine-id", strMachine);
+    DiscoveryConfig config;
+    config.nPort = options.nDiscoveryPort;
+    config.bAnnounce = options.bAnnounce;
+    config.target.strAddress =
+        discovery::nameUrnUuid("sensorctl:" + withoutBlanks(strMachine).strText + ":" +
+                               facts.strHardwareId + ":" + facts.strSerialNumber);
+    config.target.types = discovery::cameraTypes();
+    config.target.scopes = onvif::deviceScopes(facts);
+    config.target.xaddrs = {
+        onvif::serviceAddress("127.0.0.1:" + std::to_string(nPort), onvif::kDevicePath)};
+    std::unique_ptr<DiscoveryService> pService(new DiscoveryService(config));
+    std::string strWhy;
+    if (!pService->start(strWhy)) {
+        std::cout << "sensorctl serve: WS-Discovery off: " << strWhy << std::endl;
+        return nullptr;
+    }
+    std::cout << "sensorctl serve: WS-Discovery on UDP port " << pService->port() << ", endpoint "
+              << config.target.strAddress << (options.bAnnounce ? ", announced" : "") << std::endl;
+    return pService;
+}
 #endif
 
 // Why the server could not bind the port: a bind of our own, with the same
@@ -653,10 +687,12 @@ int runServe(Camera& camera, const ServeOptions& options) {
     std::cout << "sensorctl serve: device root " << camera.root() << "\n"
               << "sensorctl serve: listening on http://127.0.0.1:" << nPort << "/" << std::endl;
 #ifdef SENSORCTL_HAVE_ONVIF
-    if (bOnvif)
+    std::unique_ptr<DiscoveryService> pDiscovery;
+    if (bOnvif) {
         std::cout << "sensorctl serve: ONVIF at http://127.0.0.1:" << nPort << onvif::kDevicePath
                   << ", user " << options.strOnvifUser << std::endl;
-    else
+        pDiscovery = startDiscovery(deviceFacts(camera), nPort, options);
+    } else
 #endif
         std::cout << "sensorctl serve: ONVIF off (no credentials)" << std::endl;
 
@@ -684,6 +720,10 @@ int runServe(Camera& camera, const ServeOptions& options) {
     console.startDrain();
     const bool bListened = server.listen_after_bind();
     bEnded = true;
+#ifdef SENSORCTL_HAVE_ONVIF
+    if (pDiscovery)
+        pDiscovery->stop(); // Bye, when announced, before the camera goes
+#endif
     console.stopDrain();
     if (!bListened) {
         // The server ended on its own: wake the waiter with a signal it takes.

@@ -14,6 +14,12 @@ struct ServeOptions {
     // the ONVIF paths are not served at all.
     std::string strOnvifUser;
     std::string strOnvifPassword;
+    // WS-Discovery beside ONVIF: answers Probe and Resolve on this UDP port
+    // (3702; 0: any free port, printed at start), joined to 239.255.255.250.
+    bool bDiscovery = true;
+    int nDiscoveryPort = 3702;
+    // Hello at start and Bye at stop to 239.255.255.250:3702.
+    bool bAnnounce = false;
 };
 
 // Blocks SIGINT and SIGTERM in the calling thread, so that every thread
