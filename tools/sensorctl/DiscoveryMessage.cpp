@@ -371,6 +371,14 @@ bool parseInbound(const char* p_pData, size_t p_nSize, Inbound& p_objOut, std::s
         p_strWhy = "no MessageID";
         return false;
     }
+    // The answer repeats it: a control character would make that answer no
+    // XML a strict client reads.
+    for (const char ch : p_objOut.strMessageId) {
+        if (static_cast<unsigned char>(ch) < 0x20) {
+            p_strWhy = "control character in the MessageID";
+            return false;
+        }
+    }
     if (const TiXmlElement* pAction = childNamed(pHeader, ns::kAddressing, "Action")) {
         const std::string strAction = trim(textOf(pAction));
         const char* szWanted = p_objOut.kind == MessageKind::Probe ? kActionProbe : kActionResolve;
