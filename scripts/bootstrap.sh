@@ -7,7 +7,8 @@
 set -uo pipefail
 
 packages=(cmake g++ make libtinyxml-dev libssl-dev libgtest-dev libgmock-dev libbenchmark-dev
-          libcpp-httplib-dev libturbojpeg0-dev nlohmann-json3-dev pkg-config "$@")
+          libcpp-httplib-dev libturbojpeg0-dev nlohmann-json3-dev pkg-config
+          python3-lxml "$@")
 
 missing=()
 for p in "${packages[@]}"; do

@@ -435,7 +435,8 @@ TEST_F(DiscoveryServiceTest, ProbeMatchesIsValidAgainstTheDiscoverySchema) {
 
 #if SENSORCTL_HAS_ONVIF
 
-// sensorctl serve with ONVIF and discovery on an ephemeral port.
+// sensorctl serve with ONVIF and discovery on an ephemeral loopback port
+// (ServeProcess asks for one).
 class ServeDiscovery : public ::testing::Test {
 protected:
     void start(const std::vector<std::string>& extra) {
@@ -468,7 +469,7 @@ protected:
 };
 
 TEST_F(ServeDiscovery, ProbeFindsTheDeviceServiceOfServe) {
-    start({"--discovery-port", "0"});
+    start({});
     ASSERT_NE(m_nPort, 0);
     LoopbackUdp client;
     client.send(m_nPort, probe(uuidNumbered(1), "<wd:Types>dn:NetworkVideoTransmitter</wd:Types>"
@@ -496,11 +497,11 @@ TEST_F(ServeDiscovery, ProbeFindsTheDeviceServiceOfServe) {
 }
 
 TEST_F(ServeDiscovery, EndpointReferenceIsTheSameAtEveryStart) {
-    start({"--discovery-port", "0"});
+    start({});
     const std::string first = m_strEndpoint;
     ASSERT_FALSE(first.empty());
     m_serve.kill();
-    start({"--discovery-port", "0"});
+    start({});
     EXPECT_EQ(m_strEndpoint, first);
 }
 

@@ -1,5 +1,7 @@
 #include "CommandLine.h"
 
+#include <arpa/inet.h>
+
 #include <climits>
 
 #include "ToolInput.h"
@@ -58,6 +60,8 @@ const char* const kUsage =
     "WS-Discovery of serve (with ONVIF only; Probe and Resolve answered for\n"
     "this machine's clients, on the group 239.255.255.250 and by unicast):\n"
     "  --discovery-port N  UDP port, 0 to 65535 (default 3702; 0: any free port)\n"
+    "  --discovery-bind A  IPv4 address to bind (default 0.0.0.0; on 127.x no group\n"
+    "                      is joined and only unicast Probes arrive)\n"
     "  --no-discovery      answer no Probe or Resolve\n"
     "  --announce          send Hello at start and Bye at stop to\n"
     "                      239.255.255.250:3702 (default: no announcements)\n";
@@ -181,6 +185,17 @@ bool takeDiscoveryOptions(std::vector<std::string>& args, sensorctl::ServeOption
             else
                 o.bDiscovery = false;
             args.erase(args.begin() + static_cast<long>(i));
+            --i;
+        } else if (args[i] == "--discovery-bind") {
+            std::string strValue;
+            in_addr addr{};
+            if (!takeValue(args, i, strValue, error))
+                return false;
+            if (::inet_pton(AF_INET, strValue.c_str(), &addr) != 1) {
+                error = "--discovery-bind takes an IPv4 address, not \"" + strValue + "\"";
+                return false;
+            }
+            o.strDiscoveryBind = strValue;
             --i;
         } else if (args[i] == "--discovery-port") {
             std::string strValue;

@@ -592,7 +592,10 @@ std::unique_ptr<DiscoveryService> startDiscovery(const onvif::DeviceFacts& facts
     std::string strMachine;
     readWholeFile("/etc/machine-id", strMachine);
     DiscoveryConfig config;
+    config.strBindAddress = options.strDiscoveryBind;
     config.nPort = options.nDiscoveryPort;
+    // A group's datagrams never reach a socket bound to a loopback address.
+    config.bJoinGroup = options.strDiscoveryBind.compare(0, 4, "127.") != 0;
     config.bAnnounce = options.bAnnounce;
     config.target.strAddress =
         discovery::nameUrnUuid("sensorctl:" + withoutBlanks(strMachine).strText + ":" +
