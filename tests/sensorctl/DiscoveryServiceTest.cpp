@@ -70,6 +70,13 @@ public:
         return n > 0 ? std::string(buffer.data(), static_cast<size_t>(n)) : std::string();
     }
 
+    int port() const {
+        sockaddr_in addr{};
+        socklen_t nLen = sizeof(addr);
+        ::getsockname(m_fd, reinterpret_cast<sockaddr*>(&addr), &nLen);
+        return ntohs(addr.sin_port);
+    }
+
     // Every datagram already waiting.
     std::vector<std::string> drain() {
         std::vector<std::string> out;
@@ -163,11 +170,15 @@ class DiscoveryServiceTest : public ::testing::Test {
 protected:
     void SetUp() override { start(); }
 
-    void start(double burst = 5) {
+    // The camera under test; announcements, when asked for, go to the
+    // test's own loopback socket.
+    DiscoveryConfig config() {
         DiscoveryConfig config;
         config.strBindAddress = "127.0.0.1";
         config.nPort = 0;
         config.bJoinGroup = false;
+        config.strAnnounceAddress = "127.0.0.1";
+        config.nAnnouncePort = m_listener.port();
         config.target.strAddress = kCamera;
         config.target.types = sensorctl::discovery::cameraTypes();
         config.target.scopes = {
@@ -176,14 +187,18 @@ protected:
             "onvif://www.onvif.org/location/simulated"};
         config.target.xaddrs = {"http://127.0.0.1:8080/onvif/device_service"};
         config.nInstanceId = 77;
-        config.dAnswersPerSecond = burst;
-        config.dBurst = burst;
+        config.dAnswersPerSecond = 5;
+        config.dBurst = 5;
         config.clock = [this] { return m_dNow.load(); };
         config.log = [this](const std::string& line) {
             std::lock_guard<std::mutex> lock(m_logMutex);
             m_log.push_back(line);
         };
-        m_pService.reset(new DiscoveryService(config));
+        return config;
+    }
+
+    void start() {
+        m_pService.reset(new DiscoveryService(config()));
         std::string why;
         ASSERT_TRUE(m_pService->start(why)) << why;
     }
@@ -213,8 +228,9 @@ protected:
     std::atomic<double> m_dNow{1000.0};
     std::mutex m_logMutex;
     std::vector<std::string> m_log;
-    std::unique_ptr<DiscoveryService> m_pService;
     LoopbackUdp m_client;
+    LoopbackUdp m_listener; // where announcements go
+    std::unique_ptr<DiscoveryService> m_pService;
 };
 
 // Checks a ProbeMatches or ResolveMatches answer against what the camera
@@ -409,28 +425,88 @@ TEST_F(DiscoveryServiceTest, FloodIsAnsweredWithinTheBudgetAndServingGoesOn) {
               1u);
 }
 
-TEST_F(DiscoveryServiceTest, ProbeMatchesIsValidAgainstTheDiscoverySchema) {
+TEST_F(DiscoveryServiceTest, AnnouncementsSayHelloAndByeAsTheModeAndServiceGo) {
+    DiscoveryConfig announcing = config();
+    announcing.bAnnounce = true;
+    announcing.nInstanceId = 78;
+    DiscoveryService service(announcing);
+    std::string why;
+    ASSERT_TRUE(service.start(why)) << why;
+    // Each announcement leaves before the call that causes it returns.
+    std::vector<std::string> seen = m_listener.drain();
+    service.setDiscoveryMode(DiscoveryMode::NonDiscoverable);
+    service.setDiscoveryMode(DiscoveryMode::NonDiscoverable); // no change: nothing
+    for (const std::string& d : m_listener.drain())
+        seen.push_back(d);
+    service.setDiscoveryMode(DiscoveryMode::Discoverable);
+    service.stop();
+    for (const std::string& d : m_listener.drain())
+        seen.push_back(d);
+    ASSERT_EQ(seen.size(), 4u);
+    const char* const kinds[] = {"Hello", "Bye", "Hello", "Bye"};
+    for (size_t i = 0; i < 4; ++i) {
+        const Reply r(seen[i]);
+        ASSERT_NE(r.message, nullptr) << seen[i];
+        EXPECT_EQ(r.headerText("Action"),
+                  std::string("http://schemas.xmlsoap.org/ws/2005/04/discovery/") + kinds[i]);
+        EXPECT_EQ(r.headerText("To"), "urn:schemas-xmlsoap-org:ws:2005:04:discovery");
+        EXPECT_EQ(r.headerText("RelatesTo"), "<absent>");
+        const TiXmlElement* seq = childNs(r.header, kWsd, "AppSequence");
+        ASSERT_NE(seq, nullptr);
+        EXPECT_STREQ(seq->Attribute("InstanceId"), "78");
+        EXPECT_EQ(seq->Attribute("MessageNumber"), std::to_string(i + 1));
+        EXPECT_EQ(soapcheck::localName(r.message), kinds[i]);
+        EXPECT_EQ(soapcheck::namespaceOf(r.message), kWsd);
+        EXPECT_EQ(textOf(childNs(childNs(r.message, kWsa, "EndpointReference"), kWsa, "Address")),
+                  kCamera);
+    }
+    const Reply hello(seen[0]);
+    EXPECT_EQ(textOf(childNs(hello.message, kWsd, "XAddrs")),
+              "http://127.0.0.1:8080/onvif/device_service");
+    EXPECT_EQ(textOf(childNs(hello.message, kWsd, "MetadataVersion")), "1");
+}
+
+TEST_F(DiscoveryServiceTest, NothingIsAnnouncedWithoutTheOption) {
+    m_pService->setDiscoveryMode(DiscoveryMode::NonDiscoverable);
+    m_pService->setDiscoveryMode(DiscoveryMode::Discoverable);
+    m_pService->stop();
+    EXPECT_TRUE(m_listener.drain().empty());
+}
+
+TEST_F(DiscoveryServiceTest, AnswersAndHelloAreValidAgainstTheDiscoverySchema) {
     const std::string reference = SENSOR_ONVIF_REFERENCE;
     if (::access((reference + "/ext/ws-discovery.xsd").c_str(), R_OK) != 0)
         GTEST_SKIP() << "no ONVIF reference files at " << reference;
-    const std::vector<std::string> replies = exchange(probe(uuidNumbered(1)));
-    ASSERT_EQ(replies.size(), 1u);
-    char path[] = "/tmp/discovery-answer-XXXXXX";
-    const int fd = ::mkstemp(path);
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(::write(fd, replies[0].data(), replies[0].size()),
-              static_cast<ssize_t>(replies[0].size()));
-    ::close(fd);
-    // Debian's interpreter, where python3-lxml is installed.
-    const std::string command = "/usr/bin/python3 " + std::string(SENSOR_SOURCE_DIR) +
-                                "/tests/sensorctl/validate-discovery.py '" + reference + "' " +
-                                path + " 2>&1";
-    const int status = std::system(command.c_str());
-    ::unlink(path);
-    ASSERT_TRUE(WIFEXITED(status));
-    if (WEXITSTATUS(status) == 77)
-        GTEST_SKIP() << "python3-lxml is not installed";
-    EXPECT_EQ(WEXITSTATUS(status), 0) << replies[0];
+    std::vector<std::string> messages = exchange(probe(uuidNumbered(1)));
+    for (const std::string& d : exchange(resolve(uuidNumbered(2), kCamera)))
+        messages.push_back(d);
+    DiscoveryConfig announcing = config();
+    announcing.bAnnounce = true;
+    DiscoveryService service(announcing);
+    std::string why;
+    ASSERT_TRUE(service.start(why)) << why;
+    service.stop();
+    for (const std::string& d : m_listener.drain())
+        messages.push_back(d);
+    ASSERT_EQ(messages.size(), 4u); // ProbeMatches, ResolveMatches, Hello, Bye
+    for (const std::string& message : messages) {
+        char path[] = "/tmp/discovery-answer-XXXXXX";
+        const int fd = ::mkstemp(path);
+        ASSERT_GE(fd, 0);
+        ASSERT_EQ(::write(fd, message.data(), message.size()),
+                  static_cast<ssize_t>(message.size()));
+        ::close(fd);
+        // Debian's interpreter, where python3-lxml is installed.
+        const std::string command = "/usr/bin/python3 " + std::string(SENSOR_SOURCE_DIR) +
+                                    "/tests/sensorctl/validate-discovery.py '" + reference + "' " +
+                                    path + " 2>&1";
+        const int status = std::system(command.c_str());
+        ::unlink(path);
+        ASSERT_TRUE(WIFEXITED(status));
+        if (WEXITSTATUS(status) == 77)
+            GTEST_SKIP() << "python3-lxml is not installed";
+        EXPECT_EQ(WEXITSTATUS(status), 0) << message;
+    }
 }
 
 #if SENSORCTL_HAS_ONVIF

@@ -7,8 +7,9 @@ REFERENCE_DIR holds ext/soap12-envelope.xsd, ext/ws-discovery.xsd and
 ext/addressing-2004-08.xsd (the ONVIF reference files). The whole envelope is
 validated (its Header and Body take any element laxly, so every header block
 and the body's message are checked against their own schema), then the
-body's message alone, strictly. The validator is first shown to refuse a
-ProbeMatch without its MetadataVersion, so a pass means something.
+body's message alone, strictly. The validator is first shown to refuse the
+message without its MetadataVersion (when it has one: Hello, ProbeMatches,
+ResolveMatches), so a pass means something.
 Exit 0: valid; 1: invalid (the reasons on standard error); 77: no lxml.
 """
 import os
@@ -66,12 +67,12 @@ def main():
         print("no message in the body", file=sys.stderr)
         return 1
 
-    # The validator must bite: a ProbeMatch without MetadataVersion is invalid.
+    # The validator must bite: a match or Hello without MetadataVersion is invalid.
     broken = etree.fromstring(etree.tostring(message))
     for version in broken.iter(f"{{{DISCOVERY}}}MetadataVersion"):
         version.getparent().remove(version)
         if xsd.validate(etree.ElementTree(broken)):
-            print("the schema took a match without MetadataVersion", file=sys.stderr)
+            print("the schema took a message without MetadataVersion", file=sys.stderr)
             return 1
         break
 

@@ -116,12 +116,12 @@ struct DiscoveryService::Impl {
                  reinterpret_cast<const sockaddr*>(&p_objTo), sizeof(p_objTo));
     }
 
-    // Hello or Bye to the group.
+    // Hello or Bye to the group (or where the configuration says).
     void announce(bool p_bHello) {
         sockaddr_in to{};
         to.sin_family = AF_INET;
-        to.sin_port = htons(kDiscoveryPort);
-        ::inet_pton(AF_INET, kDiscoveryGroup, &to.sin_addr);
+        to.sin_port = htons(static_cast<uint16_t>(config.nAnnouncePort));
+        ::inet_pton(AF_INET, config.strAnnounceAddress.c_str(), &to.sin_addr);
         std::lock_guard<std::mutex> lock(sendMutex);
         const discovery::Sequence seq = nextSequence();
         const std::string strId = discovery::randomUrnUuid();

@@ -41,6 +41,9 @@ struct DiscoveryConfig {
     int nPort = kDiscoveryPort; // 0: any free port (port() tells which)
     bool bJoinGroup = true;     // listen to the multicast group's Probes
     bool bAnnounce = false;     // Hello at start, Bye at stop, to the group
+    // Where announcements go: the group, unless a test listens elsewhere.
+    std::string strAnnounceAddress = kDiscoveryGroup;
+    int nAnnouncePort = kDiscoveryPort;
     discovery::Target target;
     uint32_t nInstanceId = 0; // 0: the seconds since the epoch at start
     // The answer budget: at most nBurst answers at once, refilled at
