@@ -79,6 +79,29 @@ bool nestingWithin(const char* p_pData, size_t p_nSize, int p_nMax) {
     return true;
 }
 
+// Well-formed UTF-8 (no stray continuation byte, no sequence cut short, no
+// lead byte beyond U+10FFFF): TinyXML steps over a sequence by the length its
+// first byte announces, so a broken one would swallow the markup after it, and
+// the answer repeats the MessageID.
+bool isUtf8(const char* p_pData, size_t p_nSize) {
+    for (size_t i = 0; i < p_nSize;) {
+        const unsigned char lead = static_cast<unsigned char>(p_pData[i]);
+        const size_t nLen = lead < 0x80   ? 1
+                            : lead < 0xC2 ? 0
+                            : lead < 0xE0 ? 2
+                            : lead < 0xF0 ? 3
+                            : lead < 0xF5 ? 4
+                                          : 0;
+        if (nLen == 0 || i + nLen > p_nSize)
+            return false;
+        for (size_t k = 1; k < nLen; ++k)
+            if ((static_cast<unsigned char>(p_pData[i + k]) & 0xC0) != 0x80)
+                return false;
+        i += nLen;
+    }
+    return true;
+}
+
 std::string prefixOf(const std::string& p_strQName) {
     const size_t n = p_strQName.find(':');
     return n == std::string::npos ? std::string() : p_strQName.substr(0, n);
@@ -333,6 +356,10 @@ bool parseInbound(const char* p_pData, size_t p_nSize, Inbound& p_objOut, std::s
     }
     if (p_nSize == 0 || std::memchr(p_pData, '\0', p_nSize)) {
         p_strWhy = p_nSize == 0 ? "empty datagram" : "NUL byte in the datagram";
+        return false;
+    }
+    if (!isUtf8(p_pData, p_nSize)) {
+        p_strWhy = "not UTF-8";
         return false;
     }
     if (!nestingWithin(p_pData, p_nSize, kMaxDepth)) {

@@ -55,9 +55,9 @@ struct Inbound {
 };
 
 // Reads one datagram. false with the reason when it is no Probe or Resolve
-// in a SOAP 1.2 envelope with a MessageID (no control characters): over kMaxDatagram, holding a
-// NUL, nested deeper than kMaxDepth, not XML, another envelope or message, an Action that
-// contradicts the body.
+// in a SOAP 1.2 envelope with a MessageID (no control characters): over
+// kMaxDatagram, holding a NUL, not UTF-8, nested deeper than kMaxDepth, not
+// XML, another envelope or message, an Action that contradicts the body.
 bool parseInbound(const char* p_pData, size_t p_nSize, Inbound& p_objOut, std::string& p_strWhy);
 
 // What the camera says of itself.
