@@ -15,6 +15,9 @@ cmake --build "$build" -j"$(nproc)" --target sensor sensorsim sensor_bench senso
 # The ONVIF benchmark needs sensorctl's ONVIF services (cpp-httplib, libcrypto).
 onvif_bench=0
 if cmake --build "$build" -j"$(nproc)" --target onvif_bench >/dev/null 2>&1; then onvif_bench=1; fi
+# So does the WS-Discovery benchmark (its discovery service).
+discovery_bench=0
+if cmake --build "$build" -j"$(nproc)" --target discovery_bench >/dev/null 2>&1; then discovery_bench=1; fi
 
 reps=${SENSOR_BENCH_REPETITIONS:-5}
 echo "== sensor_bench ($reps repetitions, medians) on $(nproc) cores, $(uname -r)"
@@ -25,6 +28,12 @@ if [ "$onvif_bench" -eq 1 ]; then
   echo
   echo "== onvif_bench ($reps repetitions, medians): the imaging service over loopback vs a SOAP echo"
   "$build/bench/onvif_bench" --benchmark_repetitions="$reps" --benchmark_report_aggregates_only=true
+fi
+
+if [ "$discovery_bench" -eq 1 ]; then
+  echo
+  echo "== discovery_bench ($reps repetitions, medians): a Probe over loopback UDP vs a UDP echo"
+  "$build/bench/discovery_bench" --benchmark_repetitions="$reps" --benchmark_report_aggregates_only=true
 fi
 
 echo

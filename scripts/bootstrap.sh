@@ -8,7 +8,8 @@
 set -uo pipefail
 
 packages=(cmake g++ make libtinyxml-dev libssl-dev libgtest-dev libgmock-dev libbenchmark-dev
-          libcpp-httplib-dev libturbojpeg0-dev nlohmann-json3-dev pkg-config curl "$@")
+          libcpp-httplib-dev libturbojpeg0-dev nlohmann-json3-dev pkg-config curl
+          python3-lxml "$@")
 
 missing=()
 for p in "${packages[@]}"; do

@@ -59,6 +59,13 @@ TEST(SensorctlCommandLine, BadNumbersAreRefusedWithExitCode2) {
         {{"serve", "--port", "+80"},
          "sensorctl: --port takes an integer from 0 to 65535, not \"+80\""},
         {{"serve", "--port"}, "sensorctl: missing value for --port"},
+        {{"serve", "--discovery-port", "65536"},
+         "sensorctl: --discovery-port takes an integer from 0 to 65535, not \"65536\""},
+        {{"serve", "--discovery-port"}, "sensorctl: missing value for --discovery-port"},
+        {{"serve", "--discovery-bind", "localhost"},
+         "sensorctl: --discovery-bind takes an IPv4 address, not \"localhost\""},
+        {{"serve", "--announce", "--no-discovery"},
+         "sensorctl: --announce and --no-discovery do not go together"},
     };
     for (const BadLine& line : lines) {
         std::string strLine;

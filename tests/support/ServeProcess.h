@@ -75,7 +75,8 @@ public:
     ServeProcess(const ServeProcess&) = delete;
     ServeProcess& operator=(const ServeProcess&) = delete;
 
-    // Starts `sensorctl serve --port 0 ARGS...` and waits (at most 30 s) for
+    // Starts `sensorctl serve --port 0 --discovery-bind 127.0.0.1
+    // --discovery-port 0 ARGS...` and waits (at most 30 s) for
     // the port it announces. false with the reason in error.
     bool start(const std::vector<std::string>& extra, std::string& error) {
         char szLog[] = "/tmp/sensorctl-serve-test-XXXXXX";
@@ -87,7 +88,10 @@ public:
         ::close(fd);
         m_strLog = szLog;
 
-        std::vector<std::string> args = sensorctlCommand({"serve", "--port", "0"});
+        // Discovery, on with ONVIF, stays on the loopback interface on a free
+        // port: no test joins a multicast group or shares the well-known port.
+        std::vector<std::string> args = sensorctlCommand(
+            {"serve", "--port", "0", "--discovery-bind", "127.0.0.1", "--discovery-port", "0"});
         args.insert(args.end(), extra.begin(), extra.end());
         std::vector<char*> argv = spawnArray(args);
         std::vector<std::string> env = sensorctlEnvironment();

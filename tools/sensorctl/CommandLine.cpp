@@ -1,5 +1,7 @@
 #include "CommandLine.h"
 
+#include <arpa/inet.h>
+
 #include <climits>
 
 #include "ToolInput.h"
@@ -63,7 +65,16 @@ const char* const kUsage =
     "  --onvif-user U --onvif-password P\n"
     "  --onvif-credentials FILE\n"
     "                      an Administrator; FILE's first line is USER:PASSWORD\n"
-    "                      (the password is everything after the first colon)\n";
+    "                      (the password is everything after the first colon)\n"
+    "\n"
+    "WS-Discovery of serve (with ONVIF only; Probe and Resolve answered for\n"
+    "this machine's clients, on the group 239.255.255.250 and by unicast):\n"
+    "  --discovery-port N  UDP port, 0 to 65535 (default 3702; 0: any free port)\n"
+    "  --discovery-bind A  IPv4 address to bind (default 0.0.0.0; on 127.x no group\n"
+    "                      is joined and only unicast Probes arrive)\n"
+    "  --no-discovery      answer no Probe or Resolve\n"
+    "  --announce          send Hello at start and Bye at stop to\n"
+    "                      239.255.255.250:3702 (default: no announcements)\n";
 
 // The value after option i, taken out of the arguments with it.
 bool takeValue(std::vector<std::string>& args, size_t i, std::string& value, std::string& error) {
@@ -257,6 +268,45 @@ bool takeUserOptions(std::vector<std::string>& args, ServeOptions& o, std::strin
     return true;
 }
 
+// Takes the WS-Discovery options of serve out of the arguments.
+bool takeDiscoveryOptions(std::vector<std::string>& args, sensorctl::ServeOptions& o,
+                          std::string& error) {
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == "--no-discovery" || args[i] == "--announce") {
+            if (args[i] == "--announce")
+                o.bAnnounce = true;
+            else
+                o.bDiscovery = false;
+            args.erase(args.begin() + static_cast<long>(i));
+            --i;
+        } else if (args[i] == "--discovery-bind") {
+            std::string strValue;
+            in_addr addr{};
+            if (!takeValue(args, i, strValue, error))
+                return false;
+            if (::inet_pton(AF_INET, strValue.c_str(), &addr) != 1) {
+                error = "--discovery-bind takes an IPv4 address, not \"" + strValue + "\"";
+                return false;
+            }
+            o.strDiscoveryBind = strValue;
+            --i;
+        } else if (args[i] == "--discovery-port") {
+            std::string strValue;
+            long nPort = 0;
+            if (!takeValue(args, i, strValue, error) ||
+                !readOptionInteger("--discovery-port", strValue, 0, 65535, nPort, error))
+                return false;
+            o.nDiscoveryPort = static_cast<int>(nPort);
+            --i;
+        }
+    }
+    if (o.bAnnounce && !o.bDiscovery) {
+        error = "--announce and --no-discovery do not go together";
+        return false;
+    }
+    return true;
+}
+
 bool readCameraOptions(const std::vector<std::string>& args, CameraOptions& o, std::string& error) {
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
@@ -326,7 +376,8 @@ bool readCameraCommand(const std::string& command, const std::vector<std::string
     out.strCommand = command;
     if (command == "serve" &&
         (!takePortOption(args, out.serve.nPort, error) ||
-         !takeOnvifOptions(args, out.serve, error) || !takeUserOptions(args, out.serve, error)))
+         !takeOnvifOptions(args, out.serve, error) || !takeUserOptions(args, out.serve, error) ||
+         !takeDiscoveryOptions(args, out.serve, error)))
         return false;
     out.bEcho = command == "shell" && takeEchoOption(args);
     return readCameraOptions(args, out.camera, error);

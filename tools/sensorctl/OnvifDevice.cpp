@@ -207,23 +207,21 @@ std::string deviceInformationResponse(const DeviceFacts& facts) {
            close("GetDeviceInformationResponse", "tds");
 }
 
-std::string scopesResponse(const DeviceFacts& facts) {
+std::vector<std::string> deviceScopes(const DeviceFacts& facts) {
     // Scope items are URIs: the model goes in percent-free, blanks as '_'.
     std::string strModel;
     for (const char ch : facts.strModel)
         strModel += (ch == ' ' || ch == '/' || ch == '%') ? '_' : ch;
-    const char* const kScopes[] = {"onvif://www.onvif.org/Profile/Streaming",
-                                   "onvif://www.onvif.org/type/video_encoder",
-                                   "onvif://www.onvif.org/location/simulated"};
+    return {"onvif://www.onvif.org/Profile/Streaming", "onvif://www.onvif.org/type/video_encoder",
+            "onvif://www.onvif.org/location/simulated",
+            "onvif://www.onvif.org/hardware/" + strModel, "onvif://www.onvif.org/name/sensorctl"};
+}
+
+std::string scopesResponse(const DeviceFacts& facts) {
     std::string strOut = open("GetScopesResponse", "tds", ns::kTds);
-    auto scope = [&strOut](const std::string& item) {
+    for (const std::string& item : deviceScopes(facts))
         strOut += "<tds:Scopes>" + tt("ScopeDef", "Fixed") +
                   tt("ScopeItem", sensor_onvif::xmlEscape(item)) + "</tds:Scopes>";
-    };
-    for (const char* sz : kScopes)
-        scope(sz);
-    scope("onvif://www.onvif.org/hardware/" + strModel);
-    scope("onvif://www.onvif.org/name/sensorctl");
     return strOut + close("GetScopesResponse", "tds");
 }
 

@@ -60,6 +60,8 @@ std::string setHostnameResponse();
 std::string endpointReferenceResponse(const std::string& strGuid);
 
 std::string deviceInformationResponse(const DeviceFacts& facts);
+// The camera's fixed scopes, which GetScopes lists and WS-Discovery offers.
+std::vector<std::string> deviceScopes(const DeviceFacts& facts);
 std::string scopesResponse(const DeviceFacts& facts);
 
 // The media service: one fixed profile over the one video source.

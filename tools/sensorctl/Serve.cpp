@@ -1,6 +1,7 @@
 #include "Serve.h"
 
 #include "ConsoleRequest.h"
+#include "ToolInput.h"
 #include "VideoService.h"
 #include "WebAuth.h"
 
@@ -45,6 +46,7 @@
 #include "diag/DeviceRoot.h"
 
 #ifdef SENSORCTL_HAVE_ONVIF
+#include "Discovery.h"
 #include "OnvifServer.h"
 #include "sensor-onvif/Digest.h"
 #include "sensor-onvif/Soap.h"
@@ -596,15 +598,44 @@ onvif::DeviceFacts deviceFacts(Camera& camera) {
     facts.strFirmwareVersion = SENSORCTL_VERSION;
     facts.strSerialNumber = "SIM-" + std::to_string(camera.channel());
     facts.strHardwareId = objInfo.getHardwareCode().empty() ? "sim" : objInfo.getHardwareCode();
-    // A name-based UUID: the same camera and channel always answer the same.
-    const std::string h = sensor_onvif::digestHex(
-        sensor_onvif::DigestAlgorithm::Sha256,
-        "sensorctl/" + facts.strModel + "/" + facts.strHardwareId + "/" + facts.strSerialNumber);
-    const char variant = "89ab"[std::strtoul(h.substr(16, 1).c_str(), nullptr, 16) & 3];
-    facts.strEndpointReference = "urn:uuid:" + h.substr(0, 8) + "-" + h.substr(8, 4) + "-5" +
-                                 h.substr(13, 3) + "-" + variant + h.substr(17, 3) + "-" +
-                                 h.substr(20, 12);
+    // A name-based UUID of this machine and the camera: the same camera
+    // always answers the same, to GetEndpointReference and to a Probe.
+    std::string strMachine;
+    readWholeFile("/etc/machine-id", strMachine);
+    facts.strEndpointReference =
+        discovery::nameUrnUuid("sensorctl:" + withoutBlanks(strMachine).strText + ":" +
+                               facts.strHardwareId + ":" + facts.strSerialNumber);
     return facts;
+}
+
+// WS-Discovery for the device service at nPort, under the device's endpoint
+// reference. Null when discovery is off or its port cannot be had; serve goes on.
+std::unique_ptr<DiscoveryService> startDiscovery(const onvif::DeviceFacts& facts, int nPort,
+                                                 const ServeOptions& options) {
+    if (!options.bDiscovery) {
+        std::cout << "sensorctl serve: WS-Discovery off" << std::endl;
+        return nullptr;
+    }
+    DiscoveryConfig config;
+    config.strBindAddress = options.strDiscoveryBind;
+    config.nPort = options.nDiscoveryPort;
+    // A group's datagrams never reach a socket bound to a loopback address.
+    config.bJoinGroup = options.strDiscoveryBind.compare(0, 4, "127.") != 0;
+    config.bAnnounce = options.bAnnounce;
+    config.target.strAddress = facts.strEndpointReference;
+    config.target.types = discovery::cameraTypes();
+    config.target.scopes = onvif::deviceScopes(facts);
+    config.target.xaddrs = {
+        onvif::serviceAddress("127.0.0.1:" + std::to_string(nPort), onvif::kDevicePath)};
+    std::unique_ptr<DiscoveryService> pService(new DiscoveryService(config));
+    std::string strWhy;
+    if (!pService->start(strWhy)) {
+        std::cout << "sensorctl serve: WS-Discovery off: " << strWhy << std::endl;
+        return nullptr;
+    }
+    std::cout << "sensorctl serve: WS-Discovery on UDP port " << pService->port() << ", endpoint "
+              << config.target.strAddress << (options.bAnnounce ? ", announced" : "") << std::endl;
+    return pService;
 }
 #endif
 
@@ -697,6 +728,7 @@ int runServe(Camera& camera, const ServeOptions& options) {
     std::cout << "sensorctl serve: device root " << camera.root() << "\n"
               << "sensorctl serve: listening on http://127.0.0.1:" << nPort << "/" << std::endl;
 #ifdef SENSORCTL_HAVE_ONVIF
+    std::unique_ptr<DiscoveryService> pDiscovery;
     if (bOnvif) {
         std::string strUsers;
         for (const ServeUser& u : options.users)
@@ -705,6 +737,7 @@ int runServe(Camera& camera, const ServeOptions& options) {
                   << (options.users.size() == 1 ? ", user " : ", users ") << strUsers << std::endl
                   << "sensorctl serve: the settings page asks for HTTP digest credentials"
                   << std::endl;
+        pDiscovery = startDiscovery(deviceFacts(camera), nPort, options);
     } else
 #endif
         std::cout << "sensorctl serve: ONVIF off (no credentials)" << std::endl
@@ -734,6 +767,10 @@ int runServe(Camera& camera, const ServeOptions& options) {
     console.startDrain();
     const bool bListened = server.listen_after_bind();
     bEnded = true;
+#ifdef SENSORCTL_HAVE_ONVIF
+    if (pDiscovery)
+        pDiscovery->stop(); // Bye, when announced, before the camera goes
+#endif
     console.stopDrain();
     if (!bListened) {
         // The server ended on its own: wake the waiter with a signal it takes.

@@ -25,6 +25,15 @@ struct ServeOptions {
     std::vector<ServeUser> users;
     std::string strOnvifUser;
     std::string strOnvifPassword;
+    // WS-Discovery beside ONVIF: answers Probe and Resolve on this UDP port
+    // (3702; 0: any free port, printed at start), joined to 239.255.255.250.
+    bool bDiscovery = true;
+    int nDiscoveryPort = 3702;
+    // The address the discovery service binds; on a 127.x address it joins
+    // no group and serves this machine's unicast Probes alone.
+    std::string strDiscoveryBind = "0.0.0.0";
+    // Hello at start and Bye at stop to 239.255.255.250:3702.
+    bool bAnnounce = false;
 };
 
 // Blocks SIGINT and SIGTERM in the calling thread, so that every thread
