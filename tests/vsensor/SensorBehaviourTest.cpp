@@ -39,6 +39,46 @@ TEST_F(SensorTest, SameSettingsLightAndFrameNumberGiveTheSameBytes) {
     EXPECT_NE(first.rgb, sensor().renderFrame().rgb);
 }
 
+// A frame drawn into a buffer a caller keeps (as the stream's thread draws
+// them) is the frame drawn afresh, and the sensor's latest frame is it too.
+TEST_F(SensorTest, FrameDrawnIntoAReusedBufferIsTheFreshFrame) {
+    settle(4);
+    const uint64_t number = sensor().nextFrameNumber();
+    Frame reused = settle(1); // a buffer of the same size, holding another picture
+    sensor().reset();
+    std::string error;
+    ASSERT_TRUE(sensor().setFrameSize(kWidth, kHeight, error));
+    light(2000.0);
+    settle(4);
+    ASSERT_EQ(sensor().nextFrameNumber(), number);
+    sensor().renderFrame(reused);
+    sensor().reset();
+    ASSERT_TRUE(sensor().setFrameSize(kWidth, kHeight, error));
+    light(2000.0);
+    settle(4);
+    const Frame fresh = sensor().renderFrame();
+    EXPECT_EQ(reused.number, fresh.number);
+    EXPECT_EQ(reused.width, fresh.width);
+    EXPECT_EQ(reused.rgb, fresh.rgb);
+    EXPECT_EQ(sensor().latestFrame().rgb, fresh.rgb);
+}
+
+// After a full-size frame, a small one leaves the renderer holding what the
+// small frame needs: the scene's codes, the noise-free signal, the temporal
+// reduction's frame and the latest frame come to under 20 bytes a pixel with
+// the shake margin, so 2 MiB is ample at 320x180 and far below the 30 MiB a
+// 1920x1080 frame needs.
+TEST_F(SensorTest, SmallerFrameGivesBackTheLargerBuffers) {
+    std::string error;
+    set(KEY_3D_NR_SWITCH, 1);
+    ASSERT_TRUE(sensor().setFrameSize(1920, 1080, error)) << error;
+    settle(2);
+    EXPECT_GT(sensor().rendererMemoryBytes(), 30u << 20);
+    ASSERT_TRUE(sensor().setFrameSize(320, 180, error)) << error;
+    settle(2);
+    EXPECT_LT(sensor().rendererMemoryBytes(), 2u << 20);
+}
+
 // Golden pictures: the hashes were taken after the pictures were looked at
 // (the sample style's settings at 2000 lux by day; at 0.1 lux at night with
 // the infrared on). A float detail of another processor may change them,
