@@ -417,16 +417,17 @@ class Checker:
                                                                self.checks))
 
 
-def start_serve(sensorctl, user, password):
+def start_serve(sensorctl, user, password, extra=()):
     """`sensorctl serve` on a free loopback port, as scripts/ci-onvif.sh
-    starts it; answers the process and its URL."""
+    starts it (and with extra options); answers the process and its URL."""
     env = dict(os.environ)
     env.setdefault("SENSORCTL_DATA", os.path.join(ROOT, "data", "device"))
     log = tempfile.TemporaryFile(mode="w+")
     proc = subprocess.Popen(
         [sensorctl, "serve", "--port", "0", "--time-scale", "0.1", "--detail",
          "(sensor=IMX327)(lens=motor)(max_scheme=4)(isInfrared=1)", "--onvif-user", user,
-         "--onvif-password", password], stdout=log, stderr=subprocess.STDOUT, env=env)
+         "--onvif-password", password] + list(extra), stdout=log, stderr=subprocess.STDOUT,
+        env=env)
     deadline = time.monotonic() + 30
     while time.monotonic() < deadline:
         log.seek(0)
