@@ -141,6 +141,28 @@ TEST_F(ServeApi, PageIsServedAtTheRoot) {
     EXPECT_EQ(r.body.find("https://"), std::string::npos);
 }
 
+// The page names keys by name; serve's copy has the numbers of the key list
+// written in, and is otherwise the page as written.
+TEST_F(ServeApi, PageCarriesTheKeyListsNumbers) {
+    const Reply r = get("/");
+    ASSERT_EQ(r.status, 200);
+    EXPECT_EQ(r.body.find("/*@KEY_LIST@*/"), std::string::npos);
+    // Brightness, saturation and the scheme mode, as the controller numbers them.
+    EXPECT_NE(r.body.find("const K = {KEY_BRIGHTNESS:34,KEY_SATURATION:2337,"), std::string::npos);
+    EXPECT_NE(r.body.find("KEY_SCHEME_MODE:8000,"), std::string::npos);
+    std::ifstream in(std::string(SENSOR_SOURCE_DIR) + "/tools/sensorctl/web/index.html",
+                     std::ios::binary);
+    std::stringstream source;
+    source << in.rdbuf();
+    const std::string page = source.str();
+    const size_t at = page.find("/*@KEY_LIST@*/{}");
+    ASSERT_NE(at, std::string::npos);
+    const size_t filledEnd = r.body.find("};", at);
+    ASSERT_NE(filledEnd, std::string::npos);
+    EXPECT_EQ(r.body.substr(0, at), page.substr(0, at));
+    EXPECT_EQ(r.body.substr(filledEnd + 1), page.substr(at + std::strlen("/*@KEY_LIST@*/{}")));
+}
+
 TEST_F(ServeApi, StyleIsTheControllersDocumentWithItsTabs) {
     const Reply r = get("/api/style");
     EXPECT_EQ(r.status, 200);

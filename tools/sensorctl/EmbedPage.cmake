@@ -1,7 +1,29 @@
 # Writes the settings page into a C++ source as a byte array, so that
 # `sensorctl serve` carries its page and needs no file beside the binary.
-# Usage: cmake -DINPUT=page.html -DOUTPUT=WebPage.cpp -P EmbedPage.cmake
-file(READ "${INPUT}" hex HEX)
+# The page names the controller's keys by their names; their numbers come
+# from the library's key list (KEYS, keyval/SensorKeys.h), written into the
+# page here, so that the key list stays the one table of them.
+# Usage: cmake -DINPUT=page.html -DKEYS=SensorKeys.h -DOUTPUT=WebPage.cpp -P EmbedPage.cmake
+file(READ "${KEYS}" key_list)
+string(REGEX MATCHALL "(ROW|NONE)\\((KEY_[A-Z0-9_]+), *[0-9]+" rows "${key_list}")
+set(keys "")
+foreach(row IN LISTS rows)
+  string(REGEX REPLACE "^(ROW|NONE)\\((KEY_[A-Z0-9_]+), *([0-9]+)$" "\\2:\\3" pair "${row}")
+  string(APPEND keys "${pair},")
+endforeach()
+list(LENGTH rows count)
+if(count LESS 100)
+  message(FATAL_ERROR "EmbedPage: only ${count} keys read from ${KEYS}")
+endif()
+file(READ "${INPUT}" page)
+string(FIND "${page}" "/*@KEY_LIST@*/{}" at)
+if(at LESS 0)
+  message(FATAL_ERROR "EmbedPage: ${INPUT} has no /*@KEY_LIST@*/{} to fill")
+endif()
+string(REPLACE "/*@KEY_LIST@*/{}" "{${keys}}" page "${page}")
+file(WRITE "${OUTPUT}.page" "${page}")
+file(READ "${OUTPUT}.page" hex HEX)
+file(REMOVE "${OUTPUT}.page")
 string(LENGTH "${hex}" length)
 set(bytes "")
 set(offset 0)
