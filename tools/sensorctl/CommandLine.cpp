@@ -146,12 +146,8 @@ bool takeOnvifOptions(std::vector<std::string>& args, sensorctl::ServeOptions& o
         } else {
             continue;
         }
-        if (i + 1 >= args.size()) {
-            error = "missing value for " + args[i];
+        if (!takeValue(args, i, *pOut, error))
             return false;
-        }
-        *pOut = args[i + 1];
-        args.erase(args.begin() + static_cast<long>(i), args.begin() + static_cast<long>(i) + 2);
         --i;
     }
     if (bFile && (bUser || bPassword)) {
