@@ -86,29 +86,15 @@ protected:
     std::chrono::steady_clock::time_point tNow{};
 };
 
-// The text of the first element with this local name, or "<absent>".
-std::string textOf(const std::string& p_strXml, const std::string& p_strName) {
-    std::smatch m;
-    if (std::regex_search(p_strXml, m,
-                          std::regex("<tt:" + p_strName + ">([^<]*)</tt:" + p_strName + ">")))
-        return m[1];
-    return "<absent>";
+// The text at a path below ImagingSettings in a GetImagingSettings answer,
+// read as XML; "<absent>" when a step is missing.
+std::string settingAt(const std::string& body, const std::string& path) {
+    return soapcheck::Answer(body).textAt("ImagingSettings/" + path);
 }
 
-// The text at an element path: each part searched after the previous one.
-std::string textAt(const std::string& p_strXml, const std::string& p_strPath) {
-    size_t pos = 0;
-    size_t start = 0;
-    while (true) {
-        const size_t e = p_strPath.find('/', start);
-        const std::string part = p_strPath.substr(start, e == std::string::npos ? e : e - start);
-        pos = p_strXml.find("<tt:" + part + ">", pos);
-        if (pos == std::string::npos)
-            return "<absent>";
-        if (e == std::string::npos)
-            return textOf(p_strXml.substr(pos), part);
-        start = e + 1;
-    }
+// The focus's move status in a GetStatus answer.
+std::string moveStatusOf(const std::string& body) {
+    return soapcheck::Answer(body).textAt("Status/FocusStatus20/MoveStatus");
 }
 
 bool hasElement(const std::string& p_strXml, const std::string& p_strName) {
@@ -206,10 +192,10 @@ TEST_F(ImagingTest, FieldsReadAndWriteTheirKeysWithHandWrittenAnswers) {
     ASSERT_EQ(0, cam.ctl->setParameter(KEY_WB_MODE, 3, true));
     ASSERT_EQ(0, cam.ctl->setParameter(KEY_2D_NR_STRG_M, 30, true));
     const std::string body = settings().body;
-    EXPECT_EQ("37", textAt(body, "Brightness"));
-    EXPECT_EQ("4000", textAt(body, "Exposure/ExposureTime")); // 1/250 s in microseconds
-    EXPECT_EQ("MANUAL", textAt(body, "WhiteBalance/Mode"));
-    EXPECT_EQ("0.3", textAt(body, "Extension/Extension/Extension/NoiseReduction/Level"));
+    EXPECT_EQ("37", settingAt(body, "Brightness"));
+    EXPECT_EQ("4000", settingAt(body, "Exposure/ExposureTime")); // 1/250 s in microseconds
+    EXPECT_EQ("MANUAL", settingAt(body, "WhiteBalance/Mode"));
+    EXPECT_EQ("0.3", settingAt(body, "Extension/Extension/Extension/NoiseReduction/Level"));
 
     ASSERT_EQ(200, set(wrap("Brightness", "61")).status);
     EXPECT_EQ(61, value(KEY_BRIGHTNESS));
@@ -319,7 +305,7 @@ TEST_F(ImagingTest, AnEnumTokenThatAlreadyHoldsKeepsTheKeyValue) {
     ASSERT_EQ(200, set("<tt:WideDynamicRange><tt:Mode>ON</tt:Mode></tt:WideDynamicRange>").status);
     EXPECT_EQ(2, value(KEY_WDR_MODE));
     EXPECT_EQ(0u, setsOf(KEY_WDR_MODE));
-    EXPECT_EQ("ON", textAt(settings().body, "WideDynamicRange/Mode"));
+    EXPECT_EQ("ON", settingAt(settings().body, "WideDynamicRange/Mode"));
 }
 
 TEST_F(ImagingTest, OptionsAreTheStylesRangesAndChoices) {
@@ -514,10 +500,10 @@ TEST_F(ImagingTest, SettingsChangeTheActivePresetSoPresetsAreAdaptable) {
     ASSERT_EQ(200, preset("Scheme_1"));
     ASSERT_EQ(200, set("<tt:Brightness>71</tt:Brightness>").status);
     ASSERT_EQ(200, preset("Scheme_2"));
-    EXPECT_EQ("50", textAt(settings().body, "Brightness"));
+    EXPECT_EQ("50", settingAt(settings().body, "Brightness"));
     // Back on the preset the settings went to: it holds them.
     ASSERT_EQ(200, preset("Scheme_1"));
-    EXPECT_EQ("71", textAt(settings().body, "Brightness"));
+    EXPECT_EQ("71", settingAt(settings().body, "Brightness"));
 }
 
 TEST_F(ImagingTest, PresetNamesAreInTheImagingNamespace) {
@@ -585,7 +571,7 @@ TEST_F(ImagingTest, FocusMovesAreLensCommands) {
              "<tt:Continuous><tt:Speed>0.5</tt:Speed></tt:Continuous></timg:Focus></timg:Move>")
             .status);
     EXPECT_EQ(1u, setsOf(KEY_FOCUS_FAR));
-    EXPECT_EQ("MOVING", textOf(call(status).body, "MoveStatus"));
+    EXPECT_EQ("MOVING", moveStatusOf(call(status).body));
     ASSERT_EQ(
         200,
         call(head +
@@ -595,7 +581,7 @@ TEST_F(ImagingTest, FocusMovesAreLensCommands) {
     ASSERT_EQ(200,
               call("Stop><timg:VideoSourceToken>VideoSource_1</timg:VideoSourceToken></timg:Stop>")
                   .status);
-    EXPECT_EQ("IDLE", textOf(call(status).body, "MoveStatus"));
+    EXPECT_EQ("IDLE", moveStatusOf(call(status).body));
     ASSERT_EQ(
         200,
         call(head +
@@ -631,14 +617,14 @@ TEST_F(ImagingTest, AFocusMoveTakesTheFocusOutOfAutomatic) {
     ASSERT_EQ(200,
               call(head + "<tt:Continuous><tt:Speed>0</tt:Speed></tt:Continuous>" + tail).status);
     EXPECT_EQ(0, value(KEY_AUTO_FOCUS_MODE));
-    EXPECT_EQ("AUTO", textAt(settings().body, "Focus/AutoFocusMode"));
+    EXPECT_EQ("AUTO", settingAt(settings().body, "Focus/AutoFocusMode"));
 
     // An absolute move: the mode goes to manual (2) first, then the lens.
     ASSERT_EQ(
         200,
         call(head + "<tt:Absolute><tt:Position>300</tt:Position></tt:Absolute>" + tail).status);
     EXPECT_EQ(2, value(KEY_AUTO_FOCUS_MODE));
-    EXPECT_EQ("MANUAL", textAt(settings().body, "Focus/AutoFocusMode"));
+    EXPECT_EQ("MANUAL", settingAt(settings().body, "Focus/AutoFocusMode"));
     const auto calls = camtest::setCalls();
     size_t nMode = calls.size();
     size_t nLens = calls.size();
@@ -683,7 +669,7 @@ TEST_F(ImagingTest, AnExposureTimeTakesTheNearestOfferedShutter) {
     ASSERT_EQ(200,
               set("<tt:Exposure><tt:ExposureTime>33000</tt:ExposureTime></tt:Exposure>").status);
     EXPECT_EQ(30, value(KEY_FIX_SHUTTER));
-    EXPECT_EQ("33333.3", textAt(settings().body, "Exposure/ExposureTime"));
+    EXPECT_EQ("33333.3", settingAt(settings().body, "Exposure/ExposureTime"));
     // 1/1 s is the longest shutter offered.
     EXPECT_NE(std::string::npos, options().body.find("<tt:MaxExposureTime><tt:Min>"));
     EXPECT_TRUE(soapcheck::isFaultWith(
