@@ -460,18 +460,6 @@ const std::string kStoredScheme2("\x40\x1f\0\0\0\0\0\0"
                                  "\x31\x09\0\0\x24\x23\x22\x21",
                                  56);
 
-// Starts the controller again on the listed factory set; the ISP offers no
-// dynamic choices meanwhile, so that no factory value is replaced.
-testing::AssertionResult restartOnListedFactory(Camera& cam) {
-    sim::Isp& objIsp = sim::Isp::instance();
-    const std::vector<uint32_t> vecDynamic = objIsp.dynamicCommands();
-    objIsp.setDynamicCommands({});
-    cam.construct();
-    testing::AssertionResult objStarted = cam.init(cam.module());
-    objIsp.setDynamicCommands(vecDynamic);
-    return objStarted;
-}
-
 std::vector<std::pair<u32, u32>> pairsOf(const std::vector<KeyVal>& p_vecKeyVal) {
     std::vector<std::pair<u32, u32>> vecOut;
     for (const KeyVal& kv : p_vecKeyVal)
@@ -498,7 +486,7 @@ TEST(Startup, SchemeFileOneByteShortLeavesTheLastRecordPartlyRead) {
     cam.ctl->uinit();
     cam.root.write(schemeFile(2), kStoredScheme2.substr(0, 55));
     cam.root.remove("/mnt/mtd/log/SensorError.log");
-    ASSERT_TRUE(restartOnListedFactory(cam));
+    ASSERT_TRUE(cam.startOnStyleAsWritten());
     const std::vector<std::pair<u32, u32>> vecExpected = {
         {KEY_SCHEME_MODE, 0},      {KEY_SCHEME_START_HOUR, 6}, {KEY_SCHEME_START_MIN, 0},
         {KEY_SCHEME_END_HOUR, 24}, {KEY_SCHEME_END_MIN, 0},    {KEY_BRIGHTNESS, 0x1A1B1C1D},
@@ -520,7 +508,7 @@ TEST(Startup, SchemeFileCutInsideARecordKeepsItsFirstBytes) {
     cam.root.write(schemeFile(2), kStoredScheme2.substr(0, 46));
     cam.root.write(schemeFile(3), kStoredScheme2.substr(0, 42));
     cam.root.remove("/mnt/mtd/log/SensorError.log");
-    ASSERT_TRUE(restartOnListedFactory(cam));
+    ASSERT_TRUE(cam.startOnStyleAsWritten());
     const std::vector<std::pair<u32, u32>> vecCutInValue = {
         {KEY_SCHEME_MODE, 0},      {KEY_SCHEME_START_HOUR, 6}, {KEY_SCHEME_START_MIN, 0},
         {KEY_SCHEME_END_HOUR, 24}, {KEY_SCHEME_END_MIN, 0},    {KEY_BRIGHTNESS, 0x0A0B1C1D},
@@ -546,7 +534,7 @@ TEST(Startup, MissingSchemeFileIsCreatedBesideAFolderAtItsTemporaryName) {
     cam.root.remove(schemeFile(1));
     cam.root.write(schemeFile(1) + ".tmp/kept", "mine");
     std::string strOut;
-    strOut = testsupport::captureStdout([&] { EXPECT_TRUE(restartOnListedFactory(cam)); });
+    strOut = testsupport::captureStdout([&] { EXPECT_TRUE(cam.startOnStyleAsWritten()); });
     EXPECT_FALSE(contains(strOut, "Assertion failed")) << strOut;
     EXPECT_EQ(kListedFactoryBytes, cam.root.read(schemeFile(1)));
     EXPECT_EQ(pairsOf(kListedFactory), pairsOf(cam.scheme(1)));
@@ -566,7 +554,7 @@ TEST(Startup, MissingSchemeFileIsCreatedBesideAnUnwritableFileAtItsTemporaryName
     const filestest::ChildRun run = filestest::runUnprivileged(cam.root.path(), [&]() -> int {
         if (::chmod(cam.root.real(schemeFile(1) + ".tmp").c_str(), 0444) != 0)
             return 1;
-        if (!restartOnListedFactory(cam))
+        if (!cam.startOnStyleAsWritten())
             return 2;
         if (pairsOf(cam.scheme(1)) != pairsOf(kListedFactory))
             return 3;

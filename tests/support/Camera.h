@@ -197,15 +197,23 @@ public:
     // no value is replaced by an ISP default); its profile is restored after.
     // The result also ties the layout to the request: the factory set init()
     // built is the one asked for.
-    testing::AssertionResult startWithFactory(const std::vector<KeyVal>& p_vecValues,
-                                              int p_nChannel = 1, bool p_bAttachVideo = true) {
-        writeFactoryStyle(p_vecValues);
+    // Constructs the controller and starts it on the style as it lies: the
+    // ISP offers no dynamic choices meanwhile, so that no value of the style
+    // is replaced.
+    testing::AssertionResult startOnStyleAsWritten(int p_nChannel = 1, bool p_bAttachVideo = true) {
         construct(p_nChannel, p_bAttachVideo);
         sim::Isp& objIsp = sim::Isp::instance();
         const std::vector<uint32_t> vecDynamic = objIsp.dynamicCommands();
         objIsp.setDynamicCommands({});
         testing::AssertionResult objStarted = init(module());
         objIsp.setDynamicCommands(vecDynamic);
+        return objStarted;
+    }
+
+    testing::AssertionResult startWithFactory(const std::vector<KeyVal>& p_vecValues,
+                                              int p_nChannel = 1, bool p_bAttachVideo = true) {
+        writeFactoryStyle(p_vecValues);
+        testing::AssertionResult objStarted = startOnStyleAsWritten(p_nChannel, p_bAttachVideo);
         if (!objStarted)
             return objStarted;
         if (!sameKeyVals(factory(), p_vecValues))
