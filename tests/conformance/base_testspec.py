@@ -100,9 +100,7 @@ class Case:
     def __init__(self, sensorctl):
         self.user = "admin"
         self.password = "base-" + secrets.token_hex(9)
-        self.proc, self.url, self.log = start_serve(
-            sensorctl, self.user, self.password,
-            extra=("--discovery-bind", "127.0.0.1", "--discovery-port", "0"))
+        self.proc, self.url, self.log = start_serve(sensorctl, self.user, self.password)
         self.discovery_port = self.wait_for(r"WS-Discovery on UDP port (\d+)")
         self.checker = Checker(reference_dir(), self.url, self.user, self.password)
         self.device_url = self.url + "/onvif/device_service"

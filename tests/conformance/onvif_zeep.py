@@ -417,17 +417,22 @@ class Checker:
                                                                self.checks))
 
 
-def start_serve(sensorctl, user, password, extra=()):
+MOTOR_LENS = "(sensor=IMX327)(lens=motor)(max_scheme=4)(isInfrared=1)"
+
+
+def start_serve(sensorctl, user, password, detail=MOTOR_LENS, extra=()):
     """`sensorctl serve` on a free loopback port, as scripts/ci-onvif.sh
-    starts it (and with extra options); answers the process and its URL."""
+    starts it (a camera with a motorised lens unless detail names another,
+    and with extra options); answers the process, its URL and its log."""
     env = dict(os.environ)
     env.setdefault("SENSORCTL_DATA", os.path.join(ROOT, "data", "device"))
     log = tempfile.TemporaryFile(mode="w+")
     proc = subprocess.Popen(
-        [sensorctl, "serve", "--port", "0", "--time-scale", "0.1", "--detail",
-         "(sensor=IMX327)(lens=motor)(max_scheme=4)(isInfrared=1)", "--onvif-user", user,
-         "--onvif-password", password] + list(extra), stdout=log, stderr=subprocess.STDOUT,
-        env=env)
+        # WS-Discovery on loopback too, on a port of its own: tests never
+        # listen beyond 127.0.0.1.
+        [sensorctl, "serve", "--port", "0", "--time-scale", "0.1", "--detail", detail,
+         "--onvif-user", user, "--onvif-password", password, "--discovery-bind", "127.0.0.1",
+         "--discovery-port", "0"] + list(extra), stdout=log, stderr=subprocess.STDOUT, env=env)
     deadline = time.monotonic() + 30
     while time.monotonic() < deadline:
         log.seek(0)
