@@ -34,6 +34,11 @@ bool sourceMatches(const XmlNode& p_objOp, const std::string& p_strToken) {
     return pToken && pToken->text == p_strToken;
 }
 
+// One "(key,value)" pair of the controller's pair text.
+std::string pairText(unsigned p_nKey, int p_nValue) {
+    return "(" + std::to_string(p_nKey) + "," + std::to_string(p_nValue) + ")";
+}
+
 SoapFault noSource() {
     return SoapFault::sender("ter:InvalidArgVal", "ter:NoSource", "no such video source");
 }
@@ -192,7 +197,7 @@ Result ImagingService::setImagingSettings(const XmlNode& p_objOp) {
         if (c.newValue == c.oldValue)
             continue;
         pending.push_back(&c);
-        strPairs += "(" + std::to_string(c.field->key) + "," + std::to_string(c.newValue) + ")";
+        strPairs += pairText(c.field->key, c.newValue);
     }
     std::vector<const Change*> applied;
     const int nResult = pending.empty() ? 0 : m_objController.setParameters(strPairs, true);
@@ -207,8 +212,7 @@ Result ImagingService::setImagingSettings(const XmlNode& p_objOp) {
         }
         std::string strBack;
         for (auto it = applied.rbegin(); it != applied.rend(); ++it)
-            strBack += "(" + std::to_string((*it)->field->key) + "," +
-                       std::to_string((*it)->oldValue) + ")";
+            strBack += pairText((*it)->field->key, (*it)->oldValue);
         if (!strBack.empty())
             (void)m_objController.setParameters(strBack, true);
         // The ISP may have narrowed what it accepts: read the style anew next time.
@@ -311,9 +315,7 @@ bool ImagingService::manualFocus(const StyleOffers& p_objStyle) {
     if (nManual == nOld)
         return true;
     // As SetImagingSettings writes a field: one pair text through the cache.
-    return m_objController.setParameters("(" + std::to_string(KEY_AUTO_FOCUS_MODE) + "," +
-                                             std::to_string(nManual) + ")",
-                                         true) == 0;
+    return m_objController.setParameters(pairText(KEY_AUTO_FOCUS_MODE, nManual), true) == 0;
 }
 
 Result ImagingService::stop(const XmlNode& p_objOp) {

@@ -85,6 +85,16 @@ HttpReply notWellFormed(const std::string& p_strReason) {
     return faultReply(SoapFault::notWellFormed(p_strReason));
 }
 
+// A 401: the fault with fresh digest challenges (stale=true when only the
+// client's nonce had expired).
+HttpReply challengeReply(const SoapFault& p_objFault, DigestAuthenticator& p_objDigest,
+                         bool p_bStale) {
+    HttpReply reply = faultReply(p_objFault);
+    reply.status = 401;
+    reply.wwwAuthenticate = p_objDigest.challenge(p_bStale);
+    return reply;
+}
+
 } // namespace
 
 HttpReply SoapEndpoint::handle(const std::string& p_strServicePath, const std::string& p_strBody) {
@@ -97,12 +107,9 @@ HttpReply SoapEndpoint::handle(const std::string& p_strServicePath, const std::s
         return faultReply(SoapFault::bodyTooLarge(m_objLimits.maxBody));
     if (trim(p_strBody).empty()) {
         // A digest client's first, empty request probes for the challenge.
-        if (p_objHttp.authorization.empty()) {
-            HttpReply reply = notWellFormed("empty request body");
-            reply.status = 401;
-            reply.wwwAuthenticate = m_pImpl->digest->challenge(false);
-            return reply;
-        }
+        if (p_objHttp.authorization.empty())
+            return challengeReply(SoapFault::notWellFormed("empty request body"), *m_pImpl->digest,
+                                  false);
         return notWellFormed("empty request body");
     }
     if (p_strBody.find('\0') != std::string::npos)
@@ -153,13 +160,9 @@ HttpReply SoapEndpoint::handle(const std::string& p_strServicePath, const std::s
     if (!p_objHttp.authorization.empty()) {
         const DigestVerdict verdict =
             m_pImpl->digest->verify(p_objHttp.method, p_objHttp.uri, p_objHttp.authorization);
-        if (!verdict.accepted()) {
-            HttpReply reply = faultReply(notAuthorized(verdict.reason));
-            reply.status = 401;
-            reply.wwwAuthenticate =
-                m_pImpl->digest->challenge(verdict.outcome == DigestVerdict::Outcome::Stale);
-            return reply;
-        }
+        if (!verdict.accepted())
+            return challengeReply(notAuthorized(verdict.reason), *m_pImpl->digest,
+                                  verdict.outcome == DigestVerdict::Outcome::Stale);
         pUser = verdict.user;
     }
     if (pSecurity && (pUser || eClass != AccessClass::PreAuth)) {
@@ -171,10 +174,7 @@ HttpReply SoapEndpoint::handle(const std::string& p_strServicePath, const std::s
     }
     if (!pUser && eClass != AccessClass::PreAuth) {
         // Without credentials a client is taken to mean digest.
-        HttpReply reply = faultReply(notAuthorized("no credentials"));
-        reply.status = 401;
-        reply.wwwAuthenticate = m_pImpl->digest->challenge(false);
-        return reply;
+        return challengeReply(notAuthorized("no credentials"), *m_pImpl->digest, false);
     }
     const UserLevel eLevel = pUser ? pUser->level : UserLevel::Anonymous;
     if (!pOperation)
