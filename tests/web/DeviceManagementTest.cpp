@@ -1,8 +1,8 @@
 // Device management of `sensorctl serve`'s ONVIF device service: the clock,
 // the discovery mode, the scopes, the network and users as read-only facts,
-// reboot and factory default. Tests named after the cases of the ONVIF base
-// device test specification do what those cases do; the expected values are
-// the ones the device management standard fixes, written out here.
+// reboot and factory default. Tests named after ONVIF's base device test
+// cases do what those cases do; the expected values are the ones ONVIF
+// Core's device management fixes, written out here.
 #include <memory>
 #include <string>
 #include <vector>
