@@ -19,8 +19,8 @@ std::atomic<unsigned long> g_nWaits{0};
 struct DeviceClock {
     std::mutex mutex;
     bool simulated = false;
-    int hour = 0;
-    int minute = 0;
+    bool dated = false; // a whole date and time was set, not just the hour
+    KPDateTime time{};
 };
 
 DeviceClock& deviceClock() {
@@ -48,14 +48,24 @@ void setDeviceTime(int hour, int minute) {
     DeviceClock& clock = deviceClock();
     std::lock_guard<std::mutex> lock(clock.mutex);
     clock.simulated = true;
-    clock.hour = hour;
-    clock.minute = minute;
+    clock.dated = false;
+    clock.time.hour = hour;
+    clock.time.minute = minute;
+}
+
+void setDeviceDateTime(const KPDateTime& time) {
+    DeviceClock& clock = deviceClock();
+    std::lock_guard<std::mutex> lock(clock.mutex);
+    clock.simulated = true;
+    clock.dated = true;
+    clock.time = time;
 }
 
 void clearDeviceTime() {
     DeviceClock& clock = deviceClock();
     std::lock_guard<std::mutex> lock(clock.mutex);
     clock.simulated = false;
+    clock.dated = false;
 }
 
 } // namespace sim
@@ -79,9 +89,11 @@ KPDateTime KPDeviceTime::getCurrentTime() {
                     local.tm_hour,        local.tm_min,     local.tm_sec};
     DeviceClock& clock = deviceClock();
     std::lock_guard<std::mutex> lock(clock.mutex);
-    if (clock.simulated) {
-        time.hour = clock.hour;
-        time.minute = clock.minute;
+    if (clock.dated) {
+        time = clock.time;
+    } else if (clock.simulated) {
+        time.hour = clock.time.hour;
+        time.minute = clock.time.minute;
         time.second = 0;
     }
     return time;

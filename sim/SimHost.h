@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/GThread.h"
+#include "host/KPDeviceTime.h"
 #include "host/KPMutex.h"
 #include "host/MachineInfo.h"
 #include "host/ModuleConfigure.h"
@@ -33,6 +34,8 @@ bool threadRunning(const GThread& thread);
 
 // The device clock: a set simulated time, or the real clock after clear.
 void setDeviceTime(int hour, int minute);
+// A whole simulated date and time (the clock stands there, as setDeviceTime's).
+void setDeviceDateTime(const KPDateTime& time);
 void clearDeviceTime();
 
 // Every command handed to sy_system, in order.

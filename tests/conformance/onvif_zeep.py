@@ -282,6 +282,108 @@ class Checker:
         received = self.history.last_received
         return etree.tostring(received["envelope"]).decode() if received else "(nothing)"
 
+    def device_management(self, dev, dev0, token):
+        """The clock, the discovery mode, the scopes, the network and users."""
+        # The clock: set to this machine's UTC time (the tokens stay dated
+        # right) in a zone one hour east with a summer time not applied.
+        now = datetime.datetime.utcnow().replace(microsecond=0)
+        stamp = {"Date": {"Year": now.year, "Month": now.month, "Day": now.day},
+                 "Time": {"Hour": now.hour, "Minute": now.minute, "Second": now.second}}
+        self.call(dev, "SetSystemDateAndTime", DateTimeType="Manual", DaylightSavings=False,
+                  TimeZone={"TZ": "CET-1CEST,M3.5.0,M10.5.0/3"}, UTCDateTime=stamp)
+        token.offset = datetime.timedelta(0)
+        clock = self.call(dev0, "GetSystemDateAndTime")
+        utc = clock.UTCDateTime
+        self.check(clock.TimeZone.TZ == "CET-1CEST,M3.5.0,M10.5.0/3" and
+                   clock.DaylightSavings is False and clock.DateTimeType == "Manual",
+                   "GetSystemDateAndTime did not keep the setting: %s" % clock)
+        self.check((utc.Date.Year, utc.Date.Month, utc.Date.Day, utc.Time.Hour, utc.Time.Minute,
+                    utc.Time.Second) == (now.year, now.month, now.day, now.hour, now.minute,
+                                         now.second), "the clock reads %s, not %s" % (utc, now))
+        local = clock.LocalDateTime
+        later = now + datetime.timedelta(hours=1)
+        self.check(local is not None and (local.Date.Day, local.Time.Hour) ==
+                   (later.day, later.hour), "the local time is %s" % local)
+        self.fault(dev, "SetSystemDateAndTime", "InvalidTimeZone", DateTimeType="Manual",
+                   DaylightSavings=True, TimeZone={"TZ": "INVALIDTIMEZONE"}, UTCDateTime=stamp)
+        bad = {"Date": {"Year": 2030, "Month": 2, "Day": 30}, "Time": stamp["Time"]}
+        self.fault(dev, "SetSystemDateAndTime", "InvalidDateTime", DateTimeType="Manual",
+                   DaylightSavings=False, TimeZone={"TZ": "UTC0"}, UTCDateTime=bad)
+        self.fault(dev, "SetSystemDateAndTime", "NtpServerUndefined", DateTimeType="NTP",
+                   DaylightSavings=False, TimeZone={"TZ": "UTC0"})
+
+        # What the service claims: network and users are read, never set.
+        caps = self.call(dev0, "GetServiceCapabilities")
+        self.check(caps.System.NetworkConfigNotSupported is True and
+                   caps.System.UserConfigNotSupported is True and caps.Network.NTP == 0,
+                   "the capabilities claim settings the camera lacks: %s" % caps)
+
+        # The discovery mode, when WS-Discovery runs.
+        mode = self.call(dev, "GetDiscoveryMode")
+        self.check(mode in ("Discoverable", "NonDiscoverable"), "GetDiscoveryMode: %s" % mode)
+        self.check(caps.System.DiscoveryNotSupported is (mode == "NonDiscoverable"),
+                   "DiscoveryNotSupported contradicts the mode %s" % mode)
+        if mode == "Discoverable":
+            self.call(dev, "SetDiscoveryMode", DiscoveryMode="NonDiscoverable")
+            self.check(self.call(dev, "GetDiscoveryMode") == "NonDiscoverable",
+                       "SetDiscoveryMode NonDiscoverable was not kept")
+            self.call(dev, "SetDiscoveryMode", DiscoveryMode="Discoverable")
+            self.check(self.call(dev, "GetDiscoveryMode") == "Discoverable",
+                       "SetDiscoveryMode Discoverable was not kept")
+
+        # Scopes: the fixed ones stay, the configurable ones follow the calls.
+        fixed = [str(s.ScopeItem) for s in self.call(dev, "GetScopes")]
+        room = "onvif://www.onvif.org/location/room/lab"
+        name = "onvif://www.onvif.org/name/zeep_camera"
+        self.call(dev, "SetScopes", Scopes=[room])
+        self.call(dev, "AddScopes", ScopeItem=[name])
+        scopes = self.call(dev, "GetScopes")
+        self.check([(str(s.ScopeItem), s.ScopeDef) for s in scopes] ==
+                   [(f, "Fixed") for f in fixed] + [(room, "Configurable"),
+                                                    (name, "Configurable")],
+                   "GetScopes after SetScopes and AddScopes: %s" % scopes)
+        removed = self.call(dev, "RemoveScopes", ScopeItem=[name])
+        self.check([str(s) for s in removed] == [name], "RemoveScopes answered %s" % removed)
+        self.fault(dev, "RemoveScopes", "FixedScope", ScopeItem=[fixed[0]])
+        self.fault(dev, "RemoveScopes", "NoScope", ScopeItem=[name])
+        self.check([str(s.ScopeItem) for s in self.call(dev, "GetScopes")] == fixed + [room],
+                   "the scopes after the refusals")
+
+        # The network and the users as the simulated camera has them.
+        interfaces = self.call(dev, "GetNetworkInterfaces")
+        self.check(interfaces[0].IPv4.Config.Manual[0].Address == "127.0.0.1",
+                   "GetNetworkInterfaces: %s" % interfaces)
+        self.check(self.call(dev, "GetDNS").FromDHCP is False, "GetDNS")
+        self.check(self.call(dev, "GetNTP").FromDHCP is False, "GetNTP")
+        protocols = self.call(dev, "GetNetworkProtocols")
+        port = int(self.url.rsplit(":", 1)[1])
+        self.check([(p.Name, p.Enabled, list(p.Port)) for p in protocols] ==
+                   [("HTTP", True, [port])], "GetNetworkProtocols: %s" % protocols)
+        self.call(dev, "GetNetworkDefaultGateway")
+        users = self.call(dev, "GetUsers")
+        # The client's own user among them (a CI serve has a viewer too);
+        # no password ever.
+        self.check((self.user, "Administrator") in [(u.Username, u.UserLevel) for u in users]
+                   and all(u.Password is None for u in users), "GetUsers: %s" % users)
+        self.fault(dev, "SetNTP", "ActionNotSupported", FromDHCP=False)
+
+    def restarts(self, dev, img):
+        """Reboot and the factory defaults, last: they undo what came before."""
+        reboot = self.call(dev, "SystemReboot")
+        self.check(bool(reboot), "SystemReboot answered no message")
+        self.call(img, "GetImagingSettings", VideoSourceToken=SOURCE)
+        fixed = [str(s.ScopeItem) for s in self.call(dev, "GetScopes")
+                 if s.ScopeDef == "Fixed"]
+        self.call(dev, "SetSystemFactoryDefault", FactoryDefault="Soft")
+        self.check(self.call(dev, "GetHostname").Name == "camera-under-test",
+                   "a soft factory default forgot the hostname")
+        self.call(dev, "SetSystemFactoryDefault", FactoryDefault="Hard")
+        self.check(self.call(dev, "GetHostname").Name == "sensorctl",
+                   "a hard factory default kept the hostname")
+        self.check([str(s.ScopeItem) for s in self.call(dev, "GetScopes")] == fixed,
+                   "the factory default kept configurable scopes")
+        self.call(img, "GetImagingSettings", VideoSourceToken=SOURCE)
+
     def run(self):
         device_binding = "{%s}DeviceBinding" % NS["tds"]
         imaging_binding = "{%s}ImagingBinding" % NS["timg"]
@@ -347,7 +449,7 @@ class Checker:
         self.check(self.call(dev, "GetHostname").Name == "camera-under-test",
                    "SetHostname was not kept")
         self.fault(dev, "SetHostname", "InvalidHostname", Name="not a name")
-        self.fault(dev, "GetDNS", "ActionNotSupported")
+        self.device_management(dev, dev0, token)
 
         # The media service's two operations, which lead a client to the source.
         media = self.client("ver10/media/wsdl/media.wsdl", token).create_service(
@@ -411,6 +513,8 @@ class Checker:
         self.fault(img, "SetCurrentPreset", "NoImagingPreset", VideoSourceToken=SOURCE,
                    PresetToken="NoSuchPreset")
         self.call(img, "SetCurrentPreset", VideoSourceToken=SOURCE, PresetToken=presets[0].token)
+
+        self.restarts(dev, img)
 
         print("onvif_zeep: %d answers and %d faults parsed by zeep and valid against the "
               "official schemas; %d further checks passed" % (self.answers, self.faults,

@@ -467,6 +467,56 @@ TEST_F(DiscoveryServiceTest, AnnouncementsSayHelloAndByeAsTheModeAndServiceGo) {
     EXPECT_EQ(textOf(childNs(hello.message, kWsd, "MetadataVersion")), "1");
 }
 
+TEST_F(DiscoveryServiceTest, ProbeMatchesTheScopesDeviceManagementSets) {
+    auto pScopes = std::make_shared<sensorctl::ScopeList>(
+        std::vector<std::string>{"onvif://www.onvif.org/name/sensorctl"});
+    DiscoveryConfig shared = config();
+    shared.pScopes = pScopes;
+    m_pService.reset(new DiscoveryService(shared));
+    std::string why;
+    ASSERT_TRUE(m_pService->start(why)) << why;
+    const std::string byGarden = "<wd:Scopes>onvif://www.onvif.org/location/garden</wd:Scopes>";
+    EXPECT_TRUE(exchange(probe(uuidNumbered(1), byGarden)).empty());
+    ASSERT_EQ(pScopes->add({"onvif://www.onvif.org/location/garden"}),
+              sensorctl::ScopeList::Outcome::Done);
+    const std::vector<std::string> found = exchange(probe(uuidNumbered(2), byGarden));
+    ASSERT_EQ(found.size(), 1u);
+    const Reply r(found[0]);
+    const TiXmlElement* m = childNs(r.message, kWsd, "ProbeMatch");
+    ASSERT_NE(m, nullptr) << found[0];
+    EXPECT_EQ(textOf(childNs(m, kWsd, "Scopes")),
+              "onvif://www.onvif.org/name/sensorctl onvif://www.onvif.org/location/garden");
+    EXPECT_EQ(textOf(childNs(m, kWsd, "MetadataVersion")), "2");
+    ASSERT_EQ(pScopes->remove({"onvif://www.onvif.org/location/garden"}),
+              sensorctl::ScopeList::Outcome::Done);
+    EXPECT_TRUE(exchange(probe(uuidNumbered(3), byGarden)).empty());
+}
+
+TEST_F(DiscoveryServiceTest, ChangedScopesAreAnnouncedWithHello) {
+    auto pScopes = std::make_shared<sensorctl::ScopeList>(
+        std::vector<std::string>{"onvif://www.onvif.org/name/sensorctl"});
+    DiscoveryConfig announcing = config();
+    announcing.bAnnounce = true;
+    announcing.pScopes = pScopes;
+    DiscoveryService service(announcing);
+    std::string why;
+    ASSERT_TRUE(service.start(why)) << why;
+    ASSERT_EQ(m_listener.drain().size(), 1u); // the Hello of the start
+    pScopes->set({"onvif://www.onvif.org/location/shed"});
+    const std::vector<std::string> seen = m_listener.drain();
+    service.stop();
+    ASSERT_EQ(seen.size(), 1u);
+    const Reply hello(seen[0]);
+    ASSERT_NE(hello.message, nullptr) << seen[0];
+    EXPECT_EQ(soapcheck::localName(hello.message), "Hello");
+    EXPECT_EQ(textOf(childNs(hello.message, kWsd, "Scopes")),
+              "onvif://www.onvif.org/name/sensorctl onvif://www.onvif.org/location/shed");
+    EXPECT_EQ(textOf(childNs(hello.message, kWsd, "MetadataVersion")), "2");
+    // Once stopped, a change announces nothing.
+    pScopes->set({});
+    EXPECT_EQ(m_listener.drain().size(), 1u); // the Bye of the stop alone
+}
+
 TEST_F(DiscoveryServiceTest, NothingIsAnnouncedWithoutTheOption) {
     m_pService->setDiscoveryMode(DiscoveryMode::NonDiscoverable);
     m_pService->setDiscoveryMode(DiscoveryMode::Discoverable);

@@ -186,6 +186,19 @@ bool Camera::start(std::string& error) {
     m_pController.reset(new ISensorController());
     m_pController->setChannelID(m_options.nChannel);
     m_pController->setVideoStreamModule(&m_objVideo);
+    return run(error);
+}
+
+bool Camera::restart(std::string& error) {
+    if (!m_pController) {
+        error = "the camera was never started";
+        return false;
+    }
+    stop();
+    return run(error);
+}
+
+bool Camera::run(std::string& error) {
     const ModuleConfigure objModule = readModuleConfigure();
     u32 nSchemes = 0;
     if (getDetailFieldTou32(objModule.getDetail().c_str(), "max_scheme", &nSchemes) != 0)

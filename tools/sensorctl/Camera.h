@@ -34,6 +34,10 @@ public:
     // or the controller did not start (it then is shut down again).
     bool start(std::string& error);
     void stop();
+    // A reboot: the controller shuts down (uinit) and starts again (init) in
+    // the same object, so whoever holds controller() keeps a live one. false
+    // with a reason as start's.
+    bool restart(std::string& error);
 
     ISensorController& controller() { return *m_pController; }
     sim::SimVideoStreamModule& video() { return m_objVideo; }
@@ -52,6 +56,8 @@ public:
 
 private:
     bool prepareRoot(std::string& error);
+    // Reads the module, runs init and checks what it left.
+    bool run(std::string& error);
     bool writeMachineInfo(std::string& error);
     bool writeModuleDetail(std::string& error);
     ModuleConfigure readModuleConfigure() const;

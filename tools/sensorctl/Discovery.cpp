@@ -116,6 +116,17 @@ struct DiscoveryService::Impl {
                  reinterpret_cast<const sockaddr*>(&p_objTo), sizeof(p_objTo));
     }
 
+    // What the camera says of itself now: the scopes are the shared list's,
+    // which device management changes while the service runs.
+    discovery::Target target() const {
+        discovery::Target objTarget = config.target;
+        if (config.pScopes) {
+            objTarget.scopes = config.pScopes->items();
+            objTarget.nMetadataVersion = config.pScopes->version();
+        }
+        return objTarget;
+    }
+
     // Hello or Bye to the group (or where the configuration says).
     void announce(bool p_bHello) {
         sockaddr_in to{};
@@ -125,8 +136,8 @@ struct DiscoveryService::Impl {
         std::lock_guard<std::mutex> lock(sendMutex);
         const discovery::Sequence seq = nextSequence();
         const std::string strId = discovery::randomUrnUuid();
-        sendTo(p_bHello ? discovery::hello(config.target, strId, seq)
-                        : discovery::bye(config.target, strId, seq),
+        sendTo(p_bHello ? discovery::hello(target(), strId, seq)
+                        : discovery::bye(target(), strId, seq),
                to);
     }
 
@@ -137,8 +148,8 @@ struct DiscoveryService::Impl {
         const discovery::Sequence seq = nextSequence();
         const std::string strId = discovery::randomUrnUuid();
         sendTo(p_eKind == discovery::MessageKind::Probe
-                   ? discovery::probeMatches(config.target, p_strRelatesTo, strId, seq)
-                   : discovery::resolveMatches(config.target, p_strRelatesTo, strId, seq),
+                   ? discovery::probeMatches(target(), p_strRelatesTo, strId, seq)
+                   : discovery::resolveMatches(target(), p_strRelatesTo, strId, seq),
                p_objTo);
     }
 
@@ -231,7 +242,7 @@ void DiscoveryService::Impl::handle(const char* p_pData, size_t p_nSize,
 
     bool bFault = false;
     if (msg.kind == discovery::MessageKind::Probe) {
-        const discovery::Match match = discovery::matchProbe(msg, config.target);
+        const discovery::Match match = discovery::matchProbe(msg, target());
         if (match == discovery::Match::No)
             return;
         // A fault to the group would storm: only a unicast Probe gets one.
@@ -241,7 +252,7 @@ void DiscoveryService::Impl::handle(const char* p_pData, size_t p_nSize,
                               &Counters::nRefused);
             bFault = true;
         }
-    } else if (!discovery::matchResolve(msg, config.target)) {
+    } else if (!discovery::matchResolve(msg, target())) {
         return;
     }
     if (!takeToken())
@@ -399,6 +410,12 @@ bool DiscoveryService::start(std::string& p_strWhy) {
     d.bRunning = true;
     if (d.config.bAnnounce && d.mode.load() == DiscoveryMode::Discoverable)
         d.announce(true);
+    // Changed scopes are new metadata: a discoverable camera says Hello again.
+    if (d.config.pScopes && d.config.bAnnounce)
+        d.config.pScopes->onChange([&d] {
+            if (d.bRunning.load() && d.mode.load() == DiscoveryMode::Discoverable)
+                d.announce(true);
+        });
     d.thread = std::thread([&d] { d.run(); });
     return true;
 }
@@ -407,6 +424,8 @@ void DiscoveryService::stop() {
     Impl& d = *m_pImpl;
     if (!d.bRunning.exchange(false))
         return;
+    if (d.config.pScopes && d.config.bAnnounce)
+        d.config.pScopes->onChange(nullptr);
     const char ch = 0;
     (void)::write(d.wake[1], &ch, 1);
     d.thread.join();

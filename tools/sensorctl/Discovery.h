@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "DiscoveryMessage.h"
+#include "Scopes.h"
 
 namespace sensorctl {
 
@@ -45,6 +46,9 @@ struct DiscoveryConfig {
     std::string strAnnounceAddress = kDiscoveryGroup;
     int nAnnouncePort = kDiscoveryPort;
     discovery::Target target;
+    // When set, the scopes offered and their metadata version come from this
+    // list (device management changes it), not from target.
+    std::shared_ptr<ScopeList> pScopes;
     uint32_t nInstanceId = 0; // 0: the seconds since the epoch at start
     // The answer budget: at most nBurst answers at once, refilled at
     // dAnswersPerSecond. A Probe beyond it gets no answer.

@@ -3,7 +3,9 @@
 #include "sensor-onvif/ImagingService.h"
 #include "sensor-onvif/Soap.h"
 
+#include <cctype>
 #include <cstdio>
+#include <ctime>
 
 namespace sensorctl {
 namespace onvif {
@@ -51,15 +53,23 @@ std::string dateTime(const KPDateTime& t) {
            tt("Month", std::to_string(t.month)) + tt("Day", std::to_string(t.day)) + "</tt:Date>";
 }
 
-std::string deviceCapabilitiesOfService() {
-    return "<tds:Capabilities>"
-           "<tds:Network IPFilter=\"false\" ZeroConfiguration=\"false\" IPVersion6=\"false\" "
-           "DynDNS=\"false\"/>"
-           "<tds:Security UsernameToken=\"true\" HttpDigest=\"true\" TLS1.2=\"false\" "
-           "DefaultAccessPolicy=\"true\" HashingAlgorithms=\"SHA-256 MD5\"/>"
-           "<tds:System DiscoveryResolve=\"false\" DiscoveryBye=\"false\" "
+// Nothing is claimed the camera does not do: its network, NTP servers and
+// users are read, never set (NetworkConfigNotSupported, NTP="0",
+// UserConfigNotSupported), and without WS-Discovery it has no discovery
+// mode to set.
+std::string deviceCapabilitiesOfService(bool bDiscovery) {
+    return std::string("<tds:Capabilities>"
+                       "<tds:Network IPFilter=\"false\" ZeroConfiguration=\"false\" "
+                       "IPVersion6=\"false\" DynDNS=\"false\" Dot11Configuration=\"false\" "
+                       "HostnameFromDHCP=\"false\" NTP=\"0\" DHCPv6=\"false\"/>"
+                       "<tds:Security UsernameToken=\"true\" HttpDigest=\"true\" "
+                       "TLS1.2=\"false\" DefaultAccessPolicy=\"true\" "
+                       "HashingAlgorithms=\"SHA-256 MD5\"/>"
+                       "<tds:System DiscoveryResolve=\"false\" DiscoveryBye=\"false\" ") +
            "RemoteDiscovery=\"false\" SystemBackup=\"false\" SystemLogging=\"false\" "
-           "FirmwareUpgrade=\"false\"/>"
+           "FirmwareUpgrade=\"false\" DiscoveryNotSupported=\"" +
+           (bDiscovery ? "false" : "true") +
+           "\" NetworkConfigNotSupported=\"true\" UserConfigNotSupported=\"true\"/>"
            "</tds:Capabilities>";
 }
 
@@ -94,13 +104,151 @@ std::string serviceAddress(const std::string& strHost, const char* szPath) {
     return "http://" + strHost + szPath;
 }
 
-std::string systemDateAndTimeResponse(const KPDateTime& now) {
+namespace {
+
+// Reads "[+-]hh[:mm[:ss]]" at p_nAt into seconds; hours up to p_nMaxHour.
+bool readOffset(const std::string& s, size_t& p_nAt, int p_nMaxHour, long& p_nSeconds) {
+    int nSign = 1;
+    if (p_nAt < s.size() && (s[p_nAt] == '+' || s[p_nAt] == '-'))
+        nSign = s[p_nAt++] == '-' ? -1 : 1;
+    long nParts[3] = {0, 0, 0};
+    for (int i = 0; i < 3; ++i) {
+        if (i > 0) {
+            if (p_nAt >= s.size() || s[p_nAt] != ':')
+                break;
+            ++p_nAt;
+        }
+        const size_t nStart = p_nAt;
+        while (p_nAt < s.size() && std::isdigit(static_cast<unsigned char>(s[p_nAt])) &&
+               p_nAt - nStart < 3)
+            nParts[i] = nParts[i] * 10 + (s[p_nAt++] - '0');
+        if (p_nAt == nStart || p_nAt - nStart > (i == 0 ? 3u : 2u) || (i > 0 && nParts[i] > 59))
+            return false;
+    }
+    if (nParts[0] > p_nMaxHour)
+        return false;
+    p_nSeconds = nSign * (nParts[0] * 3600 + nParts[1] * 60 + nParts[2]);
+    return true;
+}
+
+// A zone name: three or more letters, or "<...>" of letters, digits, '+' and '-'.
+bool readZoneName(const std::string& s, size_t& p_nAt) {
+    const size_t nStart = p_nAt;
+    if (p_nAt < s.size() && s[p_nAt] == '<') {
+        ++p_nAt;
+        while (p_nAt < s.size() && (std::isalnum(static_cast<unsigned char>(s[p_nAt])) ||
+                                    s[p_nAt] == '+' || s[p_nAt] == '-'))
+            ++p_nAt;
+        if (p_nAt >= s.size() || s[p_nAt] != '>' || p_nAt - nStart - 1 < 3)
+            return false;
+        ++p_nAt;
+        return true;
+    }
+    while (p_nAt < s.size() && std::isalpha(static_cast<unsigned char>(s[p_nAt])))
+        ++p_nAt;
+    return p_nAt - nStart >= 3;
+}
+
+bool readNumber(const std::string& s, size_t& p_nAt, long p_nMin, long p_nMax) {
+    const size_t nStart = p_nAt;
+    long n = 0;
+    while (p_nAt < s.size() && std::isdigit(static_cast<unsigned char>(s[p_nAt])) &&
+           p_nAt - nStart < 4)
+        n = n * 10 + (s[p_nAt++] - '0');
+    return p_nAt > nStart && n >= p_nMin && n <= p_nMax;
+}
+
+// A rule's date ("Jn", "n", "Mm.w.d") and optional "/time".
+bool readRule(const std::string& s, size_t& p_nAt) {
+    if (p_nAt < s.size() && s[p_nAt] == 'J') {
+        ++p_nAt;
+        if (!readNumber(s, p_nAt, 1, 365))
+            return false;
+    } else if (p_nAt < s.size() && s[p_nAt] == 'M') {
+        ++p_nAt;
+        if (!readNumber(s, p_nAt, 1, 12) || p_nAt >= s.size() || s[p_nAt++] != '.' ||
+            !readNumber(s, p_nAt, 1, 5) || p_nAt >= s.size() || s[p_nAt++] != '.' ||
+            !readNumber(s, p_nAt, 0, 6))
+            return false;
+    } else if (!readNumber(s, p_nAt, 0, 365)) {
+        return false;
+    }
+    if (p_nAt < s.size() && s[p_nAt] == '/') {
+        ++p_nAt;
+        long nTime = 0;
+        return readOffset(s, p_nAt, 167, nTime);
+    }
+    return true;
+}
+
+std::string dateTimeOf(long long nSeconds) {
+    const std::time_t t = static_cast<std::time_t>(nSeconds);
+    std::tm tm{};
+    gmtime_r(&t, &tm);
+    return dateTime(
+        KPDateTime{tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec});
+}
+
+} // namespace
+
+bool parsePosixTimeZone(const std::string& p_strTz, long& p_nOffset, bool& p_bSummer) {
+    const std::string& s = p_strTz;
+    size_t nAt = 0;
+    long nOffset = 0;
+    if (!readZoneName(s, nAt) || !readOffset(s, nAt, 24, nOffset))
+        return false;
+    bool bSummer = false;
+    if (nAt < s.size()) {
+        if (!readZoneName(s, nAt))
+            return false;
+        bSummer = true;
+        long nSummer = 0;
+        if (nAt < s.size() && s[nAt] != ',' && !readOffset(s, nAt, 24, nSummer))
+            return false;
+        if (nAt < s.size()) {
+            if (s[nAt++] != ',' || !readRule(s, nAt) || nAt >= s.size() || s[nAt++] != ',' ||
+                !readRule(s, nAt))
+                return false;
+        }
+    }
+    if (nAt != s.size())
+        return false;
+    p_nOffset = nOffset;
+    p_bSummer = bSummer;
+    return true;
+}
+
+bool isValidDateTime(const KPDateTime& t) {
+    if (t.year < 1970 || t.year > 2099 || t.month < 1 || t.month > 12 || t.day < 1 || t.hour < 0 ||
+        t.hour > 23 || t.minute < 0 || t.minute > 59 || t.second < 0 || t.second > 59)
+        return false;
+    static const int kDays[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    const bool bLeap = (t.year % 4 == 0 && t.year % 100 != 0) || t.year % 400 == 0;
+    return t.day <= kDays[t.month - 1] + (t.month == 2 && bLeap ? 1 : 0);
+}
+
+std::string systemDateAndTimeResponse(const KPDateTime& now, const TimeSetting& setting) {
+    std::string strLocal;
+    long nOffset = 0;
+    bool bSummer = false;
+    if (parsePosixTimeZone(setting.strTz, nOffset, bSummer) &&
+        (!bSummer || !setting.bDaylightSavings)) {
+        std::tm tm{};
+        tm.tm_year = now.year - 1900;
+        tm.tm_mon = now.month - 1;
+        tm.tm_mday = now.day;
+        tm.tm_hour = now.hour;
+        tm.tm_min = now.minute;
+        tm.tm_sec = now.second;
+        // POSIX offsets count west of Greenwich: local = UTC - offset.
+        strLocal = "<tt:LocalDateTime>" + dateTimeOf(timegm(&tm) - nOffset) + "</tt:LocalDateTime>";
+    }
     return open("GetSystemDateAndTimeResponse", "tds", ns::kTds) + "<tds:SystemDateAndTime>" +
-           tt("DateTimeType", "Manual") + tt("DaylightSavings", "false") + "<tt:TimeZone>" +
-           tt("TZ", "UTC0") + "</tt:TimeZone>" + "<tt:UTCDateTime>" + dateTime(now) +
-           "</tt:UTCDateTime><tt:LocalDateTime>" + dateTime(now) +
-           "</tt:LocalDateTime></tds:SystemDateAndTime>" +
-           close("GetSystemDateAndTimeResponse", "tds");
+           tt("DateTimeType", "Manual") +
+           tt("DaylightSavings", setting.bDaylightSavings ? "true" : "false") + "<tt:TimeZone>" +
+           tt("TZ", sensor_onvif::xmlEscape(setting.strTz)) + "</tt:TimeZone>" +
+           "<tt:UTCDateTime>" + dateTime(now) + "</tt:UTCDateTime>" + strLocal +
+           "</tds:SystemDateAndTime>" + close("GetSystemDateAndTimeResponse", "tds");
 }
 
 bool capabilitiesResponse(const std::string& strHost, const std::vector<std::string>& categories,
@@ -149,10 +297,10 @@ bool capabilitiesResponse(const std::string& strHost, const std::vector<std::str
 }
 
 std::string servicesResponse(const std::string& strHost, bool bIncludeCapability,
-                             const std::string& strImagingCapabilities) {
+                             const std::string& strImagingCapabilities, bool bDiscovery) {
     return open("GetServicesResponse", "tds", ns::kTds) +
            service(ns::kTds, serviceAddress(strHost, kDevicePath),
-                   bIncludeCapability ? deviceCapabilitiesOfService() : "", kDeviceMajor,
+                   bIncludeCapability ? deviceCapabilitiesOfService(bDiscovery) : "", kDeviceMajor,
                    kDeviceMinor) +
            service(ns::kTrt, serviceAddress(strHost, kMediaPath),
                    bIncludeCapability ? mediaCapabilitiesOfService() : "", kMediaMajor,
@@ -164,9 +312,9 @@ std::string servicesResponse(const std::string& strHost, bool bIncludeCapability
            close("GetServicesResponse", "tds");
 }
 
-std::string deviceServiceCapabilitiesResponse() {
-    return open("GetServiceCapabilitiesResponse", "tds", ns::kTds) + deviceCapabilitiesOfService() +
-           close("GetServiceCapabilitiesResponse", "tds");
+std::string deviceServiceCapabilitiesResponse(bool bDiscovery) {
+    return open("GetServiceCapabilitiesResponse", "tds", ns::kTds) +
+           deviceCapabilitiesOfService(bDiscovery) + close("GetServiceCapabilitiesResponse", "tds");
 }
 
 std::string mediaServiceCapabilitiesResponse() {
@@ -217,12 +365,74 @@ std::vector<std::string> deviceScopes(const DeviceFacts& facts) {
             "onvif://www.onvif.org/hardware/" + strModel, "onvif://www.onvif.org/name/sensorctl"};
 }
 
-std::string scopesResponse(const DeviceFacts& facts) {
+std::string scopesResponse(const std::vector<ScopeList::Scope>& scopes) {
     std::string strOut = open("GetScopesResponse", "tds", ns::kTds);
-    for (const std::string& item : deviceScopes(facts))
-        strOut += "<tds:Scopes>" + tt("ScopeDef", "Fixed") +
-                  tt("ScopeItem", sensor_onvif::xmlEscape(item)) + "</tds:Scopes>";
+    for (const ScopeList::Scope& scope : scopes)
+        strOut += "<tds:Scopes>" + tt("ScopeDef", scope.bFixed ? "Fixed" : "Configurable") +
+                  tt("ScopeItem", sensor_onvif::xmlEscape(scope.strItem)) + "</tds:Scopes>";
     return strOut + close("GetScopesResponse", "tds");
+}
+
+std::string removeScopesResponse(const std::vector<std::string>& items) {
+    std::string strOut = open("RemoveScopesResponse", "tds", ns::kTds);
+    for (const std::string& item : items)
+        strOut += "<tds:ScopeItem>" + sensor_onvif::xmlEscape(item) + "</tds:ScopeItem>";
+    return strOut + close("RemoveScopesResponse", "tds");
+}
+
+std::string emptyDeviceResponse(const char* szElement) {
+    return open(szElement, "tds", ns::kTds) + close(szElement, "tds");
+}
+
+std::string discoveryModeResponse(const char* szMode) {
+    return open("GetDiscoveryModeResponse", "tds", ns::kTds) + "<tds:DiscoveryMode>" + szMode +
+           "</tds:DiscoveryMode>" + close("GetDiscoveryModeResponse", "tds");
+}
+
+std::string networkInterfacesResponse() {
+    // The loopback interface: no hardware address, so the all-zero one.
+    return open("GetNetworkInterfacesResponse", "tds", ns::kTds) +
+           "<tds:NetworkInterfaces token=\"lo\">" + tt("Enabled", "true") + "<tt:Info>" +
+           tt("Name", "lo") + tt("HwAddress", "00:00:00:00:00:00") + tt("MTU", "65536") +
+           "</tt:Info><tt:IPv4>" + tt("Enabled", "true") + "<tt:Config><tt:Manual>" +
+           tt("Address", "127.0.0.1") + tt("PrefixLength", "8") + "</tt:Manual>" +
+           tt("DHCP", "false") + "</tt:Config></tt:IPv4></tds:NetworkInterfaces>" +
+           close("GetNetworkInterfacesResponse", "tds");
+}
+
+std::string dnsResponse() {
+    return open("GetDNSResponse", "tds", ns::kTds) + "<tds:DNSInformation>" +
+           tt("FromDHCP", "false") + "</tds:DNSInformation>" + close("GetDNSResponse", "tds");
+}
+
+std::string ntpResponse() {
+    return open("GetNTPResponse", "tds", ns::kTds) + "<tds:NTPInformation>" +
+           tt("FromDHCP", "false") + "</tds:NTPInformation>" + close("GetNTPResponse", "tds");
+}
+
+std::string networkProtocolsResponse(int nHttpPort) {
+    return open("GetNetworkProtocolsResponse", "tds", ns::kTds) + "<tds:NetworkProtocols>" +
+           tt("Name", "HTTP") + tt("Enabled", "true") + tt("Port", std::to_string(nHttpPort)) +
+           "</tds:NetworkProtocols>" + close("GetNetworkProtocolsResponse", "tds");
+}
+
+std::string networkDefaultGatewayResponse() {
+    return open("GetNetworkDefaultGatewayResponse", "tds", ns::kTds) + "<tds:NetworkGateway/>" +
+           close("GetNetworkDefaultGatewayResponse", "tds");
+}
+
+std::string usersResponse(const std::vector<std::pair<std::string, std::string>>& users) {
+    std::string strOut = open("GetUsersResponse", "tds", ns::kTds);
+    for (const auto& user : users)
+        strOut += "<tds:User>" + tt("Username", sensor_onvif::xmlEscape(user.first)) +
+                  tt("UserLevel", user.second) + "</tds:User>";
+    return strOut + close("GetUsersResponse", "tds");
+}
+
+std::string systemRebootResponse(const std::string& strMessage) {
+    return open("SystemRebootResponse", "tds", ns::kTds) + "<tds:Message>" +
+           sensor_onvif::xmlEscape(strMessage) + "</tds:Message>" +
+           close("SystemRebootResponse", "tds");
 }
 
 std::string profilesResponse() {

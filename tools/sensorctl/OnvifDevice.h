@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "Scopes.h"
 #include "host/KPDeviceTime.h"
 
 namespace sensorctl {
@@ -36,8 +37,28 @@ extern const char* const kMediaPath;
 // reached the camera (its Host header).
 std::string serviceAddress(const std::string& strHost, const char* szPath);
 
-// The device clock as the camera's UTC time (it keeps no time zone).
-std::string systemDateAndTimeResponse(const KPDateTime& now);
+// The time zone and daylight saving a client set; the device clock itself
+// runs in UTC.
+struct TimeSetting {
+    std::string strTz = "UTC0"; // POSIX 1003.1 section 8.3
+    bool bDaylightSavings = false;
+};
+
+// The device clock as the camera's UTC time, with the time zone set. The
+// local time is given when the zone alone fixes it: a zone without a summer
+// time, or daylight saving off (its rules then do not apply); the camera
+// does not evaluate summer time rules, so otherwise it leaves the optional
+// LocalDateTime out rather than state a wrong one.
+std::string systemDateAndTimeResponse(const KPDateTime& now, const TimeSetting& setting);
+
+// Reads a POSIX time zone ("CET-1CEST,M3.5.0,M10.5.0/3", "<+0530>-5:30",
+// "UTC0"): a standard name and offset, optionally a summer name, its offset
+// and the two rules. false for anything else. p_nOffset is the standard
+// time's seconds west of UTC, p_bSummer whether a summer time is named.
+bool parsePosixTimeZone(const std::string& p_strTz, long& p_nOffset, bool& p_bSummer);
+
+// A UTC date and time that exists (the Gregorian calendar from 1970 to 2099).
+bool isValidDateTime(const KPDateTime& t);
 
 // The capabilities of every category asked for ("All", "Device", "Media",
 // "Imaging"; none asked means all). A category among them that names a
@@ -48,10 +69,11 @@ bool capabilitiesResponse(const std::string& strHost, const std::vector<std::str
 // The device, media and imaging services; with their capabilities when asked.
 // strImagingCapabilities is the imaging service's capabilities element.
 std::string servicesResponse(const std::string& strHost, bool bIncludeCapability,
-                             const std::string& strImagingCapabilities);
+                             const std::string& strImagingCapabilities, bool bDiscovery);
 
-// The device and media services' own capabilities (GetServiceCapabilities).
-std::string deviceServiceCapabilitiesResponse();
+// The device and media services' own capabilities (GetServiceCapabilities);
+// bDiscovery: WS-Discovery runs (otherwise DiscoveryNotSupported).
+std::string deviceServiceCapabilitiesResponse(bool bDiscovery);
 std::string mediaServiceCapabilitiesResponse();
 
 std::string wsdlUrlResponse();
@@ -62,7 +84,27 @@ std::string endpointReferenceResponse(const std::string& strGuid);
 std::string deviceInformationResponse(const DeviceFacts& facts);
 // The camera's fixed scopes, which GetScopes lists and WS-Discovery offers.
 std::vector<std::string> deviceScopes(const DeviceFacts& facts);
-std::string scopesResponse(const DeviceFacts& facts);
+std::string scopesResponse(const std::vector<ScopeList::Scope>& scopes);
+std::string removeScopesResponse(const std::vector<std::string>& items);
+
+// A response without content ("SetScopesResponse", ...) of the device service.
+std::string emptyDeviceResponse(const char* szElement);
+
+std::string discoveryModeResponse(const char* szMode);
+
+// The network as the simulated camera has it: it serves on the loopback
+// interface alone, at a fixed address, without DHCP, DNS servers, NTP
+// servers or a gateway; HTTP on nHttpPort is its one protocol.
+std::string networkInterfacesResponse();
+std::string dnsResponse();
+std::string ntpResponse();
+std::string networkProtocolsResponse(int nHttpPort);
+std::string networkDefaultGatewayResponse();
+
+// The users by name and level ("Administrator", ...); never their passwords.
+std::string usersResponse(const std::vector<std::pair<std::string, std::string>>& users);
+
+std::string systemRebootResponse(const std::string& strMessage);
 
 // The media service: one fixed profile over the one video source.
 std::string profilesResponse();

@@ -1,6 +1,7 @@
 #include "OnvifServer.h"
 
 #include <cctype>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 
@@ -86,14 +87,61 @@ bool isValidHostname(const std::string& name) {
     return nLabel > 0 && name.back() != '-';
 }
 
+// The texts of a request element's children of one name.
+std::vector<std::string> childTexts(const sensor_onvif::XmlNode& op, const char* szLocal) {
+    std::vector<std::string> out;
+    for (const sensor_onvif::XmlNode* p : op.childrenNamed(szLocal))
+        out.push_back(p->text);
+    return out;
+}
+
+bool readInt(const sensor_onvif::XmlNode* pParent, const char* szPath, int& nOut) {
+    const sensor_onvif::XmlNode* p = pParent ? pParent->find(szPath) : nullptr;
+    if (!p || p->text.empty() || p->text.size() > 6)
+        return false;
+    char* pEnd = nullptr;
+    const long n = std::strtol(p->text.c_str(), &pEnd, 10);
+    if (*pEnd != '\0')
+        return false;
+    nOut = static_cast<int>(n);
+    return true;
+}
+
+// A tt:DateTime element: false when a field is missing or not a number.
+bool readDateTime(const sensor_onvif::XmlNode* p, KPDateTime& t) {
+    return readInt(p, "Date/Year", t.year) && readInt(p, "Date/Month", t.month) &&
+           readInt(p, "Date/Day", t.day) && readInt(p, "Time/Hour", t.hour) &&
+           readInt(p, "Time/Minute", t.minute) && readInt(p, "Time/Second", t.second);
+}
+
+sensor_onvif::SoapFault scopeFault(ScopeList::Outcome eOutcome) {
+    using sensor_onvif::SoapFault;
+    switch (eOutcome) {
+        case ScopeList::Outcome::TooMany:
+            return SoapFault::receiver("ter:Action", "ter:TooManyScopes",
+                                       "more scopes than the camera keeps (" +
+                                           std::to_string(ScopeList::kMaxConfigurable) + ")");
+        case ScopeList::Outcome::Fixed:
+            return SoapFault::sender("ter:OperationProhibited", "ter:FixedScope",
+                                     "a fixed scope cannot be removed or overwritten");
+        case ScopeList::Outcome::Missing:
+            return SoapFault::sender("ter:InvalidArgVal", "ter:NoScope", "no such scope");
+        default:
+            return SoapFault::sender("ter:InvalidArgVal", "", "a scope item is not a URI");
+    }
+}
+
 } // namespace
 
 const char* const OnvifServices::kPaths[3] = {kDevicePath, kMediaPath, kImagingPath};
 
 struct OnvifServices::Impl {
-    Impl(ISensorController& controller, const OnvifSetup& setup)
-        : facts(setup.facts), endpoint(digestOf(setup), &deviceSeconds),
-          imaging(controller, imagingConfig(setup)) {
+    Impl(ISensorController& objController, const OnvifSetup& setup)
+        : controller(objController), facts(setup.facts),
+          pScopes(setup.pScopes ? setup.pScopes
+                                : std::make_shared<ScopeList>(onvif::deviceScopes(setup.facts))),
+          setClock(setup.setClock), reboot(setup.reboot), pDigest(digestOf(setup)),
+          endpoint(pDigest, &deviceSeconds), imaging(objController, imagingConfig(setup)) {
         addDevice();
         imaging.registerOn(endpoint);
     }
@@ -101,12 +149,37 @@ struct OnvifServices::Impl {
     // The device and media services' operations.
     void addDevice();
 
+    // Back to what the camera was made with: the controller's factory
+    // values, no configurable scopes, UTC, discoverable; a hard reset also
+    // forgets the hostname, a soft one keeps the network settings.
+    bool factoryDefault(bool bHard);
+
+    ISensorController& controller;
     onvif::DeviceFacts facts;
+    std::shared_ptr<ScopeList> pScopes;
+    std::function<void(const KPDateTime&)> setClock;
+    std::function<bool(std::string&)> reboot;
+    std::shared_ptr<sensor_onvif::DigestAuthenticator> pDigest;
     std::string strHost; // of the request being answered
-    std::string strHostname = "sensorctl";
+    std::string strHostname = kFactoryHostname;
+    onvif::TimeSetting timeSetting;
+    int nHttpPort = 80;
+    DiscoveryModeControl* pDiscovery = nullptr;
+    static constexpr const char* kFactoryHostname = "sensorctl";
     sensor_onvif::SoapEndpoint endpoint;
     sensor_onvif::ImagingService imaging;
 };
+
+bool OnvifServices::Impl::factoryDefault(bool bHard) {
+    const bool bOk = controller.resetParameters();
+    pScopes->set({});
+    timeSetting = onvif::TimeSetting();
+    if (pDiscovery)
+        pDiscovery->setDiscoveryMode(DiscoveryMode::Discoverable);
+    if (bHard)
+        strHostname = kFactoryHostname;
+    return bOk;
+}
 
 void OnvifServices::Impl::addDevice() {
     using sensor_onvif::AccessClass;
@@ -122,8 +195,8 @@ void OnvifServices::Impl::addDevice() {
         // Open to anybody: a client reads the clock to date its
         // UsernameToken, and the services and capabilities to find its way.
         {kDevicePath, "GetSystemDateAndTime", AccessClass::PreAuth,
-         [](const Request&) -> Result {
-             return onvif::systemDateAndTimeResponse(KPDeviceTime::getCurrentTime());
+         [this](const Request&) -> Result {
+             return onvif::systemDateAndTimeResponse(KPDeviceTime::getCurrentTime(), timeSetting);
          }},
         {kDevicePath, "GetCapabilities", AccessClass::PreAuth,
          [this](const Request& req) -> Result {
@@ -143,10 +216,13 @@ void OnvifServices::Impl::addDevice() {
              sensor_onvif::parseBool(childText(req.op, "IncludeCapability"), bInclude);
              // The capabilities read the style: only when the client asks.
              return onvif::servicesResponse(strHost, bInclude,
-                                            bInclude ? imaging.capabilitiesXml() : std::string());
+                                            bInclude ? imaging.capabilitiesXml() : std::string(),
+                                            pDiscovery != nullptr);
          }},
         {kDevicePath, "GetServiceCapabilities", AccessClass::PreAuth,
-         [](const Request&) -> Result { return onvif::deviceServiceCapabilitiesResponse(); }},
+         [this](const Request&) -> Result {
+             return onvif::deviceServiceCapabilitiesResponse(pDiscovery != nullptr);
+         }},
         {kDevicePath, "GetWsdlUrl", AccessClass::PreAuth,
          [](const Request&) -> Result { return onvif::wsdlUrlResponse(); }},
         {kDevicePath, "GetHostname", AccessClass::PreAuth,
@@ -158,7 +234,77 @@ void OnvifServices::Impl::addDevice() {
         {kDevicePath, "GetDeviceInformation", AccessClass::ReadSystem,
          [this](const Request&) -> Result { return onvif::deviceInformationResponse(facts); }},
         {kDevicePath, "GetScopes", AccessClass::ReadSystem,
-         [this](const Request&) -> Result { return onvif::scopesResponse(facts); }},
+         [this](const Request&) -> Result { return onvif::scopesResponse(pScopes->scopes()); }},
+        {kDevicePath, "SetScopes", AccessClass::WriteSystem,
+         [this](const Request& req) -> Result {
+             const ScopeList::Outcome e = pScopes->set(childTexts(req.op, "Scopes"));
+             if (e != ScopeList::Outcome::Done)
+                 return scopeFault(e);
+             return onvif::emptyDeviceResponse("SetScopesResponse");
+         }},
+        {kDevicePath, "AddScopes", AccessClass::WriteSystem,
+         [this](const Request& req) -> Result {
+             const ScopeList::Outcome e = pScopes->add(childTexts(req.op, "ScopeItem"));
+             if (e != ScopeList::Outcome::Done)
+                 return scopeFault(e);
+             return onvif::emptyDeviceResponse("AddScopesResponse");
+         }},
+        {kDevicePath, "RemoveScopes", AccessClass::WriteSystem,
+         [this](const Request& req) -> Result {
+             const std::vector<std::string> items = childTexts(req.op, "ScopeItem");
+             const ScopeList::Outcome e = pScopes->remove(items);
+             if (e != ScopeList::Outcome::Done)
+                 return scopeFault(e);
+             return onvif::removeScopesResponse(items);
+         }},
+        {kDevicePath, "GetDiscoveryMode", AccessClass::ReadSystem,
+         [this](const Request&) -> Result {
+             // Without WS-Discovery nobody can find the camera.
+             return onvif::discoveryModeResponse(discoveryModeName(
+                 pDiscovery ? pDiscovery->discoveryMode() : DiscoveryMode::NonDiscoverable));
+         }},
+        {kDevicePath, "SetDiscoveryMode", AccessClass::WriteSystem,
+         [this](const Request& req) -> Result {
+             DiscoveryMode eMode = DiscoveryMode::Discoverable;
+             if (!parseDiscoveryMode(childText(req.op, "DiscoveryMode"), eMode))
+                 return sensor_onvif::SoapFault::sender("ter:InvalidArgVal", "",
+                                                        "not a discovery mode");
+             if (pDiscovery)
+                 pDiscovery->setDiscoveryMode(eMode);
+             else if (eMode == DiscoveryMode::Discoverable)
+                 return sensor_onvif::SoapFault::receiver(
+                     "ter:ActionNotSupported", "",
+                     "WS-Discovery is off in this camera (DiscoveryNotSupported)");
+             return onvif::emptyDeviceResponse("SetDiscoveryModeResponse");
+         }},
+        {kDevicePath, "GetNetworkInterfaces", AccessClass::ReadSystem,
+         [](const Request&) -> Result { return onvif::networkInterfacesResponse(); }},
+        {kDevicePath, "GetDNS", AccessClass::ReadSystem,
+         [](const Request&) -> Result { return onvif::dnsResponse(); }},
+        {kDevicePath, "GetNTP", AccessClass::ReadSystem,
+         [](const Request&) -> Result { return onvif::ntpResponse(); }},
+        {kDevicePath, "GetNetworkProtocols", AccessClass::ReadSystem,
+         [this](const Request&) -> Result { return onvif::networkProtocolsResponse(nHttpPort); }},
+        {kDevicePath, "GetNetworkDefaultGateway", AccessClass::ReadSystem,
+         [](const Request&) -> Result { return onvif::networkDefaultGatewayResponse(); }},
+        {kDevicePath, "GetUsers", AccessClass::ReadSystemSecret,
+         [this](const Request&) -> Result {
+             std::vector<std::pair<std::string, std::string>> users;
+             for (const sensor_onvif::CameraUser& user : pDigest->users())
+                 users.emplace_back(user.name, sensor_onvif::userLevelName(user.level));
+             return onvif::usersResponse(users);
+         }},
+        {kDevicePath, "SetSystemFactoryDefault", AccessClass::Unrecoverable,
+         [this](const Request& req) -> Result {
+             const std::string strMode = childText(req.op, "FactoryDefault");
+             if (strMode != "Hard" && strMode != "Soft")
+                 return sensor_onvif::SoapFault::sender("ter:InvalidArgVal", "",
+                                                        "FactoryDefault is Hard or Soft");
+             if (!factoryDefault(strMode == "Hard"))
+                 return sensor_onvif::SoapFault::receiver("ter:Action", "",
+                                                          "the image controller did not reset");
+             return onvif::emptyDeviceResponse("SetSystemFactoryDefaultResponse");
+         }},
         {kDevicePath, "SetHostname", AccessClass::WriteSystem,
          [this](const Request& req) -> Result {
              const std::string strName = childText(req.op, "Name");
@@ -177,6 +323,56 @@ void OnvifServices::Impl::addDevice() {
     };
     for (const Op& op : ops)
         endpoint.addOperation(op.path, op.name, op.fn, op.eClass);
+
+    if (setClock)
+        endpoint.addOperation(
+            kDevicePath, "SetSystemDateAndTime",
+            [this](const Request& req) -> Result {
+                using sensor_onvif::SoapFault;
+                const std::string strType = childText(req.op, "DateTimeType");
+                bool bDaylight = false;
+                if ((strType != "Manual" && strType != "NTP") ||
+                    !sensor_onvif::parseBool(childText(req.op, "DaylightSavings"), bDaylight))
+                    return SoapFault::sender("ter:InvalidArgVal", "",
+                                             "DateTimeType is Manual or NTP, DaylightSavings "
+                                             "a boolean");
+                onvif::TimeSetting setting = timeSetting;
+                setting.bDaylightSavings = bDaylight;
+                if (const sensor_onvif::XmlNode* pZone = req.op.child("TimeZone")) {
+                    long nOffset = 0;
+                    bool bSummer = false;
+                    const std::string strTz = childText(*pZone, "TZ");
+                    if (!onvif::parsePosixTimeZone(strTz, nOffset, bSummer))
+                        return SoapFault::sender("ter:InvalidArgVal", "ter:InvalidTimeZone",
+                                                 "not a POSIX time zone");
+                    setting.strTz = strTz;
+                }
+                // The camera knows no NTP server (GetNTP lists none).
+                if (strType == "NTP")
+                    return SoapFault::sender("ter:InvalidArgVal", "ter:NtpServerUndefined",
+                                             "no NTP server is defined");
+                KPDateTime now{};
+                if (!readDateTime(req.op.child("UTCDateTime"), now) || !onvif::isValidDateTime(now))
+                    return SoapFault::sender("ter:InvalidArgVal", "ter:InvalidDateTime",
+                                             "not a valid UTC date and time");
+                setClock(now);
+                timeSetting = setting;
+                return onvif::emptyDeviceResponse("SetSystemDateAndTimeResponse");
+            },
+            AccessClass::WriteSystem);
+    if (reboot)
+        endpoint.addOperation(
+            kDevicePath, "SystemReboot",
+            [this](const Request&) -> Result {
+                // The simulated controller restarts before the answer leaves:
+                // a client that reads it finds the camera up again.
+                std::string strWhy;
+                if (!reboot(strWhy))
+                    return sensor_onvif::SoapFault::receiver(
+                        "ter:Action", "", "the camera did not restart: " + strWhy);
+                return onvif::systemRebootResponse("Rebooted: the image controller restarted");
+            },
+            AccessClass::Unrecoverable);
 }
 
 OnvifServices::OnvifServices(ISensorController& controller, const OnvifSetup& setup)
@@ -202,6 +398,14 @@ OnvifServices::Answer OnvifServices::answer(const std::string& strPath, const st
 
 sensor_onvif::SoapEndpoint& OnvifServices::endpoint() {
     return m_pImpl->endpoint;
+}
+
+void OnvifServices::setHttpPort(int nPort) {
+    m_pImpl->nHttpPort = nPort;
+}
+
+void OnvifServices::setDiscovery(DiscoveryModeControl* pDiscovery) {
+    m_pImpl->pDiscovery = pDiscovery;
 }
 
 std::string onvifTooLargeFault(size_t nLimit) {

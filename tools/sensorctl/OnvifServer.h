@@ -9,7 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "Discovery.h"
 #include "OnvifDevice.h"
+#include "Scopes.h"
 
 class ISensorController;
 
@@ -32,6 +34,14 @@ struct OnvifSetup {
     std::string strPassword;
     onvif::DeviceFacts facts;
     int nSchemeCount = 4; // the user schemes, offered as imaging presets
+    // The scopes, shared with WS-Discovery; when null, the facts' fixed ones.
+    std::shared_ptr<ScopeList> pScopes;
+    // Sets the device clock (SetSystemDateAndTime); when empty the operation
+    // is not offered.
+    std::function<void(const KPDateTime&)> setClock;
+    // Shuts the controller down and starts it again, false with a reason
+    // (SystemReboot); when empty the operation is not offered.
+    std::function<bool(std::string&)> reboot;
 };
 
 class OnvifServices {
@@ -55,6 +65,11 @@ public:
 
     // The endpoint, for what a benchmark adds beside the services.
     sensor_onvif::SoapEndpoint& endpoint();
+
+    // Known once the server is bound and WS-Discovery started; set before
+    // the server answers. Without discovery the camera is NonDiscoverable.
+    void setHttpPort(int nPort);
+    void setDiscovery(DiscoveryModeControl* pDiscovery);
 
     // The paths served.
     static const char* const kPaths[3];

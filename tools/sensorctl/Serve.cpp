@@ -610,7 +610,8 @@ onvif::DeviceFacts deviceFacts(Camera& camera) {
 
 // WS-Discovery for the device service at nPort, under the device's endpoint
 // reference. Null when discovery is off or its port cannot be had; serve goes on.
-std::unique_ptr<DiscoveryService> startDiscovery(const onvif::DeviceFacts& facts, int nPort,
+std::unique_ptr<DiscoveryService> startDiscovery(const onvif::DeviceFacts& facts,
+                                                 std::shared_ptr<ScopeList> pScopes, int nPort,
                                                  const ServeOptions& options) {
     if (!options.bDiscovery) {
         std::cout << "sensorctl serve: WS-Discovery off" << std::endl;
@@ -625,6 +626,7 @@ std::unique_ptr<DiscoveryService> startDiscovery(const onvif::DeviceFacts& facts
     config.target.strAddress = facts.strEndpointReference;
     config.target.types = discovery::cameraTypes();
     config.target.scopes = onvif::deviceScopes(facts);
+    config.pScopes = std::move(pScopes); // as device management sets them
     config.target.xaddrs = {
         onvif::serviceAddress("127.0.0.1:" + std::to_string(nPort), onvif::kDevicePath)};
     std::unique_ptr<DiscoveryService> pService(new DiscoveryService(config));
@@ -702,10 +704,17 @@ int runServe(Camera& camera, const ServeOptions& options) {
     video.install(server, auth);
 #ifdef SENSORCTL_HAVE_ONVIF
     std::unique_ptr<OnvifServices> pOnvif;
+    std::shared_ptr<ScopeList> pScopes;
     if (bOnvif) {
         OnvifSetup setup;
         setup.pDigest = pDigest;
         setup.facts = deviceFacts(camera);
+        pScopes = std::make_shared<ScopeList>(onvif::deviceScopes(setup.facts));
+        setup.pScopes = pScopes;
+        setup.setClock = [](const KPDateTime& now) { sim::setDeviceDateTime(now); };
+        // Under the console's mutex, as every ONVIF request: nothing else
+        // reaches the controller while it restarts.
+        setup.reboot = [&camera](std::string& strWhy) { return camera.restart(strWhy); };
         setup.nSchemeCount = static_cast<int>(camera.schemeCount());
         pOnvif.reset(new OnvifServices(camera.controller(), setup));
         console.installOnvif(server, *pOnvif);
@@ -737,7 +746,9 @@ int runServe(Camera& camera, const ServeOptions& options) {
                   << (options.users.size() == 1 ? ", user " : ", users ") << strUsers << std::endl
                   << "sensorctl serve: the settings page asks for HTTP digest credentials"
                   << std::endl;
-        pDiscovery = startDiscovery(deviceFacts(camera), nPort, options);
+        pOnvif->setHttpPort(nPort);
+        pDiscovery = startDiscovery(deviceFacts(camera), pScopes, nPort, options);
+        pOnvif->setDiscovery(pDiscovery.get());
     } else
 #endif
         std::cout << "sensorctl serve: ONVIF off (no credentials)" << std::endl
