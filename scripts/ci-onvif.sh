@@ -49,13 +49,10 @@ if [ "$status" -eq 0 ]; then
   timeout 300 /usr/bin/python3 tests/conformance/onvif_zeep.py \
     --url "http://127.0.0.1:$port" --user "$user" --password "$password" || status=$?
 fi
-# The Imaging test specification's cases, all against this server, but the
-# two the camera does not pass yet (their ctests are disabled too).
+# The Imaging test specification's cases, all against this server.
 if [ "$status" -eq 0 ]; then
   timeout 600 /usr/bin/python3 tests/conformance/imaging_testspec.py \
-    --url "http://127.0.0.1:$port" --user "$user" --password "$password" \
-    --except IMAGING_COMMAND_SETIMAGINGSETTINGS \
-    --except IMAGING_COMMAND_SETIMAGINGSETTINGS_ADDITIONAL_FEATURES || status=$?
+    --url "http://127.0.0.1:$port" --user "$user" --password "$password" || status=$?
 fi
 
 serve_finish ci-onvif "$status"

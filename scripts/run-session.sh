@@ -26,7 +26,9 @@ while [ -f "$work/part$n" ]; do
   [ $n -gt 0 ] && echo "#! restart" >> "$actual"
   # shellcheck disable=SC2086
   # Diagnostic headers name source lines; a transcript must not depend on them.
-  ${SENSORCTL_EMULATOR:-} "$ctl" shell --root "$root" --keep $opts < "$work/part$n" 2>&1 |
+  # The device clock at noon: the light the ISP meters, and with it its
+  # day/night state, never depend on when the session runs.
+  ${SENSORCTL_EMULATOR:-} "$ctl" shell --root "$root" --keep --clock 12:00 $opts < "$work/part$n" 2>&1 |
     sed -E 's/( fun:[A-Za-z_0-9]+ line:)[0-9]+/\1N/' >> "$actual"
   n=$((n + 1))
 done

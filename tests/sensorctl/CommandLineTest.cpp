@@ -42,6 +42,10 @@ TEST(SensorctlCommandLine, BadNumbersAreRefusedWithExitCode2) {
          "sensorctl: --time-scale takes a decimal number from 0 to 1000, not \"-1\""},
         {{"shell", "--time-scale", "1e400"},
          "sensorctl: --time-scale takes a decimal number from 0 to 1000, not \"1e400\""},
+        {{"shell", "--clock", "24:00"},
+         "sensorctl: --clock takes a time HH:MM, 00:00 to 23:59, not \"24:00\""},
+        {{"shell", "--clock", "7:30"},
+         "sensorctl: --clock takes a time HH:MM, 00:00 to 23:59, not \"7:30\""},
         {{"shell", "--max-scheme", "99999999999"},
          "sensorctl: --max-scheme takes an integer from 0 to 64, not \"99999999999\""},
         {{"shell", "--max-scheme", "65"},
@@ -145,6 +149,17 @@ TEST(SensorctlCommandLine, ServeOfACameraThatDidNotStartNeverListens) {
     EXPECT_NE(run.strOutput.find("sensorctl: the camera did not start"), std::string::npos)
         << run.strOutput;
     EXPECT_EQ(run.strOutput.find("listening on"), std::string::npos) << run.strOutput;
+}
+
+// The device clock stands where --clock puts it: the scene's light follows
+// the day curve there (a moonlit 0.1 lux at 23:30, 50000 lux at noon).
+TEST(SensorctlCommandLine, ClockOptionSetsTheDeviceTimeTheLightFollows) {
+    ToolRun run =
+        runSensorctl({"shell", "--clock", "23:30", "--time-scale", "0.001"}, "light\nquit\n");
+    ASSERT_TRUE(run.bExited) << run.strOutput;
+    EXPECT_NE(run.strOutput.find("= 0.1 lux (clock)"), std::string::npos) << run.strOutput;
+    run = runSensorctl({"shell", "--clock", "12:00", "--time-scale", "0.001"}, "light\nquit\n");
+    EXPECT_NE(run.strOutput.find("= 50000.0 lux (clock)"), std::string::npos) << run.strOutput;
 }
 
 TEST(SensorctlCommandLine, KeepWithoutRootNamesTheRootItKept) {

@@ -183,6 +183,8 @@ bool Camera::start(std::string& error) {
     if (!prepareRoot(error))
         return false;
     sim::setTimeScale(m_options.dTimeScale);
+    if (m_options.nClockHour >= 0)
+        sim::setDeviceTime(m_options.nClockHour, m_options.nClockMinute);
     m_pController.reset(new ISensorController());
     m_pController->setChannelID(m_options.nChannel);
     m_pController->setVideoStreamModule(&m_objVideo);

@@ -21,6 +21,8 @@ struct CameraOptions {
     bool bDebug = false;   // write nDebug into the debug sign file
     int nDebug = 0;
     double dTimeScale = 1.0;
+    int nClockHour = -1; // with nClockMinute: the device clock stands there; -1: the wall clock
+    int nClockMinute = 0;
     std::string strDataDir; // the sample device tree
 };
 

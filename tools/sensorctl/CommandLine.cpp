@@ -52,6 +52,7 @@ const char* const kUsage =
     "  --max-scheme N      number of schemes of a new root, 0 to 64\n"
     "  --debug N           write N into the debug sign file\n"
     "  --time-scale F      multiply the worker's waits by F, 0 to 1000 (default 1)\n"
+    "  --clock HH:MM       the device clock stands at HH:MM (default: the wall clock)\n"
     "  --data DIR          the sample device tree to populate from\n"
     "\n"
     "users of serve (HTTP digest or WS-Security UsernameToken; without any\n"
@@ -348,6 +349,14 @@ bool readCameraOptions(const std::vector<std::string>& args, CameraOptions& o, s
             ok = value(v);
             if (ok && !readDecimal(v, 0, kMaxTimeScale, o.dTimeScale, why)) {
                 error = "--time-scale takes a decimal number from 0 to 1000, not \"" + v + "\"";
+                ok = false;
+            }
+        } else if (a == "--clock") {
+            std::string v;
+            InputError why;
+            ok = value(v);
+            if (ok && !readClock(v, o.nClockHour, o.nClockMinute, why)) {
+                error = "--clock takes a time HH:MM, 00:00 to 23:59, not \"" + v + "\"";
                 ok = false;
             }
         } else {

@@ -159,7 +159,15 @@ bool fromOnvif(const FieldMap& p_objField, const Offer& p_objOffer, const std::s
         p_strWhy = "'" + p_strText + "' is out of range";
         return false;
     }
-    const int n = static_cast<int>(std::lround(dKey));
+    int n = static_cast<int>(std::lround(dKey));
+    // A value within a list's span takes the nearest choice of the list, as
+    // a time takes the nearest shutter: the options offer the span.
+    if (!p_objOffer.bRange && !p_objOffer.choices.empty() && dKey >= p_objOffer.lo() - 0.5 &&
+        dKey <= p_objOffer.hi() + 0.5) {
+        for (int c : p_objOffer.choices)
+            if (std::fabs(c - dKey) < std::fabs(n - dKey) || !p_objOffer.allows(n))
+                n = c;
+    }
     if (!p_objOffer.allows(n)) {
         p_strWhy = "'" + p_strText + "' is out of range";
         return false;

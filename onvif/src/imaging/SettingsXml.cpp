@@ -3,6 +3,7 @@
 #include "imaging/SettingsXml.h"
 
 #include <utility>
+#include <vector>
 
 #include "controller/ISensorController.h"
 #include "controller/SensorKeys.h"
@@ -15,24 +16,30 @@ namespace imaging {
 
 namespace {
 
-// The two IrCutFilterAutoAdjustment entries (ToOn, ToOff), each with the
-// shared response time; empty when the style offers no threshold.
+// The IrCutFilterAutoAdjustment entries (ToOn, ToOff), each with the shared
+// response time; empty when the style offers no threshold. When both
+// boundaries sit at the same offset they are one entry of BoundaryType
+// Common, as a client that set them as Common reads them back.
 std::string irCutAdjustments(ISensorController& p_objController, const StyleOffers& p_objStyle) {
     const FieldMap* pDelay = fieldOfKey(KEY_DELAY);
     std::string delay;
     int nDelay = 0;
     if (pDelay && offered(*pDelay, p_objStyle) && p_objController.getParameter(KEY_DELAY, nDelay))
         delay = element("ResponseTime", toOnvif(*pDelay, *p_objStyle.find(KEY_DELAY), nDelay));
-    std::string out;
+    std::vector<std::pair<std::string, std::string>> entries; // type, offset
     for (const Boundary& b : boundaries()) {
         const FieldMap& f = *b.field;
         int n = 0;
         if (!offered(f, p_objStyle) || !p_objController.getParameter(static_cast<int>(f.key), n))
             continue;
-        out += "<tt:IrCutFilterAutoAdjustment>" + element("BoundaryType", b.type) +
-               element("BoundaryOffset", toOnvif(f, *p_objStyle.find(f.key), n)) + delay +
-               "</tt:IrCutFilterAutoAdjustment>";
+        entries.emplace_back(b.type, toOnvif(f, *p_objStyle.find(f.key), n));
     }
+    if (entries.size() == 2 && entries[0].second == entries[1].second)
+        entries = {{"Common", entries[0].second}};
+    std::string out;
+    for (const auto& [type, offset] : entries)
+        out += "<tt:IrCutFilterAutoAdjustment>" + element("BoundaryType", type) +
+               element("BoundaryOffset", offset) + delay + "</tt:IrCutFilterAutoAdjustment>";
     return out;
 }
 
