@@ -227,21 +227,26 @@ bool isValidDateTime(const KPDateTime& t) {
     return t.day <= kDays[t.month - 1] + (t.month == 2 && bLeap ? 1 : 0);
 }
 
+long long utcSecondsOf(const KPDateTime& t) {
+    std::tm tm{};
+    tm.tm_year = t.year - 1900;
+    tm.tm_mon = t.month - 1;
+    tm.tm_mday = t.day;
+    tm.tm_hour = t.hour;
+    tm.tm_min = t.minute;
+    tm.tm_sec = t.second;
+    return timegm(&tm);
+}
+
 std::string systemDateAndTimeResponse(const KPDateTime& now, const TimeSetting& setting) {
     std::string strLocal;
     long nOffset = 0;
     bool bSummer = false;
     if (parsePosixTimeZone(setting.strTz, nOffset, bSummer) &&
         (!bSummer || !setting.bDaylightSavings)) {
-        std::tm tm{};
-        tm.tm_year = now.year - 1900;
-        tm.tm_mon = now.month - 1;
-        tm.tm_mday = now.day;
-        tm.tm_hour = now.hour;
-        tm.tm_min = now.minute;
-        tm.tm_sec = now.second;
         // POSIX offsets count west of Greenwich: local = UTC - offset.
-        strLocal = "<tt:LocalDateTime>" + dateTimeOf(timegm(&tm) - nOffset) + "</tt:LocalDateTime>";
+        strLocal =
+            "<tt:LocalDateTime>" + dateTimeOf(utcSecondsOf(now) - nOffset) + "</tt:LocalDateTime>";
     }
     return open("GetSystemDateAndTimeResponse", "tds", ns::kTds) + "<tds:SystemDateAndTime>" +
            tt("DateTimeType", "Manual") +

@@ -60,6 +60,9 @@ bool parsePosixTimeZone(const std::string& p_strTz, long& p_nOffset, bool& p_bSu
 // A UTC date and time that exists (the Gregorian calendar from 1970 to 2099).
 bool isValidDateTime(const KPDateTime& t);
 
+// A device time read as UTC, in seconds since 1970.
+long long utcSecondsOf(const KPDateTime& t);
+
 // The capabilities of every category asked for ("All", "Device", "Media",
 // "Imaging"; none asked means all). A category among them that names a
 // service this camera does not have (PTZ, Events, Analytics): false.

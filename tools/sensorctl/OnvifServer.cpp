@@ -40,15 +40,7 @@ bool isHostName(const std::string& text) {
 // The device clock in seconds since 1970, read as UTC: what
 // GetSystemDateAndTime reports and what a UsernameToken's Created is held to.
 long long deviceSeconds() {
-    const KPDateTime now = KPDeviceTime::getCurrentTime();
-    std::tm tm{};
-    tm.tm_year = now.year - 1900;
-    tm.tm_mon = now.month - 1;
-    tm.tm_mday = now.day;
-    tm.tm_hour = now.hour;
-    tm.tm_min = now.minute;
-    tm.tm_sec = now.second;
-    return timegm(&tm);
+    return onvif::utcSecondsOf(KPDeviceTime::getCurrentTime());
 }
 
 sensor_onvif::ImagingConfig imagingConfig(const OnvifSetup& setup) {
