@@ -7,8 +7,8 @@
 # (tests/e2e/onvif.e2e.mjs) and with zeep built from the official WSDLs, every
 # answer validated against the official schemas
 # (tests/conformance/onvif_zeep.py; the standards at ../shared/onvif or
-# ONVIF_REFERENCE), then with the cases of the ONVIF Imaging device test
-# specification (tests/conformance/imaging_testspec.py) against the same
+# ONVIF_REFERENCE), then with ONVIF's published Imaging conformance cases
+# (tests/conformance/imaging_cases.py) against the same
 # server, stops the server, then runs the load test at CI length
 # (16 clients, ONVIF_LOAD_SECONDS, default 20). Fails on any failure.
 #   scripts/ci-onvif.sh [BUILD_DIR]
@@ -49,21 +49,21 @@ if [ "$status" -eq 0 ]; then
   timeout 300 /usr/bin/python3 tests/conformance/onvif_zeep.py \
     --url "http://127.0.0.1:$port" --user "$user" --password "$password" || status=$?
 fi
-# The Imaging test specification's cases, all against this server.
+# ONVIF's Imaging conformance cases, all against this server.
 if [ "$status" -eq 0 ]; then
-  timeout 600 /usr/bin/python3 tests/conformance/imaging_testspec.py \
+  timeout 600 /usr/bin/python3 tests/conformance/imaging_cases.py \
     --url "http://127.0.0.1:$port" --user "$user" --password "$password" || status=$?
 fi
 
 serve_finish ci-onvif "$status"
 echo "ci-onvif: the ONVIF clients passed"
 
-# The Base device test specification's discovery and security cases, each
+# ONVIF's Base device conformance cases for discovery and security, each
 # against a serve of its own (unicast Probes to 127.0.0.1 only); here too a
 # skip fails.
-timeout 600 /usr/bin/python3 tests/conformance/base_testspec.py \
+timeout 600 /usr/bin/python3 tests/conformance/discovery_security_cases.py \
   --sensorctl "$build/tools/sensorctl/sensorctl"
-echo "ci-onvif: the Base test specification's discovery and security cases passed"
+echo "ci-onvif: ONVIF's Base discovery and security conformance cases passed"
 
 # The load test at CI length; the ordinary suite runs it for a few seconds.
 load_log=$(mktemp /tmp/onvif-load-XXXXXX.log)

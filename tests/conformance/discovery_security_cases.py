@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Cases of the ONVIF Base device test specification (discovery and
+"""ONVIF's published Base device conformance cases (discovery and
 security) run against `sensorctl serve`, each named by its title:
 
   SEARCH BASED ON DEVICE SCOPE TYPES          (DISCOVERY-1-1-3)
@@ -9,15 +9,15 @@ security) run against `sensorctl serve`, each named by its title:
   USER TOKEN PROFILE                          (SECURITY-1-1-1)
   DIGEST AUTHENTICATION                       (SECURITY-1-1-2)
 
-The specification sends its Probes to the multicast group; tests here send
+ONVIF's cases send their Probes to the multicast group; tests here send
 only to 127.0.0.1, so every Probe is the unicast one of DISCOVERY-1-1-6
 (which repeats 1-1-3 to 1-1-5 by unicast). The SOAP side goes through
 python3-zeep built from the official WSDLs (onvif_zeep.py's Checker, which
 validates every answer with python3-lxml); HTTP digest through
 python3-requests' own digest; the Probe matches are read with lxml.
 
-  base_testspec.py --sensorctl PATH --case "TITLE"   one case, its own serve
-  base_testspec.py --sensorctl PATH                  every case
+  discovery_security_cases.py --sensorctl PATH --case "TITLE"   one case, its own serve
+  discovery_security_cases.py --sensorctl PATH                  every case
 
 Exit status 0: passed; 1: failed; 77: zeep, lxml or requests missing.
 """
@@ -42,14 +42,14 @@ try:
     from requests.auth import HTTPDigestAuth
     from lxml import etree
 except ImportError as missing:
-    print("base_testspec: skipped, %s" % missing)
+    print("discovery_security_cases: skipped, %s" % missing)
     sys.exit(77)
 
 WSA = "http://schemas.xmlsoap.org/ws/2004/08/addressing"
 WSD = "http://schemas.xmlsoap.org/ws/2005/04/discovery"
 DN = "http://www.onvif.org/ver10/network/wsdl"
 # The scope types every ONVIF device must have (Annex A.1 of the
-# specification): type, location, hardware and name.
+# cases): type, location, hardware and name.
 MANDATORY_SCOPES = ("onvif://www.onvif.org/type/", "onvif://www.onvif.org/location/",
                     "onvif://www.onvif.org/hardware/", "onvif://www.onvif.org/name/")
 DISCOVERY_TIMEOUT = 5.0  # seconds (Annex A.7)
@@ -216,7 +216,7 @@ def search_using_unicast_probe_message(case):
 
 def raw_soap(url, body_xml, security=""):
     """A device request with a hand-made WS-Security header (the wrong tokens
-    the specification asks for cannot be made with zeep's)."""
+    the cases ask for cannot be made with zeep's)."""
     envelope = ('<?xml version="1.0" encoding="UTF-8"?><s:Envelope xmlns:s="%s"><s:Header>%s'
                 "</s:Header><s:Body>%s</s:Body></s:Envelope>" % (NS["env"], security, body_xml))
     return requests.post(url, data=envelope.encode("utf-8"), timeout=30,
@@ -225,7 +225,7 @@ def raw_soap(url, body_xml, security=""):
 
 def username_token(user, password, nonce=True, created=True, digest=True, offset=None):
     """A UsernameToken as WS-Security's UsernameToken profile writes it, with
-    the parts the specification leaves out one at a time."""
+    the parts the cases leave out one at a time."""
     raw_nonce = secrets.token_bytes(16)
     now = datetime.datetime.utcnow() + (offset or datetime.timedelta())
     stamp = now.strftime("%Y-%m-%dT%H:%M:%SZ")
@@ -329,7 +329,7 @@ def main():
             CASES[title](case)
         finally:
             case.close()
-        print("base_testspec: %s passed (%d checks)" % (title, case.checker.checks))
+        print("discovery_security_cases: %s passed (%d checks)" % (title, case.checker.checks))
 
 
 if __name__ == "__main__":

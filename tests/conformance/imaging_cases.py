@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The cases of the ONVIF Imaging device test specification, run against
+"""ONVIF's published Imaging device conformance cases, run against
 `sensorctl serve` step by step with Debian's python3-zeep built from the
 official WSDLs; every answer and fault is validated with python3-lxml
 against the official schemas (the Checker of onvif_zeep.py), and every
@@ -9,12 +9,12 @@ Values are read from the raw XML of each answer (zeep leaves the extension
 elements of the settings and options unparsed), and requests that change
 settings are built from that XML, so nothing is lost on the way back.
 
-  imaging_testspec.py --sensorctl PATH [--case TITLE]...
+  imaging_cases.py --sensorctl PATH [--case TITLE]...
                                       each case starts its own serve on a free
                                       loopback port with fresh credentials
-  imaging_testspec.py --url http://127.0.0.1:PORT --user U --password P [--case TITLE]...
+  imaging_cases.py --url http://127.0.0.1:PORT --user U --password P [--case TITLE]...
                                       every case against a server already running
-  imaging_testspec.py --list          the cases' titles, IDs and ctest names
+  imaging_cases.py --list          the cases' titles, IDs and ctest names
 
 Without --case every case runs; --except TITLE leaves one out. Exit status
 0: every case passed; 1: a case failed; 77: python3-zeep or python3-lxml is
@@ -37,8 +37,8 @@ from lxml import etree  # noqa: E402
 NS = oz.NS
 TT = "{%s}" % NS["tt"]
 # A token no camera hands out, within the 64 readable characters the
-# ONVIF test specification's annex allows.
-INVALID_TOKEN = "NoSuchVideoSource_imaging_testspec"
+# ONVIF conformance cases' annex allows.
+INVALID_TOKEN = "NoSuchVideoSource_imaging_cases"
 
 
 class CaseFailed(Exception):
@@ -436,7 +436,7 @@ def fault_chain(body):
     return "/".join(chain)
 
 
-# The cases, in the ONVIF test specification's order.
+# The cases, in the order ONVIF publishes them in.
 
 def get_imaging_settings(cam):
     for source in cam.video_sources():
@@ -1169,7 +1169,7 @@ def lookup(name):
     for case in CASES:
         if name in (case[0], case[1], ctest_name(case[0])):
             return case
-    raise SystemExit("imaging_testspec: no case %r (see --list)" % name)
+    raise SystemExit("imaging_cases: no case %r (see --list)" % name)
 
 
 def run_case(case, reference, url, user, password, camera=""):
@@ -1241,7 +1241,7 @@ def main():
             if case[1] in ALSO_FIXED_LENS:
                 cameras.append((FIXED_LENS, " on a camera with a fixed lens"))
             for detail, camera in cameras:
-                password = "spec-" + secrets.token_hex(9)
+                password = "cases-" + secrets.token_hex(9)
                 proc, url, log = oz.start_serve(args.sensorctl, args.user, password, detail)
                 passed = False
                 try:
@@ -1252,7 +1252,7 @@ def main():
             ok = run_case(case, reference, args.url, args.user, args.password)
         if not ok:
             failed.append(case[0])
-    print("imaging_testspec: %d of %d cases passed" % (len(cases) - len(failed), len(cases)))
+    print("imaging_cases: %d of %d cases passed" % (len(cases) - len(failed), len(cases)))
     for title in failed:
         print("  failed: " + title, file=sys.stderr)
     return 1 if failed else 0
